@@ -1,0 +1,7 @@
+#include "ipc/Caller.h"
+
+namespace velko::ipc {
+
+Caller::~Caller() = default;
+
+} // namespace velko::ipc

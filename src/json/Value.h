@@ -1,0 +1,26 @@
+// The JSON value type used across the project, and the one entry point for parsing text.
+// Values are Boost.JSON's: it parses multi-megabyte strings at memory speed and keeps object
+// members in insertion order, which the record encoders rely on for key order.
+#pragma once
+
+#include <boost/json/array.hpp>
+#include <boost/json/object.hpp>
+#include <boost/json/string.hpp>
+#include <boost/json/value.hpp>
+#include <string_view>
+
+namespace velko::json {
+
+using Value = boost::json::value;
+using Object = boost::json::object;
+using Array = boost::json::array;
+using String = boost::json::string;
+
+/// Parses one complete JSON text (any top-level value, RFC 8259; invalid UTF-8 is rejected).
+/// Throws DecodeError naming the problem and the byte offset.
+Value parse(std::string_view text);
+
+/// "null", "boolean", "number", "string", "array" or "object": for error messages.
+std::string_view kindName(const Value& v);
+
+} // namespace velko::json

@@ -1,0 +1,264 @@
+#include "json/Writer.h"
+
+#include "json/Errors.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <vector>
+
+namespace velko::json {
+namespace {
+
+constexpr std::uint64_t kOnes = 0x0101010101010101ULL;
+constexpr std::uint64_t kHighs = 0x8080808080808080ULL;
+
+constexpr std::uint64_t hasZeroByte(std::uint64_t v) { return (v - kOnes) & ~v & kHighs; }
+constexpr std::uint64_t hasByte(std::uint64_t v, unsigned char b) {
+  return hasZeroByte(v ^ (kOnes * b));
+}
+// True for a word with a byte below 0x20 (valid for bytes without their high bit set).
+constexpr std::uint64_t hasControl(std::uint64_t v) { return (v - kOnes * 0x20) & ~v & kHighs; }
+
+/// Length of the valid UTF-8 sequence starting at s[0], or 0 when it is not one.
+std::size_t utf8SequenceLength(const unsigned char* s, std::size_t avail) {
+  const unsigned char c = s[0];
+  std::size_t len = 0;
+  std::uint32_t min = 0;
+  std::uint32_t cp = 0;
+  if (c >= 0xC2 && c <= 0xDF) {
+    len = 2, min = 0x80, cp = c & 0x1F;
+  } else if (c >= 0xE0 && c <= 0xEF) {
+    len = 3, min = 0x800, cp = c & 0x0F;
+  } else if (c >= 0xF0 && c <= 0xF4) {
+    len = 4, min = 0x10000, cp = c & 0x07;
+  } else {
+    return 0;
+  }
+  if (len > avail) {
+    return 0;
+  }
+  for (std::size_t i = 1; i < len; ++i) {
+    if ((s[i] & 0xC0) != 0x80) {
+      return 0;
+    }
+    cp = (cp << 6) | (s[i] & 0x3F);
+  }
+  if (cp < min || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) {
+    return 0;
+  }
+  return len;
+}
+
+class TextWriter {
+public:
+  TextWriter(std::string& out, bool pretty) : out_(out), pretty_(pretty) {}
+
+  void value(const Value& v, int depth) {
+    switch (v.kind()) {
+    case boost::json::kind::null:
+      out_ += "null";
+      return;
+    case boost::json::kind::bool_:
+      out_ += v.get_bool() ? "true" : "false";
+      return;
+    case boost::json::kind::int64:
+      number(v.get_int64());
+      return;
+    case boost::json::kind::uint64:
+      number(v.get_uint64());
+      return;
+    case boost::json::kind::double_:
+      number(v.get_double());
+      return;
+    case boost::json::kind::string: {
+      const String& s = v.get_string();
+      string(std::string_view(s.data(), s.size()));
+      return;
+    }
+    case boost::json::kind::array:
+      array(v.get_array(), depth);
+      return;
+    case boost::json::kind::object:
+      object(v.get_object(), depth);
+      return;
+    }
+  }
+
+  void string(std::string_view s) {
+    out_.reserve(out_.size() + s.size() + 2);
+    out_ += '"';
+    const auto* p = reinterpret_cast<const unsigned char*>(s.data());
+    const std::size_t n = s.size();
+    std::size_t runStart = 0;
+    std::size_t i = 0;
+    while (i < n) {
+      if (i + 8 <= n) {
+        std::uint64_t w;
+        std::memcpy(&w, p + i, 8);
+        std::uint64_t special = (w & kHighs) | hasControl(w) | hasByte(w, '"') | hasByte(w, '\\');
+        if (pretty_) {
+          special |= hasByte(w, '/');
+        }
+        if (special == 0) {
+          i += 8;
+          continue;
+        }
+      }
+      const unsigned char c = p[i];
+      if (c >= 0x80) {
+        std::size_t len = utf8SequenceLength(p + i, n - i);
+        if (len == 0) {
+          throw EncodeError("string is not valid UTF-8");
+        }
+        i += len;
+        continue;
+      }
+      const char* escape = nullptr;
+      char unicode[7];
+      switch (c) {
+      case '"':
+        escape = "\\\"";
+        break;
+      case '\\':
+        escape = "\\\\";
+        break;
+      case '\n':
+        escape = "\\n";
+        break;
+      case '\r':
+        escape = "\\r";
+        break;
+      case '\t':
+        escape = "\\t";
+        break;
+      case '\b':
+        escape = "\\b";
+        break;
+      case '\f':
+        escape = "\\f";
+        break;
+      case '/':
+        escape = pretty_ ? "\\/" : nullptr;
+        break;
+      default:
+        if (c < 0x20) {
+          static constexpr char kHex[] = "0123456789abcdef";
+          unicode[0] = '\\', unicode[1] = 'u', unicode[2] = '0', unicode[3] = '0';
+          unicode[4] = kHex[c >> 4], unicode[5] = kHex[c & 0xF], unicode[6] = '\0';
+          escape = unicode;
+        }
+      }
+      if (escape != nullptr) {
+        out_.append(s.data() + runStart, i - runStart);
+        out_ += escape;
+        runStart = i + 1;
+      }
+      ++i;
+    }
+    out_.append(s.data() + runStart, n - runStart);
+    out_ += '"';
+  }
+
+private:
+  template <class N> void number(N n) {
+    if constexpr (std::is_floating_point_v<N>) {
+      if (!std::isfinite(n)) {
+        throw EncodeError("non-finite number");
+      }
+    }
+    char buf[32];
+    auto res = std::to_chars(buf, buf + sizeof buf, n);
+    out_.append(buf, res.ptr);
+  }
+
+  void newline(int depth) {
+    out_ += '\n';
+    out_.append(static_cast<std::size_t>(depth) * 2, ' ');
+  }
+
+  void array(const Array& arr, int depth) {
+    if (arr.empty()) {
+      out_ += "[]";
+      return;
+    }
+    out_ += '[';
+    bool first = true;
+    for (const Value& item : arr) {
+      if (!first) {
+        out_ += ',';
+      }
+      first = false;
+      if (pretty_) {
+        newline(depth + 1);
+      }
+      value(item, depth + 1);
+    }
+    if (pretty_) {
+      newline(depth);
+    }
+    out_ += ']';
+  }
+
+  void member(std::string_view key, const Value& v, int depth) {
+    string(key);
+    out_ += pretty_ ? ": " : ":";
+    value(v, depth);
+  }
+
+  void object(const Object& obj, int depth) {
+    if (obj.empty()) {
+      out_ += "{}";
+      return;
+    }
+    out_ += '{';
+    if (pretty_) {
+      std::vector<const boost::json::key_value_pair*> members;
+      members.reserve(obj.size());
+      for (const auto& kv : obj) {
+        members.push_back(&kv);
+      }
+      std::sort(members.begin(), members.end(),
+                [](const auto* a, const auto* b) { return a->key() < b->key(); });
+      for (std::size_t i = 0; i < members.size(); ++i) {
+        out_ += i == 0 ? "" : ",";
+        newline(depth + 1);
+        member(members[i]->key(), members[i]->value(), depth + 1);
+      }
+      newline(depth);
+    } else {
+      bool first = true;
+      for (const auto& kv : obj) {
+        if (!first) {
+          out_ += ',';
+        }
+        first = false;
+        member(kv.key(), kv.value(), depth);
+      }
+    }
+    out_ += '}';
+  }
+
+  std::string& out_;
+  bool pretty_;
+};
+
+} // namespace
+
+void writeCompact(const Value& v, std::string& out) { TextWriter(out, false).value(v, 0); }
+
+std::string toCompact(const Value& v) {
+  std::string out;
+  writeCompact(v, out);
+  return out;
+}
+
+std::string toPretty(const Value& v) {
+  std::string out;
+  TextWriter(out, true).value(v, 0);
+  return out;
+}
+
+} // namespace velko::json

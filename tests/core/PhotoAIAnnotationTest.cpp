@@ -1,0 +1,53 @@
+#include "core/PhotoAIAnnotation.h"
+#include "json/Writer.h"
+
+#include <gtest/gtest.h>
+
+namespace velko::core {
+namespace {
+
+TEST(PhotoAIAnnotation, SearchTextJoinsNonEmptyPartsLowerCased) {
+  PhotoAIAnnotation a;
+  a.caption = "A Dog";
+  a.ocrText = "EXIT";
+  EXPECT_EQ(searchText(a), "a dog exit");
+
+  a.longDescription = "On the Beach";
+  a.keywords = {"Sand", ""};
+  a.subjects = {"Dog"};
+  a.scene = "coast";
+  a.palette = {"blue"};
+  EXPECT_EQ(searchText(a), "a dog on the beach sand dog coast exit");
+}
+
+TEST(PhotoAIAnnotation, UnionKeepsFirstSeenSpellingAndOrder) {
+  struct Case {
+    const char* name;
+    std::vector<std::string> a, b, expected;
+  } cases[] = {
+      {"merge", {"Beach", "dog"}, {"beach", "Sunset", "", "sunset"}, {"Beach", "dog", "Sunset"}},
+      {"empty left", {}, {"A", "a"}, {"A"}},
+      {"empty right keeps duplicates", {"x", "X"}, {}, {"x", "X"}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(unionOf(c.a, c.b), c.expected);
+  }
+}
+
+TEST(PhotoAIAnnotation, JsonFormMatchesGolden) {
+  const char* golden = R"({"caption":"c","longDescription":"","keywords":["k"],"subjects":[],)"
+                       R"("setting":"outdoor","peopleCount":2,"palette":["red"],"keeperScore":0.5})";
+  auto a = json::decodeAs<PhotoAIAnnotation>(json::parse(golden));
+  EXPECT_EQ(a.setting, PhotoSetting::Outdoor);
+  EXPECT_EQ(a.peopleCount, 2);
+  EXPECT_FALSE(a.scene.has_value());
+  EXPECT_EQ(json::toCompact(json::encode(a)), golden);
+  EXPECT_THROW(json::decodeAs<PhotoAIAnnotation>(json::parse(
+                   R"({"caption":"c","longDescription":"","keywords":[],"subjects":[],)"
+                   R"("palette":[],"setting":"Indoor"})")),
+               json::DecodeError);
+}
+
+} // namespace
+} // namespace velko::core

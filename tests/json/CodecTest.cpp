@@ -1,0 +1,132 @@
+#include "json/Codec.h"
+#include "json/Writer.h"
+
+#include <gtest/gtest.h>
+
+namespace velko::json {
+namespace {
+
+enum class Shade { Light, Dark };
+enum class Level : std::int64_t { Low = 1, High = 3 };
+
+} // namespace
+
+template <> struct EnumNames<Shade> {
+  static constexpr std::array<std::pair<Shade, std::string_view>, 2> table = {
+      {{Shade::Light, "light"}, {Shade::Dark, "dark"}}};
+};
+template <> struct EnumValues<Level> {
+  static constexpr std::array<Level, 2> table = {Level::Low, Level::High};
+};
+
+namespace {
+
+struct Inner {
+  std::string name;
+  std::optional<double> weight;
+  static constexpr auto jsonFields() {
+    return std::tuple{field("name", &Inner::name), field("weight", &Inner::weight)};
+  }
+  friend bool operator==(const Inner&, const Inner&) = default;
+};
+
+struct Outer {
+  std::int64_t count = 0;
+  std::int32_t small = 0;
+  bool on = false;
+  Shade shade = Shade::Light;
+  Level level = Level::Low;
+  std::vector<Inner> items;
+  std::optional<std::string> note;
+  static constexpr auto jsonFields() {
+    return std::tuple{field("count", &Outer::count), field("small", &Outer::small),
+                      field("on", &Outer::on),       field("shade", &Outer::shade),
+                      field("level", &Outer::level), field("items", &Outer::items),
+                      field("note", &Outer::note)};
+  }
+  friend bool operator==(const Outer&, const Outer&) = default;
+};
+
+TEST(RecordCodec, EncodesKeysInFieldOrderAndOmitsAbsentOptionals) {
+  Outer o{7, -2, true, Shade::Dark, Level::High, {{"a", 1.5}, {"b", std::nullopt}}, std::nullopt};
+  EXPECT_EQ(toCompact(encode(o)),
+            R"({"count":7,"small":-2,"on":true,"shade":"dark","level":3,)"
+            R"("items":[{"name":"a","weight":1.5},{"name":"b"}]})");
+}
+
+TEST(RecordCodec, DecodesGoldenTextAndAcceptsNullForOptionals) {
+  auto o = decodeAs<Outer>(parse(R"({"count":7,"small":-2,"on":true,"shade":"dark","level":3,
+      "items":[{"name":"a","weight":2},{"name":"b","weight":null}],"note":null,"extra":1})"));
+  Outer expected{7, -2, true, Shade::Dark, Level::High, {{"a", 2.0}, {"b", std::nullopt}}, {}};
+  EXPECT_EQ(o, expected);
+}
+
+TEST(RecordCodec, ErrorsNameTheKeyPath) {
+  const std::string base = R"("count":1,"small":1,"on":true,"shade":"dark","level":1)";
+  struct Case {
+    const char* name;
+    std::string json;
+    std::string message;
+  } cases[] = {
+      {"not an object", "[]", "args: expected an object, found array"},
+      {"missing key", "{}", "args.count: missing required key"},
+      {"null required", R"({"count":null})", "args.count: expected an integer, found null"},
+      {"string for int", R"({"count":"4"})", "args.count: expected an integer, found string"},
+      {"fraction for int", R"({"count":1.0})",
+       "args.count: expected an integer, found a number with a fraction or exponent"},
+      {"int32 overflow", R"({"count":1,"small":4294967296})", "args.small: integer out of range"},
+      {"uint64 overflow", R"({"count":18446744073709551615})", "args.count: integer out of range"},
+      {"bool for bool", R"({"count":1,"small":1,"on":1})",
+       "args.on: expected a boolean, found number"},
+      {"unknown name", R"({"count":1,"small":1,"on":true,"shade":"Dark"})",
+       "args.shade: unknown value \"Dark\""},
+      {"unknown integer", R"({"count":1,"small":1,"on":true,"shade":"dark","level":2})",
+       "args.level: unknown value 2"},
+      {"nested element", "{" + base + R"(,"items":[{"name":"x"},{"name":5}]})",
+       "args.items[1].name: expected a string, found number"},
+      {"wrong optional type", "{" + base + R"(,"items":[],"note":false})",
+       "args.note: expected a string, found boolean"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    try {
+      decodeAs<Outer>(parse(c.json), Path("args"));
+      ADD_FAILURE() << "decoded without error";
+    } catch (const DecodeError& e) {
+      EXPECT_EQ(e.what(), c.message);
+    }
+  }
+}
+
+TEST(RecordCodec, UnnamedRootLeavesPathUnprefixed) {
+  try {
+    decodeAs<Inner>(parse(R"({"name":1})"));
+    FAIL();
+  } catch (const DecodeError& e) {
+    EXPECT_STREQ(e.what(), "name: expected a string, found number");
+  }
+  try {
+    decodeAs<Inner>(parse("3"));
+    FAIL();
+  } catch (const DecodeError& e) {
+    EXPECT_STREQ(e.what(), "expected an object, found number");
+  }
+}
+
+TEST(PrimitiveCodec, DoublesAcceptIntegersAndIntegersRejectBooleans) {
+  EXPECT_EQ(decodeAs<double>(parse("3")), 3.0);
+  EXPECT_EQ(decodeAs<double>(parse("-9007199254740993")), -9007199254740992.0);
+  EXPECT_THROW(decodeAs<double>(parse("true")), DecodeError);
+  EXPECT_THROW(decodeAs<std::int64_t>(parse("true")), DecodeError);
+  EXPECT_EQ(decodeAs<std::int64_t>(parse("9223372036854775807")), INT64_MAX);
+}
+
+TEST(Parse, RejectsMalformedTextWithDecodeError) {
+  for (const char* text : {"", "{", "{\"a\":}", "[1,]", "\"\xff\""}) {
+    SCOPED_TRACE(text);
+    EXPECT_THROW(parse(text), DecodeError);
+  }
+}
+
+} // namespace
+} // namespace velko::json

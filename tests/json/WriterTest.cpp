@@ -1,0 +1,80 @@
+#include "json/Errors.h"
+#include "json/Writer.h"
+
+#include <gtest/gtest.h>
+#include <limits>
+
+namespace velko::json {
+namespace {
+
+TEST(Writer, CompactKeepsInsertionOrderAndPrettySortsKeys) {
+  Value v = parse(R"({"b":[1,2.5,{"z":null,"a":true}],"a":"x/y","c":{},"d":[]})");
+  EXPECT_EQ(toCompact(v), R"({"b":[1,2.5,{"z":null,"a":true}],"a":"x/y","c":{},"d":[]})");
+  EXPECT_EQ(toPretty(v), "{\n"
+                         "  \"a\": \"x\\/y\",\n"
+                         "  \"b\": [\n"
+                         "    1,\n"
+                         "    2.5,\n"
+                         "    {\n"
+                         "      \"a\": true,\n"
+                         "      \"z\": null\n"
+                         "    }\n"
+                         "  ],\n"
+                         "  \"c\": {},\n"
+                         "  \"d\": []\n"
+                         "}");
+}
+
+TEST(Writer, EscapesAtEveryPositionOfTheWordScan) {
+  // Each special byte is placed at every offset of an 8-byte word so both the bulk path and
+  // the byte path see it.
+  const std::pair<char, std::string> specials[] = {
+      {'"', "\\\""}, {'\\', "\\\\"}, {'\n', "\\n"}, {'\x01', "\\u0001"}, {'\x1f', "\\u001f"},
+      {'\t', "\\t"}};
+  for (const auto& [c, escaped] : specials) {
+    for (std::size_t pos = 0; pos < 17; ++pos) {
+      std::string s(17, 'a');
+      s[pos] = c;
+      std::string expected = "\"" + std::string(pos, 'a') + escaped + std::string(16 - pos, 'a') +
+                             "\"";
+      ASSERT_EQ(toCompact(Value(s)), expected) << "byte " << int(c) << " at " << pos;
+    }
+  }
+}
+
+TEST(Writer, PassesValidUtf8AndRejectsInvalid) {
+  EXPECT_EQ(toCompact(Value("ƒ/2.8 × € 😀 0123456789")), "\"ƒ/2.8 × € 😀 0123456789\"");
+  for (const char* bad : {"\xff", "abc\xc3", "\xc0\xaf", "\xed\xa0\x80", "\xf4\x90\x80\x80",
+                          "0123456789\x80"}) {
+    EXPECT_THROW(toCompact(Value(bad)), EncodeError);
+    EXPECT_THROW(toPretty(Value(bad)), EncodeError);
+  }
+}
+
+TEST(Writer, NumbersUseShortestFormAndNonFiniteIsRefused) {
+  EXPECT_EQ(toCompact(parse("[4.0,0.1,-0.0,1e300,-7,18446744073709551615]")),
+            "[4,0.1,-0,1e+300,-7,18446744073709551615]");
+  for (double bad : {std::numeric_limits<double>::quiet_NaN(),
+                     std::numeric_limits<double>::infinity()}) {
+    Object o;
+    o["x"] = bad;
+    EXPECT_THROW(toCompact(o), EncodeError);
+  }
+}
+
+TEST(Writer, LargeBase64StringRoundTrips) {
+  std::string payload;
+  const char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  for (std::size_t i = 0; i < (1u << 20) + 3; ++i) {
+    payload += alphabet[(i * 7919) % 64];
+  }
+  Object o;
+  o["data"] = payload;
+  const std::string text = toCompact(o);
+  EXPECT_EQ(text.size(), payload.size() + 11);
+  EXPECT_EQ(parse(text).at("data").as_string(), payload);
+  EXPECT_EQ(parse(toPretty(o)).at("data").as_string(), payload);
+}
+
+} // namespace
+} // namespace velko::json
