@@ -9,6 +9,7 @@ packages=(
   libgtest-dev libgmock-dev
   libbenchmark-dev
   uuid-dev
+  libvips-dev
 )
 
 missing=()
