@@ -16,6 +16,27 @@ std::string lowered(std::string_view s) {
 
 } // namespace
 
+PhotoAIAnnotation decodeAssistantAnnotation(const json::Value& value, const json::Path& path) {
+  const json::Object* given = value.if_object();
+  if (given == nullptr) {
+    json::failExpected(value, "an object", path);
+  }
+  // Fill in the omitted fields, then let the strict codec check the rest, so both decoders
+  // report a wrong type the same way.
+  json::Object filled = *given;
+  auto fillIfAbsent = [&filled](std::string_view key, json::Value empty) {
+    const json::Value* v = filled.if_contains(key);
+    if (v == nullptr || v->is_null()) {
+      filled[key] = std::move(empty);
+    }
+  };
+  fillIfAbsent("longDescription", json::String());
+  fillIfAbsent("keywords", json::Array());
+  fillIfAbsent("subjects", json::Array());
+  fillIfAbsent("palette", json::Array());
+  return json::decodeAs<PhotoAIAnnotation>(filled, path);
+}
+
 std::string searchText(const PhotoAIAnnotation& a) {
   std::string out;
   auto add = [&out](const std::string& part) {

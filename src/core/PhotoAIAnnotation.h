@@ -50,6 +50,13 @@ struct PhotoAIAnnotation {
   friend bool operator==(const PhotoAIAnnotation&, const PhotoAIAnnotation&) = default;
 };
 
+/// Decodes an annotation written by the assistant, which is told to include only the fields it
+/// is confident about: a missing or null `longDescription` reads as "" and missing or null
+/// `keywords`, `subjects` and `palette` as empty lists. `caption` stays required and every
+/// present field is checked as strictly as by the record codec, which the application's own
+/// records keep using. Throws json::DecodeError naming the key path.
+PhotoAIAnnotation decodeAssistantAnnotation(const json::Value& value, const json::Path& path);
+
 /// Caption, long description, keywords, subjects, scene and OCR text, empty parts dropped,
 /// joined by single spaces and lower-cased.
 std::string searchText(const PhotoAIAnnotation& annotation);

@@ -49,5 +49,58 @@ TEST(PhotoAIAnnotation, JsonFormMatchesGolden) {
                json::DecodeError);
 }
 
+TEST(PhotoAIAnnotation, AssistantAnnotationMayOmitTextAndLists) {
+  const json::Value given =
+      json::parse(R"({"caption":"A dog on a beach","subjects":null,"scene":"beach"})");
+  PhotoAIAnnotation expected;
+  expected.caption = "A dog on a beach";
+  expected.scene = "beach";
+  EXPECT_EQ(decodeAssistantAnnotation(given, json::Path("annotation")), expected);
+
+  // Records from the application keep the strict rule.
+  try {
+    json::decodeAs<PhotoAIAnnotation>(given, json::Path("annotation"));
+    ADD_FAILURE() << "strict decode accepted a missing longDescription";
+  } catch (const json::DecodeError& e) {
+    EXPECT_STREQ(e.what(), "annotation.longDescription: missing required key");
+  }
+
+  // Fields that are given come through unchanged.
+  const char* full = R"({"caption":"c","longDescription":"l","keywords":["k"],"subjects":["s"],)"
+                     R"("palette":["red"],"peopleCount":0})";
+  EXPECT_EQ(decodeAssistantAnnotation(json::parse(full), json::Path()),
+            json::decodeAs<PhotoAIAnnotation>(json::parse(full)));
+}
+
+TEST(PhotoAIAnnotation, AssistantAnnotationErrorsNameTheKeyPath) {
+  struct Case {
+    const char* name;
+    const char* json;
+    const char* message;
+  } cases[] = {
+      {"caption stays required", R"({"keywords":["dog"]})",
+       "arguments.annotation.caption: missing required key"},
+      {"null caption", R"({"caption":null})",
+       "arguments.annotation.caption: expected a string, found null"},
+      {"list given as a string", R"({"caption":"c","keywords":"dog"})",
+       "arguments.annotation.keywords: expected an array, found string"},
+      {"wrong element", R"({"caption":"c","palette":["red",3]})",
+       "arguments.annotation.palette[1]: expected a string, found number"},
+      {"unknown setting", R"({"caption":"c","setting":"Indoor"})",
+       "arguments.annotation.setting: unknown value \"Indoor\""},
+      {"not an object", R"("a dog")", "arguments.annotation: expected an object, found string"},
+  };
+  const json::Path root("arguments");
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    try {
+      decodeAssistantAnnotation(json::parse(c.json), root.key("annotation"));
+      ADD_FAILURE() << "decoded without error";
+    } catch (const json::DecodeError& e) {
+      EXPECT_STREQ(e.what(), c.message);
+    }
+  }
+}
+
 } // namespace
 } // namespace velko::core
