@@ -1,0 +1,110 @@
+#include "protocol/FrameCodec.h"
+
+#include <gtest/gtest.h>
+
+namespace velko::protocol {
+namespace {
+
+using Frames = std::vector<std::string>;
+
+FrameError frameErrorOf(const std::function<void()>& f) {
+  try {
+    f();
+  } catch (const FrameError& e) {
+    return e;
+  }
+  ADD_FAILURE() << "no FrameError thrown";
+  return FrameError::interiorNewline();
+}
+
+TEST(FrameCodec, EncodeAppendsOneNewline) {
+  EXPECT_EQ(encodeFrame(""), "\n");
+  EXPECT_EQ(encodeFrame("{\"a\":1}\r"), "{\"a\":1}\r\n");
+}
+
+TEST(FrameCodec, EncodeEnforcesLimitAndNewlineRule) {
+  const std::string atLimit(kMaxFrameBytes, 'a');
+  EXPECT_EQ(encodeFrame(atLimit).size(), atLimit.size() + 1);
+
+  const std::string overLimit(kMaxFrameBytes + 1, 'a');
+  FrameError tooLarge = frameErrorOf([&] { encodeFrame(overLimit); });
+  EXPECT_EQ(tooLarge, FrameError::frameTooLarge(8388609));
+  EXPECT_STREQ(tooLarge.what(), "frame too large: 8388609 bytes (limit 8388608)");
+
+  EXPECT_EQ(frameErrorOf([] { encodeFrame("a\nb"); }), FrameError::interiorNewline());
+  // The newline test runs first, over the whole payload.
+  std::string bothFaults = overLimit;
+  bothFaults.back() = '\n';
+  EXPECT_EQ(frameErrorOf([&] { encodeFrame(bothFaults); }).kind(),
+            FrameError::Kind::InteriorNewline);
+}
+
+TEST(FrameCodec, ErrorsCompareByKindAndCount) {
+  EXPECT_EQ(FrameError::frameTooLarge(5), FrameError::frameTooLarge(5));
+  EXPECT_FALSE(FrameError::frameTooLarge(5) == FrameError::frameTooLarge(6));
+  EXPECT_FALSE(FrameError::frameTooLarge(0) == FrameError::interiorNewline());
+}
+
+TEST(FrameCodec, ScannerSplitsChunksIntoFrames) {
+  struct Case {
+    const char* name;
+    std::vector<std::string> chunks;
+    std::vector<Frames> expected; // frames returned by each append
+    std::string remainder;
+  } cases[] = {
+      {"joined across reads", {"abc", "def\nxy"}, {{}, {"abcdef"}}, "xy"},
+      {"two frames in one read", {"a\nb\nc"}, {{"a", "b"}}, "c"},
+      {"empty lines are frames", {"\n\n"}, {{"", ""}}, ""},
+      {"carriage return kept", {"a\r\n"}, {{"a\r"}}, ""},
+      {"newline arrives alone", {"abc", "\n"}, {{}, {"abc"}}, ""},
+      {"short tail after long head", {"long line\nx\nyz"}, {{"long line", "x"}}, "yz"},
+      {"long tail after short head", {"a\nlonger tail\nq"}, {{"a", "longer tail"}}, "q"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    LineScanner scanner;
+    for (std::size_t i = 0; i < c.chunks.size(); ++i) {
+      EXPECT_EQ(scanner.append(c.chunks[i]), c.expected[i]) << "chunk " << i;
+    }
+    EXPECT_EQ(scanner.buffered(), c.remainder);
+    EXPECT_EQ(scanner.scannedBytes(), c.remainder.size());
+  }
+}
+
+TEST(FrameCodec, ScannerLimitsOnlyTheUnterminatedRemainder) {
+  // A line far past the limit whose newline is in the same chunk is returned whole.
+  const std::string nineMiB(9u << 20, 'z');
+  LineScanner whole;
+  Frames frames = whole.append(nineMiB + "\n");
+  ASSERT_EQ(frames.size(), 1u);
+  EXPECT_EQ(frames[0].size(), nineMiB.size());
+
+  // Exactly at the limit is still fine; one more byte is not.
+  LineScanner edge;
+  EXPECT_TRUE(edge.append(std::string(kMaxFrameBytes, 'a')).empty());
+  EXPECT_EQ(frameErrorOf([&] { edge.append("b"); }), FrameError::frameTooLarge(kMaxFrameBytes + 1));
+}
+
+TEST(FrameCodec, ScannerDropsCompletedFramesWhenTheRemainderIsTooLarge) {
+  LineScanner scanner;
+  const std::string chunk = "done\n" + std::string(kMaxFrameBytes + 10, 'r');
+  EXPECT_EQ(frameErrorOf([&] { scanner.append(chunk); }),
+            FrameError::frameTooLarge(kMaxFrameBytes + 10));
+  // The completed line was consumed with the error; the remainder stays.
+  EXPECT_EQ(scanner.bufferedBytes(), static_cast<std::size_t>(kMaxFrameBytes + 10));
+  EXPECT_EQ(scanner.scannedBytes(), scanner.bufferedBytes());
+}
+
+TEST(FrameCodec, FramesDoNotShareTheScannerBuffer) {
+  LineScanner scanner;
+  Frames first = scanner.append("0123456789\nab");
+  Frames second = scanner.append("c\n");
+  ASSERT_EQ(first.size(), 1u);
+  ASSERT_EQ(second.size(), 1u);
+  EXPECT_EQ(first[0], "0123456789");
+  EXPECT_EQ(second[0], "abc");
+  EXPECT_EQ(scanner.bufferedBytes(), 0u);
+}
+
+} // namespace
+} // namespace velko::protocol

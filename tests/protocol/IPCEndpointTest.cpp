@@ -1,0 +1,61 @@
+#include "protocol/IPCEndpoint.h"
+
+#include "json/Writer.h"
+#include <gtest/gtest.h>
+
+namespace velko::protocol {
+namespace {
+
+TEST(IPCEndpoint, PathsHangOffTheSupportDirectory) {
+  EXPECT_EQ(IPCEndpoint::supportDir("/Users/u"), "/Users/u/.velko");
+  EXPECT_EQ(IPCEndpoint::clientSocketPath("/Users/u"), "/Users/u/.velko/ipc.sock");
+  EXPECT_EQ(IPCEndpoint::serverSocketPath("/Users/u"), "/Users/u/.velko/ipc.sock");
+  EXPECT_EQ(IPCEndpoint::assistantSocketPath("/Users/u"), "/Users/u/.velko/assistant.sock");
+  EXPECT_EQ(IPCEndpoint::exchangeDir("/Users/u"), "/Users/u/.velko/exchange");
+  EXPECT_EQ(IPCEndpoint::legacySocketPath("/Users/u"),
+            "/Users/u/Library/Containers/com.velko.app/Data/ipc.sock");
+  // Suffixes are appended as they are.
+  EXPECT_EQ(IPCEndpoint::clientSocketPath("/h/"), "/h//.velko/ipc.sock");
+}
+
+TEST(IPCEndpoint, HomePrefersThePasswordEntry) {
+  struct Case {
+    const char* name;
+    const char* passwordHome;
+    const char* environmentHome;
+    const char* expected;
+  } cases[] = {
+      {"entry wins", "/Users/u", "/container/home", "/Users/u"},
+      {"no entry", nullptr, "/container/home", "/container/home"},
+      {"empty entry", "", "/env", "/env"},
+      {"nothing at all", nullptr, nullptr, ""},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(IPCEndpoint::chooseHome(c.passwordHome, c.environmentHome), c.expected);
+  }
+  EXPECT_EQ(IPCEndpoint::serverSocketPath(), IPCEndpoint::home() + "/.velko/ipc.sock");
+}
+
+TEST(IPCEndpoint, LongHomesPassTheAddressLimit) {
+  // "/.velko/ipc.sock" adds 16 bytes, so from an 88-byte home on the path no longer fits.
+  EXPECT_EQ(IPCEndpoint::clientSocketPath(std::string(87, 'h')).size(), 103u);
+  EXPECT_GT(IPCEndpoint::clientSocketPath(std::string(88, 'h')).size(), IPCEndpoint::kSunPathLimit);
+}
+
+TEST(IPCEndpoint, EndpointInfoMatchesGolden) {
+  const char* golden =
+      R"({"socketPath":"/Users/u/.velko/ipc.sock","protocolVersion":1,"appVersion":"2.3","pid":4242})";
+  auto info = json::decodeAs<IPCEndpoint::EndpointInfo>(json::parse(golden));
+  EXPECT_EQ(info, (IPCEndpoint::EndpointInfo{"/Users/u/.velko/ipc.sock", 1, "2.3", 4242}));
+  EXPECT_EQ(json::toCompact(json::encode(info)), golden);
+  EXPECT_THROW(json::decodeAs<IPCEndpoint::EndpointInfo>(
+                   json::parse(R"({"socketPath":"/s","protocolVersion":1,"appVersion":"2"})")),
+               json::DecodeError);
+  EXPECT_THROW(json::decodeAs<IPCEndpoint::EndpointInfo>(json::parse(
+                   R"({"socketPath":"/s","protocolVersion":1,"appVersion":"2","pid":4294967296})")),
+               json::DecodeError);
+}
+
+} // namespace
+} // namespace velko::protocol
