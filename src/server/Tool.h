@@ -37,9 +37,10 @@ struct Tool {
 
 // clang-format off
 void addLibraryTools(std::vector<Tool>& table);        // ping, list, context, selection, get, query, show, select, open, exif
-void addOrganisationTools(std::vector<Tool>& table);   // ratings, flags, labels, groups, annotations, geotags, similarity, import
+void addOrganisationTools(std::vector<Tool>& table);   // ratings, flags, labels, groups, annotations, geotags
 void addEditingTools(std::vector<Tool>& table);        // edit get/set/reset/commit, masks, previews, snapshots, crop, LUTs, point colour
 void addDeliveryTools(std::vector<Tool>& table);       // export, video commit, movies
+void addContentTools(std::vector<Tool>& table);        // visual similarity search, file import
 // clang-format on
 
 } // namespace velko::server
