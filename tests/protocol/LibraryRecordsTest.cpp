@@ -263,5 +263,74 @@ TEST(LibraryRecords, ReplyDecodeErrorsNameTheKeyPath) {
   }
 }
 
+// The tools decode their arguments straight into these records, so the record's field types and
+// optionality are the only argument checks the server makes; the assistant reads the messages.
+TEST(LibraryRecords, ToolArgumentsDecodeOrNameTheFaultyKey) {
+  auto args = [](auto record, const std::string& text) -> std::function<void()> {
+    return [text] {
+      json::decodeAs<decltype(record)>(json::parse(text), json::Path("arguments"));
+    };
+  };
+  const std::string ok = "decoded without error";
+  struct Case {
+    const char* name;
+    std::function<void()> decode;
+    std::string message;
+  } cases[] = {
+      // Accepted as given: bounds and "one of" rules are the application's.
+      {"list without arguments", args(ListParams{}, "{}"), ok},
+      {"rating out of range", args(RateParams{}, R"({"ids":[],"rating":9})"), ok},
+      {"query with minRating 7", args(QueryParams{}, R"({"minRating":7})"), ok},
+      {"close editor without id", args(OpenEditorParams{}, R"({"open":false})"), ok},
+      {"membership without id or name", args(GroupMembershipParams{}, R"({"ids":["a"]})"), ok},
+      {"latitude without longitude", args(GeotagParams{}, R"({"ids":["a"],"latitude":4})"), ok},
+      // Wrong types.
+      {"rating as a string", args(RateParams{}, R"({"ids":["a"],"rating":"4"})"),
+       "arguments.rating: expected an integer, found string"},
+      {"rating with a fraction", args(RateParams{}, R"({"ids":["a"],"rating":3.5})"),
+       "arguments.rating: expected an integer, found a number with a fraction or exponent"},
+      {"ids as one string", args(DeleteParams{}, R"({"ids":"X/L0/001"})"),
+       "arguments.ids: expected an array, found string"},
+      {"id inside ids as a number", args(LabelParams{}, R"({"ids":["a",7],"color":"red"})"),
+       "arguments.ids[1]: expected a string, found number"},
+      {"favorite as a string", args(FavoriteParams{}, R"({"ids":["a"],"favorite":"true"})"),
+       "arguments.favorite: expected a boolean, found string"},
+      {"optional limit as a string", args(ListParams{}, R"({"limit":"100"})"),
+       "arguments.limit: expected an integer, found string"},
+      {"coordinate as a string", args(GeotagParams{}, R"({"ids":["a"],"latitude":"4.1"})"),
+       "arguments.latitude: expected a number, found string"},
+      {"date without a time", args(QueryParams{}, R"({"dateFrom":"2026-07-12"})"),
+       "arguments.dateFrom: expected an ISO 8601 date-time with whole seconds, such as "
+       "2024-05-01T08:30:00Z, found \"2026-07-12\""},
+      {"show flag as a number", args(QueryParams{}, R"({"show":1})"),
+       "arguments.show: expected a boolean, found number"},
+      {"seed ids as one string", args(GroupCreateParams{}, R"({"name":"n","ids":"a"})"),
+       "arguments.ids: expected an array, found string"},
+      {"arguments not an object", args(SelectParams{}, R"(["a"])"),
+       "arguments: expected an object, found array"},
+      // Required keys.
+      {"get without id", args(GetParams{}, "{}"), "arguments.id: missing required key"},
+      {"rate without rating", args(RateParams{}, R"({"ids":["a"]})"),
+       "arguments.rating: missing required key"},
+      {"flag without flag", args(FlagParams{}, R"({"ids":["a"]})"),
+       "arguments.flag: missing required key"},
+      {"label without color", args(LabelParams{}, R"({"ids":["a"]})"),
+       "arguments.color: missing required key"},
+      {"hide without hidden", args(HideParams{}, R"({"ids":["a"]})"),
+       "arguments.hidden: missing required key"},
+      {"show without ids", args(ShowParams{}, R"({"title":"t"})"),
+       "arguments.ids: missing required key"},
+      {"create without name", args(GroupCreateParams{}, R"({"ids":["a"]})"),
+       "arguments.name: missing required key"},
+      {"membership without ids", args(GroupMembershipParams{}, R"({"name":"n"})"),
+       "arguments.ids: missing required key"},
+      {"pending limit as null", args(AnnotatePendingParams{}, R"({"limit":null})"), ok},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(decodeError(c.decode), c.message);
+  }
+}
+
 } // namespace
 } // namespace velko::protocol
