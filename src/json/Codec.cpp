@@ -36,8 +36,12 @@ void Codec<std::int64_t>::decode(const Value& v, std::int64_t& out, const Path& 
     }
     path.fail("integer out of range");
   }
-  if (v.is_double()) {
-    // 1.0 is written by a peer that treats the value as a number, not an integer.
+  if (const double* d = v.if_double()) {
+    // The parser keeps integers beyond 64 bits as doubles; 1.0 or 1e3 come from a peer that
+    // treats the value as a number, not an integer.
+    if (std::trunc(*d) == *d && std::fabs(*d) >= 0x1p63) {
+      path.fail("integer out of range");
+    }
     path.fail("expected an integer, found a number with a fraction or exponent");
   }
   failExpected(v, "an integer", path);

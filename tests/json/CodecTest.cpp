@@ -76,6 +76,7 @@ TEST(RecordCodec, ErrorsNameTheKeyPath) {
        "args.count: expected an integer, found a number with a fraction or exponent"},
       {"int32 overflow", R"({"count":1,"small":4294967296})", "args.small: integer out of range"},
       {"uint64 overflow", R"({"count":18446744073709551615})", "args.count: integer out of range"},
+      {"beyond 64 bits", R"({"count":-99999999999999999999})", "args.count: integer out of range"},
       {"bool for bool", R"({"count":1,"small":1,"on":1})",
        "args.on: expected a boolean, found number"},
       {"unknown name", R"({"count":1,"small":1,"on":true,"shade":"Dark"})",
