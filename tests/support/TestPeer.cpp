@@ -1,0 +1,303 @@
+#include "support/TestPeer.h"
+
+#include "protocol/FrameCodec.h"
+#include "protocol/Rpc.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace velko::testing {
+namespace {
+
+[[noreturn]] void failSystem(const char* what) {
+  throw std::system_error(errno, std::generic_category(), what);
+}
+
+sockaddr_un addressOf(const std::string& path) {
+  sockaddr_un address{};
+  if (path.size() >= sizeof address.sun_path) {
+    throw std::system_error(ENAMETOOLONG, std::generic_category(), "test socket path");
+  }
+  address.sun_family = AF_UNIX;
+  std::memcpy(address.sun_path, path.data(), path.size());
+  return address;
+}
+
+int boundSocket(const std::string& path) {
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) {
+    failSystem("socket");
+  }
+  const sockaddr_un address = addressOf(path);
+  if (::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    const int error = errno;
+    ::close(fd);
+    throw std::system_error(error, std::generic_category(), "bind " + path);
+  }
+  return fd;
+}
+
+/// Writes all of `bytes`; false when the client has gone.
+bool writeAll(int fd, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t n = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    if (n < 1) {
+      return false;
+    }
+    bytes.remove_prefix(static_cast<std::size_t>(n));
+  }
+  return true;
+}
+
+} // namespace
+
+// ---- TempDir ------------------------------------------------------------------------------------
+
+TempDir::TempDir() {
+  std::string pattern = "/tmp/velko-test-XXXXXX";
+  if (::mkdtemp(pattern.data()) == nullptr) {
+    failSystem("mkdtemp");
+  }
+  path_ = pattern;
+}
+
+TempDir::~TempDir() {
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+std::string TempDir::file(std::string_view relative) const {
+  std::string p = path_;
+  p += '/';
+  p += relative;
+  return p;
+}
+
+std::string TempDir::touch(std::string_view relative) const {
+  const std::string p = file(relative);
+  std::filesystem::create_directories(std::filesystem::path(p).parent_path());
+  std::ofstream(p).close();
+  return p;
+}
+
+void leaveDeadSocket(const std::string& path) {
+  ::close(boundSocket(path));
+}
+
+// ---- PeerStep -----------------------------------------------------------------------------------
+
+PeerStep PeerStep::result(std::string_view resultJson) {
+  return line(std::string(R"({"jsonrpc":"2.0","id":1,"result":)") + std::string(resultJson) + "}");
+}
+
+PeerStep PeerStep::error(std::int64_t code, std::string_view message) {
+  std::string reply =
+      R"({"jsonrpc":"2.0","id":1,"error":{"code":)" + std::to_string(code) + R"(,"message":)";
+  reply += '"';
+  reply += message; // test messages need no escaping
+  reply += R"("}})";
+  return line(reply);
+}
+
+PeerStep PeerStep::line(std::string_view line) {
+  PeerStep step;
+  step.writes.push_back(std::string(line) + "\n");
+  return step;
+}
+
+PeerStep PeerStep::raw(std::vector<std::string> chunks) {
+  PeerStep step;
+  step.writes = std::move(chunks);
+  return step;
+}
+
+PeerStep PeerStep::closeWithoutReply() {
+  PeerStep step;
+  step.kind = Kind::CloseWithoutReply;
+  return step;
+}
+
+PeerStep PeerStep::unterminated(std::size_t bytes) {
+  PeerStep step;
+  step.kind = Kind::Unterminated;
+  step.size = bytes;
+  return step;
+}
+
+PeerStep PeerStep::hang() {
+  PeerStep step;
+  step.kind = Kind::Hang;
+  return step;
+}
+
+// ---- TestPeer -----------------------------------------------------------------------------------
+
+TestPeer::TestPeer() : dir_(std::make_unique<TempDir>()) {
+  socketPath_ = dir_->file("ipc.sock");
+  start();
+}
+
+TestPeer::TestPeer(std::string socketPath) : socketPath_(std::move(socketPath)) {
+  start();
+}
+
+TestPeer::~TestPeer() {
+  stop();
+}
+
+void TestPeer::start() {
+  int pipeFds[2];
+  if (::pipe2(pipeFds, O_CLOEXEC) != 0) {
+    failSystem("pipe");
+  }
+  wakeRead_ = pipeFds[0];
+  wakeWrite_ = pipeFds[1];
+  listener_ = boundSocket(socketPath_);
+  if (::listen(listener_, 16) != 0) {
+    failSystem("listen");
+  }
+  thread_ = std::thread([this] { serve(); });
+}
+
+void TestPeer::stop() {
+  std::call_once(stopOnce_, [this] {
+    const char byte = 1;
+    (void)!::write(wakeWrite_, &byte, 1);
+    if (thread_.joinable()) {
+      thread_.join();
+    }
+    ::close(listener_);
+    ::close(wakeRead_);
+    ::close(wakeWrite_);
+    ::unlink(socketPath_.c_str());
+  });
+}
+
+void TestPeer::push(PeerStep step) {
+  std::lock_guard lock(mutex_);
+  script_.push_back(std::move(step));
+}
+
+void TestPeer::setHandler(Handler handler) {
+  std::lock_guard lock(mutex_);
+  handler_ = std::move(handler);
+}
+
+std::vector<std::string> TestPeer::requests() const {
+  std::lock_guard lock(mutex_);
+  return requests_;
+}
+
+std::size_t TestPeer::connectionCount() const {
+  std::lock_guard lock(mutex_);
+  return connections_;
+}
+
+bool TestPeer::waitReadable(int fd) const {
+  pollfd fds[2] = {{fd, POLLIN, 0}, {wakeRead_, POLLIN, 0}};
+  for (;;) {
+    if (::poll(fds, 2, -1) < 0) {
+      if (errno == EINTR) {
+        continue;
+      }
+      return false;
+    }
+    if (fds[1].revents != 0) {
+      return false;
+    }
+    if (fds[0].revents != 0) {
+      return true;
+    }
+  }
+}
+
+void TestPeer::serve() {
+  while (waitReadable(listener_)) {
+    const int connection = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+    if (connection < 0) {
+      continue;
+    }
+    {
+      std::lock_guard lock(mutex_);
+      ++connections_;
+    }
+    answer(connection);
+    ::close(connection);
+  }
+}
+
+void TestPeer::answer(int connection) {
+  // Read the request line first, as the application does.
+  protocol::LineScanner scanner;
+  std::vector<std::string> lines;
+  char chunk[65536];
+  while (lines.empty()) {
+    if (!waitReadable(connection)) {
+      return;
+    }
+    const ssize_t n = ::read(connection, chunk, sizeof chunk);
+    if (n < 1) {
+      return;
+    }
+    lines = scanner.append(std::string_view(chunk, static_cast<std::size_t>(n)));
+  }
+
+  PeerStep step;
+  Handler handler;
+  {
+    std::lock_guard lock(mutex_);
+    requests_.push_back(lines.front());
+    if (!script_.empty()) {
+      step = std::move(script_.front());
+      script_.pop_front();
+    } else if (handler_) {
+      handler = handler_;
+    } else {
+      step = PeerStep::line(protocol::rpc::encodeError(protocol::RPCID{std::int64_t{1}},
+                                                       protocol::RPCErrorCode::InternalError,
+                                                       "test peer: no step scripted"));
+    }
+  }
+  if (handler) {
+    step = PeerStep::line(handler(lines.front()));
+  }
+
+  switch (step.kind) {
+  case PeerStep::Kind::Write:
+    for (std::size_t i = 0; i < step.writes.size(); ++i) {
+      if (i > 0) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+      }
+      if (!writeAll(connection, step.writes[i])) {
+        return;
+      }
+    }
+    return;
+  case PeerStep::Kind::CloseWithoutReply:
+    return;
+  case PeerStep::Kind::Unterminated:
+    writeAll(connection, std::string(step.size, 'x'));
+    return;
+  case PeerStep::Kind::Hang:
+    // Returns once the peer stops (or the client goes away).
+    while (waitReadable(connection)) {
+      if (::read(connection, chunk, sizeof chunk) < 1) {
+        return;
+      }
+    }
+    return;
+  }
+}
+
+} // namespace velko::testing

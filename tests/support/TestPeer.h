@@ -1,0 +1,133 @@
+// An in-process stand-in for the application, for tests that drive real sockets.
+//
+//   velko::testing::TestPeer peer;                         // listens in a fresh temp directory
+//   peer.push(PeerStep::result(R"({"updated":1,"skipped":[]})"));
+//   velko::ipc::IPCClient client(peer.socketPath());
+//   client.call(...);                                      // answered by the step above
+//   EXPECT_EQ(peer.requests().size(), 1u);                 // request lines as received
+//
+// Each accepted connection reads one request line, records it, and is answered by the next
+// scripted step; when the script is empty the handler answers, and without a handler the peer
+// replies with an error. Connections are served one at a time on a background thread.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+namespace velko::testing {
+
+/// A fresh directory under /tmp, removed with everything in it on destruction.
+class TempDir {
+public:
+  TempDir();
+  ~TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+
+  const std::string& path() const { return path_; }
+  /// path() + "/" + relative; nothing is created.
+  std::string file(std::string_view relative) const;
+  /// Creates an empty regular file at path()/relative, with its parent directories; returns
+  /// its path.
+  std::string touch(std::string_view relative) const;
+
+private:
+  std::string path_;
+};
+
+/// Leaves a socket file at `path` that nobody listens on: binds, then closes without listening
+/// and without unlinking (what a force-quit application leaves behind). Parent directories are
+/// created. Throws std::system_error on failure.
+void leaveDeadSocket(const std::string& path);
+
+/// What the peer does with one connection after reading its request line.
+struct PeerStep {
+  enum class Kind {
+    Write,             ///< write `writes` in order, one write() each, then close
+    CloseWithoutReply, ///< close at once
+    Unterminated,      ///< write `size` bytes of 'x' with no newline, then close
+    Hang,              ///< keep the connection open until the peer is stopped
+  };
+
+  Kind kind = Kind::Write;
+  std::vector<std::string> writes;
+  std::size_t size = 0;
+
+  /// {"jsonrpc":"2.0","id":1,"result":<resultJson>} and a newline, in one write.
+  static PeerStep result(std::string_view resultJson);
+  /// {"jsonrpc":"2.0","id":1,"error":{"code":<code>,"message":<message>}} and a newline.
+  static PeerStep error(std::int64_t code, std::string_view message);
+  /// `line` and a newline, in one write.
+  static PeerStep line(std::string_view line);
+  /// Exactly these bytes, one write per chunk with a short pause between, so the client sees
+  /// them in separate reads. Lines after the first can be included to test that they are
+  /// ignored.
+  static PeerStep raw(std::vector<std::string> chunks);
+  static PeerStep closeWithoutReply();
+  /// By default 9 MiB, past the 8 MiB frame limit.
+  static PeerStep unterminated(std::size_t bytes = 9u << 20);
+  static PeerStep hang();
+};
+
+class TestPeer {
+public:
+  /// Computes the reply line (without its newline) for a request line.
+  using Handler = std::function<std::string(const std::string& requestLine)>;
+
+  /// Listens at "ipc.sock" in its own temporary directory.
+  TestPeer();
+  /// Listens at `socketPath`, creating its parent directories; the socket file is removed on
+  /// stop, the directories are left to the caller.
+  explicit TestPeer(std::string socketPath);
+  /// Stops the peer.
+  ~TestPeer();
+  TestPeer(const TestPeer&) = delete;
+  TestPeer& operator=(const TestPeer&) = delete;
+
+  const std::string& socketPath() const { return socketPath_; }
+
+  /// Appends a step to the script; each connection consumes one step.
+  void push(PeerStep step);
+  /// Answers connections once the script is used up.
+  void setHandler(Handler handler);
+
+  /// Every request line received so far, in order, without newlines.
+  std::vector<std::string> requests() const;
+  /// Connections accepted so far.
+  std::size_t connectionCount() const;
+
+  /// Stops accepting, ends a hanging connection, joins the thread and removes the socket file.
+  /// Safe to call from any thread and more than once.
+  void stop();
+
+private:
+  void start();
+  void serve();
+  void answer(int connection);
+  /// Waits until `fd` is readable; false once the peer is stopping.
+  bool waitReadable(int fd) const;
+
+  std::unique_ptr<TempDir> dir_;
+  std::string socketPath_;
+  int listener_ = -1;
+  int wakeRead_ = -1;
+  int wakeWrite_ = -1;
+  std::thread thread_;
+  std::once_flag stopOnce_;
+
+  mutable std::mutex mutex_;
+  std::deque<PeerStep> script_;
+  Handler handler_;
+  std::vector<std::string> requests_;
+  std::size_t connections_ = 0;
+};
+
+} // namespace velko::testing
