@@ -19,13 +19,15 @@ constexpr const char* kRequest =
     R"({"jsonrpc":"2.0","id":1,"method":"photo.rate","params":{"ids":["X/L0/001"],"rating":4}})"
     "\n";
 
+// One peer for the whole run; its destructor removes its directory at exit.
 testing::TestPeer& peer() {
-  static testing::TestPeer* p = [] {
-    auto* made = new testing::TestPeer();
-    made->setHandler([](const std::string&) { return std::string(kReply); });
-    return made;
+  static testing::TestPeer p;
+  static const bool answering = [] {
+    p.setHandler([](const std::string&) { return std::string(kReply); });
+    return true;
   }();
-  return *p;
+  (void)answering;
+  return p;
 }
 
 void BM_ClientRoundTrip(benchmark::State& state) {

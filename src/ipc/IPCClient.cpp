@@ -223,7 +223,7 @@ std::string IPCClient::roundTrip(std::string_view frame) const {
   }
 
   protocol::LineScanner scanner;
-  const auto chunk = std::make_unique<char[]>(kReadChunkBytes);
+  const auto chunk = std::make_unique_for_overwrite<char[]>(kReadChunkBytes);
   for (;;) {
     const ssize_t got = ::read(fd, chunk.get(), kReadChunkBytes);
     if (got < 1) {
