@@ -1,0 +1,404 @@
+#include "core/EditPatch.h"
+
+#include "json/Writer.h"
+
+#include <gtest/gtest.h>
+
+namespace velko::core {
+namespace {
+
+using K = AdjustmentKind;
+using Action = MaskPatchOp::Action;
+
+const json::Date kNoon =
+    json::Date(std::chrono::sys_days(std::chrono::year{2024} / 5 / 1)) + std::chrono::hours(12);
+const EditOrigin kAgent = AiOrigin{"claude-mcp", "session-1"};
+const Uuid kId = *Uuid::parse("E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
+const Uuid kOther = *Uuid::parse("0F0F0F0F-0000-4000-8000-000000000001");
+
+EditPatchOp scalarOp(K kind, double v) {
+  EditPatchOp op;
+  op.kind = kind;
+  op.scalar = v;
+  return op;
+}
+
+EditPatchOp removeOp(K kind) {
+  EditPatchOp op;
+  op.kind = kind;
+  op.remove = true;
+  return op;
+}
+
+MaskPatchOp maskOp(Action action, std::optional<Uuid> id = std::nullopt) {
+  MaskPatchOp op;
+  op.action = action;
+  op.id = id;
+  return op;
+}
+
+std::string bytes(const EditStack& s) {
+  return AdjustmentDataCodec::encode(s);
+}
+
+/// A stack at version 8 with one value and one mask.
+EditStack startingStack() {
+  EditStack s;
+  s.setScalar(K::Exposure, 0.1, UserOrigin{}, kNoon);
+  LocalMask m;
+  m.id = kId;
+  m.shape = RadialShape{{0.5, 0.5}, {0.3, 0.3}, 0.4, false};
+  s.addMask(m);
+  s.version = 8;
+  return s;
+}
+
+EditPatchError::Kind errorKind(EditStack& s, const std::vector<EditPatchOp>& ops,
+                               const std::vector<MaskPatchOp>& maskOps,
+                               std::optional<std::int64_t> expected) {
+  try {
+    s.apply(ops, maskOps, kAgent, kNoon, expected);
+  } catch (const EditPatchError& e) {
+    return e.kind();
+  }
+  ADD_FAILURE() << "apply succeeded";
+  return EditPatchError::Kind::MalformedOp;
+}
+
+// ---- JSON forms ----
+
+TEST(EditPatchOpJson, LiteralsDecodeAndEncodeExactly) {
+  struct Case {
+    const char* json;
+    EditPatchOp op;
+  } cases[] = {
+      {R"({"kind":"exposure","scalar":0.7})", scalarOp(K::Exposure, 0.7)},
+      {R"({"kind":"clarity","remove":true})", removeOp(K::Clarity)},
+      {R"({"kind":"treatment","boolean":true})",
+       [] {
+         EditPatchOp op;
+         op.kind = K::Treatment;
+         op.boolean = true;
+         return op;
+       }()},
+      {R"({"kind":"toneCurve","curve":[[0,0],[0.5,0.6],[1,1]]})",
+       [] {
+         EditPatchOp op;
+         op.kind = K::ToneCurve;
+         op.curve = Curve{{0, 0}, {0.5, 0.6}, {1, 1}};
+         return op;
+       }()},
+      {R"({"kind":"crop","rect":[[0.1,0.2],[0.5,0.6]]})",
+       [] {
+         EditPatchOp op;
+         op.kind = K::Crop;
+         op.rect = Rect{0.1, 0.2, 0.5, 0.6};
+         return op;
+       }()},
+      {R"({"kind":"lut","string":"film"})",
+       [] {
+         EditPatchOp op;
+         op.kind = K::Lut;
+         op.string = "film";
+         return op;
+       }()},
+      {R"({"kind":"pointColor","pointColors":[{"targetHue":0.1,"targetSat":0.2,"targetLum":0.3,)"
+       R"("hue":0.4,"sat":0.5,"lum":0.6,"range":0.7}]})",
+       [] {
+         EditPatchOp op;
+         op.kind = K::PointColor;
+         op.pointColors = std::vector<PointColorTarget>{{0.1, 0.2, 0.3, 0.4, 0.5, 0.6, 0.7}};
+         return op;
+       }()},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.json);
+    EXPECT_EQ(json::decodeAs<EditPatchOp>(json::parse(c.json)), c.op);
+    EXPECT_EQ(json::toCompact(json::encode(c.op)), c.json);
+  }
+  EXPECT_THROW(json::decodeAs<EditPatchOp>(json::parse(R"({"kind":"Exposure","scalar":1})")),
+               json::DecodeError);
+  EXPECT_THROW(json::decodeAs<EditPatchOp>(json::parse(R"({"scalar":1})")), json::DecodeError);
+  // null counts as absent
+  EXPECT_EQ(json::decodeAs<EditPatchOp>(json::parse(R"({"kind":"tint","scalar":1,"remove":null})")),
+            scalarOp(K::Tint, 1));
+}
+
+TEST(MaskPatchOpJson, LiteralsDecodeAndEncodeExactly) {
+  const char* full = R"({"action":"add","id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F",)"
+                     R"("shape":{"aiPeople":{"inverted":false}},"name":"People",)"
+                     R"("adjustment":"exposure","value":0.25,"enabled":false})";
+  MaskPatchOp op = json::decodeAs<MaskPatchOp>(json::parse(full));
+  EXPECT_EQ(op.action, Action::Add);
+  EXPECT_EQ(op.id, kId);
+  EXPECT_EQ(op.shape, MaskShape(AiPeopleShape{false}));
+  EXPECT_EQ(op.name, "People");
+  EXPECT_EQ(op.adjustment, K::Exposure);
+  EXPECT_EQ(op.value, 0.25);
+  EXPECT_EQ(op.enabled, false);
+  EXPECT_EQ(json::toCompact(json::encode(op)), full);
+
+  for (auto [text, action] : {std::pair{"setShape", Action::SetShape},
+                              {"setAdjustment", Action::SetAdjustment},
+                              {"setEnabled", Action::SetEnabled},
+                              {"remove", Action::Remove}}) {
+    const std::string literal = std::string(R"({"action":")") + text + "\"}";
+    EXPECT_EQ(json::decodeAs<MaskPatchOp>(json::parse(literal)).action, action);
+    EXPECT_EQ(json::toCompact(json::encode(maskOp(action))), literal);
+  }
+  EXPECT_THROW(json::decodeAs<MaskPatchOp>(json::parse(R"({"action":"delete"})")),
+               json::DecodeError);
+  EXPECT_THROW(
+      json::decodeAs<MaskPatchOp>(json::parse(R"({"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F"})")),
+      json::DecodeError);
+}
+
+// ---- Phases and atomicity ----
+
+TEST(EditPatch, VersionConflictChangesNothing) {
+  EditStack s = startingStack();
+  const std::string before = bytes(s);
+  try {
+    s.apply({scalarOp(K::Contrast, 0.3)}, {maskOp(Action::Remove, kId)}, kAgent, kNoon, 7);
+    FAIL() << "applied against a stale version";
+  } catch (const EditPatchError& e) {
+    EXPECT_EQ(e.kind(), EditPatchError::Kind::VersionMismatch);
+    EXPECT_EQ(e.expected(), 7);
+    EXPECT_EQ(e.actual(), 8);
+  }
+  EXPECT_EQ(bytes(s), before);
+}
+
+TEST(EditPatch, MalformedOperationsChangeNothing) {
+  EditPatchOp noValue;
+  noValue.kind = K::Contrast;
+  EditPatchOp removeFalse;
+  removeFalse.kind = K::Contrast;
+  removeFalse.remove = false;
+  EditPatchOp twoValues = scalarOp(K::Contrast, 1);
+  twoValues.remove = true;
+  EditPatchOp scalarAndString = scalarOp(K::Contrast, 1);
+  scalarAndString.string = "x";
+  EditPatchOp scalarWithRemoveFalse = scalarOp(K::Contrast, 1);
+  scalarWithRemoveFalse.remove = false;
+  EXPECT_EQ(valueCount(scalarWithRemoveFalse), 1);
+
+  struct Case {
+    const char* name;
+    std::vector<EditPatchOp> ops;
+    std::vector<MaskPatchOp> maskOps;
+    EditPatchError::Kind kind;
+  } cases[] = {
+      {"no value", {scalarOp(K::Exposure, 0.5), noValue}, {}, EditPatchError::Kind::MalformedOp},
+      {"remove false alone",
+       {scalarOp(K::Exposure, 0.5), removeFalse},
+       {},
+       EditPatchError::Kind::MalformedOp},
+      {"value and remove", {twoValues}, {}, EditPatchError::Kind::MalformedOp},
+      {"two values", {scalarAndString}, {}, EditPatchError::Kind::MalformedOp},
+      {"remove without id after valid ops",
+       {scalarOp(K::Exposure, 0.5)},
+       {maskOp(Action::SetEnabled, kId), maskOp(Action::Remove)},
+       EditPatchError::Kind::MalformedMaskOp},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    EditStack s = startingStack();
+    const std::string before = bytes(s);
+    EXPECT_EQ(errorKind(s, c.ops, c.maskOps, std::nullopt), c.kind);
+    EXPECT_EQ(bytes(s), before);
+  }
+
+  EditStack s = startingStack();
+  try {
+    s.apply({scalarOp(K::Exposure, 0.5), noValue}, {}, kAgent, kNoon, std::nullopt);
+  } catch (const EditPatchError& e) {
+    EXPECT_EQ(e.adjustmentKind(), K::Contrast);
+  }
+}
+
+TEST(EditPatch, MaskNotFoundInTheLastPhaseIsAtomicOnlyThroughACopy) {
+  const std::vector<EditPatchOp> ops = {scalarOp(K::Contrast, 0.3)};
+  MaskPatchOp enable = maskOp(Action::SetEnabled, kOther);
+  enable.enabled = false;
+
+  EditStack s = startingStack();
+  const std::string before = bytes(s);
+  try {
+    applyAtomically(s, ops, {enable}, kAgent, kNoon, 8);
+    FAIL() << "found a mask that is not there";
+  } catch (const EditPatchError& e) {
+    EXPECT_EQ(e.kind(), EditPatchError::Kind::MaskNotFound);
+    EXPECT_EQ(e.maskId(), kOther);
+  }
+  EXPECT_EQ(bytes(s), before);
+
+  // The plain apply documents that earlier operations stay applied.
+  EXPECT_THROW(s.apply(ops, {enable}, kAgent, kNoon, 8), EditPatchError);
+  EXPECT_EQ(s.scalar(K::Contrast), 0.3);
+}
+
+TEST(EditPatch, VersionArithmetic) {
+  EditStack s = startingStack();
+  EXPECT_TRUE(s.apply({}, {}, kAgent, kNoon, 8).empty());
+  EXPECT_EQ(s.version, 8);
+
+  // Two ops on one kind: the later wins and each counts.
+  s.apply({scalarOp(K::Exposure, 1), scalarOp(K::Exposure, 2)}, {}, kAgent, kNoon, 8);
+  EXPECT_EQ(s.version, 10);
+  EXPECT_EQ(s.scalar(K::Exposure), 2);
+
+  // Removing something absent is fine and free; removing something present counts.
+  s.apply({removeOp(K::Clarity)}, {}, kAgent, kNoon, 10);
+  EXPECT_EQ(s.version, 10);
+  s.apply({removeOp(K::Exposure)}, {}, kAgent, kNoon, std::nullopt);
+  EXPECT_EQ(s.version, 11);
+  EXPECT_FALSE(s.values.contains(K::Exposure));
+
+  // Each mask operation counts once.
+  MaskPatchOp add = maskOp(Action::Add);
+  add.shape = AiSubjectShape{};
+  s.apply({}, {add, maskOp(Action::Remove, kId)}, kAgent, kNoon, 11);
+  EXPECT_EQ(s.version, 13);
+}
+
+TEST(EditPatch, StoresValuesUnchangedWithOneProvenance) {
+  EditStack s;
+  EditPatchOp wrongCase;
+  wrongCase.kind = K::Exposure;
+  wrongCase.string = "bright";
+  const json::Date later = kNoon + std::chrono::hours(1);
+  s.apply({scalarOp(K::Exposure, 12), scalarOp(K::WbRedGain, -40), wrongCase,
+           scalarOp(K::Straighten, 90)},
+          {}, kAgent, later, std::nullopt);
+  EXPECT_EQ(s.values.at(K::WbRedGain).payload, AdjustmentPayload(-40.0));
+  EXPECT_EQ(s.string(K::Exposure), "bright"); // the later op, in a case the kind rarely has
+  EXPECT_EQ(s.scalar(K::Straighten), 90);
+  for (const auto& [kind, value] : s.values) {
+    EXPECT_EQ(value.lastModifiedBy, kAgent);
+    EXPECT_EQ(value.lastModifiedAt, later);
+    EXPECT_EQ(value.kind, kind);
+  }
+}
+
+// ---- Mask operations ----
+
+TEST(MaskPatch, ValidateNamesTheActionAndIgnoresUnusedFields) {
+  struct Case {
+    const char* name;
+    MaskPatchOp op;
+    bool valid;
+  } cases[] = {
+      {"add without shape", maskOp(Action::Add, kId), false},
+      {"setShape without shape", maskOp(Action::SetShape, kId), false},
+      {"setAdjustment without kind", maskOp(Action::SetAdjustment, kId), false},
+      {"setEnabled without flag", maskOp(Action::SetEnabled, kId), false},
+      {"remove without id", maskOp(Action::Remove), false},
+      {"remove with a shape",
+       [] {
+         MaskPatchOp op = maskOp(Action::Remove, kId);
+         op.shape = LinearShape{};
+         return op;
+       }(),
+       true},
+      {"setAdjustment without value",
+       [] {
+         MaskPatchOp op = maskOp(Action::SetAdjustment, kId);
+         op.adjustment = K::Exposure;
+         return op;
+       }(),
+       true},
+      {"setShape without id",
+       [] {
+         MaskPatchOp op = maskOp(Action::SetShape);
+         op.shape = LinearShape{};
+         return op;
+       }(),
+       false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    if (c.valid) {
+      EXPECT_NO_THROW(c.op.validate());
+      continue;
+    }
+    try {
+      c.op.validate();
+      ADD_FAILURE() << "validated";
+    } catch (const EditPatchError& e) {
+      EXPECT_EQ(e.kind(), EditPatchError::Kind::MalformedMaskOp);
+      EXPECT_EQ(e.action(), c.op.action);
+    }
+  }
+}
+
+TEST(MaskPatch, AddThenTuneInOneListAndReportCreatedIds) {
+  EditStack s;
+  MaskPatchOp addWithId = maskOp(Action::Add, kId);
+  addWithId.shape = RadialShape{{0.5, 0.5}, {0.3, 0.3}, 0.4, false};
+  addWithId.name = "Face";
+  MaskPatchOp tune = maskOp(Action::SetAdjustment, kId);
+  tune.adjustment = K::Exposure;
+  tune.value = 0.0; // zero is stored, not removed
+  MaskPatchOp anonymous1 = maskOp(Action::Add);
+  anonymous1.shape = AiSubjectShape{};
+  MaskPatchOp anonymous2 = anonymous1;
+
+  std::vector<Uuid> created =
+      s.apply({}, {addWithId, tune, anonymous1, anonymous2}, kAgent, kNoon, 0);
+  ASSERT_EQ(created.size(), 3u);
+  EXPECT_EQ(created[0], kId);
+  EXPECT_NE(created[1], created[2]);
+  EXPECT_NE(created[1], kId);
+  ASSERT_EQ(s.masks().size(), 3u);
+  EXPECT_EQ(s.masks()[0].name, "Face");
+  EXPECT_EQ(s.masks()[0].adjustments, (MaskAdjustments{{K::Exposure, 0.0}}));
+  EXPECT_EQ(s.masks()[1].name, "Mask");
+  EXPECT_EQ(s.masks()[2].name, "Mask");
+  EXPECT_EQ(s.masks()[1].id, created[1]);
+  EXPECT_TRUE(s.masks()[1].isEnabled);
+  EXPECT_TRUE(s.masks()[1].adjustments.empty());
+  EXPECT_EQ(s.version, 4);
+}
+
+TEST(MaskPatch, ChangeOperationsActOnTheNamedMask) {
+  EditStack s = startingStack();
+  MaskPatchOp shape = maskOp(Action::SetShape, kId);
+  shape.shape = LinearShape{{0, 0}, {1, 1}};
+  MaskPatchOp setExposure = maskOp(Action::SetAdjustment, kId);
+  setExposure.adjustment = K::Exposure;
+  setExposure.value = 0.4;
+  MaskPatchOp setTint = setExposure;
+  setTint.adjustment = K::Tint;
+  MaskPatchOp unsetExposure = maskOp(Action::SetAdjustment, kId);
+  unsetExposure.adjustment = K::Exposure;
+  MaskPatchOp disable = maskOp(Action::SetEnabled, kId);
+  disable.enabled = false;
+
+  s.apply({}, {shape, setExposure, setTint, unsetExposure, disable}, kAgent, kNoon, 8);
+  EXPECT_EQ(s.version, 13);
+  const LocalMask& m = s.masks().at(0);
+  EXPECT_EQ(m.shape, MaskShape(LinearShape{{0, 0}, {1, 1}}));
+  EXPECT_EQ(m.adjustments, (MaskAdjustments{{K::Tint, 0.4}}));
+  EXPECT_FALSE(m.isEnabled);
+
+  s.apply({}, {maskOp(Action::Remove, kId)}, kAgent, kNoon, 13);
+  EXPECT_FALSE(s.maskList.has_value());
+  EXPECT_EQ(bytes(s).find("masks"), std::string::npos);
+
+  for (Action a : {Action::SetEnabled, Action::Remove}) {
+    MaskPatchOp missing = maskOp(a, kOther);
+    missing.enabled = true;
+    EditStack copy = s;
+    try {
+      copy.apply({}, {missing}, kAgent, kNoon, std::nullopt);
+      ADD_FAILURE() << "found a missing mask";
+    } catch (const EditPatchError& e) {
+      EXPECT_EQ(e.kind(), EditPatchError::Kind::MaskNotFound);
+      EXPECT_EQ(e.maskId(), kOther);
+    }
+  }
+}
+
+} // namespace
+} // namespace velko::core
