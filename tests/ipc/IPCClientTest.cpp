@@ -146,6 +146,16 @@ TEST(IPCClient, PeerThatClosesEarlyEndsAsConnectionClosed) {
   EXPECT_EQ(peer.requests().size(), 2u);
 }
 
+TEST(IPCClient, WritingToAVanishedPeerIsConnectionClosedNotSigpipe) {
+  TestPeer peer;
+  peer.push(PeerStep::closeUnread());
+  // Far more than a socket buffer holds, so the write meets the closed connection.
+  json::Value params = json::Object{{"paths", std::string(4u << 20, 'p')}};
+  ClientError e =
+      clientErrorOf([&] { IPCClient(peer.socketPath()).call(IPCMethod::ImportAssets, params); });
+  EXPECT_EQ(e.kind(), ClientError::Kind::ConnectionClosed);
+}
+
 TEST(IPCClient, ErrorRepliesBecomeRpcErrors) {
   TestPeer peer;
   peer.push(PeerStep::error(-32000, "stale"));

@@ -1,5 +1,6 @@
 #include "support/TestPeer.h"
 
+#include "json/Writer.h"
 #include "protocol/FrameCodec.h"
 #include "protocol/Rpc.h"
 
@@ -102,11 +103,9 @@ PeerStep PeerStep::result(std::string_view resultJson) {
 }
 
 PeerStep PeerStep::error(std::int64_t code, std::string_view message) {
-  std::string reply =
-      R"({"jsonrpc":"2.0","id":1,"error":{"code":)" + std::to_string(code) + R"(,"message":)";
-  reply += '"';
-  reply += message; // test messages need no escaping
-  reply += R"("}})";
+  std::string reply = R"({"jsonrpc":"2.0","id":1,"error":)";
+  json::writeCompact(json::encode(protocol::RPCError{code, std::string(message)}), reply);
+  reply += '}';
   return line(reply);
 }
 
@@ -125,6 +124,12 @@ PeerStep PeerStep::raw(std::vector<std::string> chunks) {
 PeerStep PeerStep::closeWithoutReply() {
   PeerStep step;
   step.kind = Kind::CloseWithoutReply;
+  return step;
+}
+
+PeerStep PeerStep::closeUnread() {
+  PeerStep step;
+  step.kind = Kind::CloseUnread;
   return step;
 }
 
@@ -238,6 +243,13 @@ void TestPeer::serve() {
 }
 
 void TestPeer::answer(int connection) {
+  {
+    std::lock_guard lock(mutex_);
+    if (!script_.empty() && script_.front().kind == PeerStep::Kind::CloseUnread) {
+      script_.pop_front();
+      return;
+    }
+  }
   // Read the request line first, as the application does.
   protocol::LineScanner scanner;
   std::vector<std::string> lines;
@@ -285,6 +297,7 @@ void TestPeer::answer(int connection) {
     }
     return;
   case PeerStep::Kind::CloseWithoutReply:
+  case PeerStep::Kind::CloseUnread:
     return;
   case PeerStep::Kind::Unterminated:
     writeAll(connection, std::string(step.size, 'x'));

@@ -48,11 +48,13 @@ private:
 /// created. Throws std::system_error on failure.
 void leaveDeadSocket(const std::string& path);
 
-/// What the peer does with one connection after reading its request line.
+/// What the peer does with one connection, after reading its request line unless it is
+/// CloseUnread.
 struct PeerStep {
   enum class Kind {
     Write,             ///< write `writes` in order, one write() each, then close
     CloseWithoutReply, ///< close at once
+    CloseUnread,       ///< close before reading the request (nothing is recorded)
     Unterminated,      ///< write `size` bytes of 'x' with no newline, then close
     Hang,              ///< keep the connection open until the peer is stopped
   };
@@ -72,6 +74,8 @@ struct PeerStep {
   /// ignored.
   static PeerStep raw(std::vector<std::string> chunks);
   static PeerStep closeWithoutReply();
+  /// Closes the connection without reading anything, so a long request meets a closed socket.
+  static PeerStep closeUnread();
   /// By default 9 MiB, past the 8 MiB frame limit.
   static PeerStep unterminated(std::size_t bytes = 9u << 20);
   static PeerStep hang();
