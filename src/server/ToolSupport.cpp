@@ -1,0 +1,155 @@
+#include "server/ToolSupport.h"
+
+#include "json/Errors.h"
+#include "json/Writer.h"
+
+#include <cmath>
+#include <limits>
+
+namespace velko::server {
+
+ToolResult textResult(std::string_view text, bool isError) {
+  json::Object item;
+  item.emplace("type", "text");
+  item.emplace("text", text);
+  json::Object result;
+  result.emplace("content", json::Array{json::Value(std::move(item))});
+  result.emplace("isError", isError);
+  return result;
+}
+
+ToolResult textPlusImageResult(std::string_view summary, std::string_view pngBase64) {
+  json::Object text;
+  text.emplace("type", "text");
+  text.emplace("text", summary);
+  json::Object image;
+  image.emplace("type", "image");
+  image.emplace("data", pngBase64);
+  image.emplace("mimeType", "image/png");
+  json::Object result;
+  result.emplace("content",
+                 json::Array{json::Value(std::move(text)), json::Value(std::move(image))});
+  result.emplace("isError", false);
+  return result;
+}
+
+ToolResult jsonValueTextResult(const json::Value& value) {
+  std::string text;
+  try {
+    text = json::toPretty(value);
+  } catch (const json::EncodeError&) {
+    // What could not be written is not worth more to the assistant than this.
+    return textResult("encoding failed", true);
+  }
+  return textResult(text, false);
+}
+
+const json::Object& argsObject(const ToolArgs& args) {
+  static const json::Object kEmpty;
+  if (args) {
+    if (const json::Object* obj = args->if_object()) {
+      return *obj;
+    }
+  }
+  return kEmpty;
+}
+
+const json::Value* argValue(const ToolArgs& args, std::string_view key) {
+  return argsObject(args).if_contains(key);
+}
+
+std::optional<std::int64_t> intArg(const json::Value* value) {
+  if (value == nullptr) {
+    return std::nullopt;
+  }
+  switch (value->kind()) {
+  case boost::json::kind::int64:
+    return value->get_int64();
+  case boost::json::kind::uint64: {
+    constexpr auto kMax = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
+    return static_cast<std::int64_t>(std::min(value->get_uint64(), kMax));
+  }
+  case boost::json::kind::double_: {
+    // Truncation toward zero; a value beyond the 64-bit range clamps rather than overflowing.
+    const double d = std::trunc(value->get_double());
+    if (d >= 9223372036854775807.0) {
+      return std::numeric_limits<std::int64_t>::max();
+    }
+    if (d <= -9223372036854775808.0) {
+      return std::numeric_limits<std::int64_t>::min();
+    }
+    return static_cast<std::int64_t>(d);
+  }
+  case boost::json::kind::bool_:
+    // The host's JSON numbers carry booleans too, so true and false read as 1 and 0.
+    return value->get_bool() ? 1 : 0;
+  default:
+    return std::nullopt;
+  }
+}
+
+std::optional<double> doubleArg(const json::Value* value) {
+  if (value == nullptr) {
+    return std::nullopt;
+  }
+  switch (value->kind()) {
+  case boost::json::kind::int64:
+    return static_cast<double>(value->get_int64());
+  case boost::json::kind::uint64:
+    return static_cast<double>(value->get_uint64());
+  case boost::json::kind::double_:
+    return value->get_double();
+  case boost::json::kind::bool_:
+    return value->get_bool() ? 1.0 : 0.0;
+  default:
+    return std::nullopt;
+  }
+}
+
+std::optional<std::string> stringArg(const json::Value* value) {
+  if (value == nullptr || !value->is_string()) {
+    return std::nullopt;
+  }
+  const json::String& s = value->get_string();
+  return std::string(s.data(), s.size());
+}
+
+const json::Value& idsProperty() {
+  static const json::Value kIds = json::parse(R"({
+    "type": "array",
+    "items": {"type": "string"},
+    "description": "Photo localIdentifiers (from velko_list / velko_selection)."
+  })");
+  return kIds;
+}
+
+namespace {
+
+void substituteIds(json::Value& schema) {
+  json::Object* obj = schema.if_object();
+  if (obj == nullptr) {
+    return;
+  }
+  if (json::Value* props = obj->if_contains("properties"); props && props->is_object()) {
+    for (auto& member : props->get_object()) {
+      if (const json::String* s = member.value().if_string(); s && *s == "$ids") {
+        member.value() = idsProperty();
+      } else {
+        substituteIds(member.value());
+      }
+    }
+  }
+  if (json::Value* items = obj->if_contains("items")) {
+    substituteIds(*items);
+  }
+}
+
+} // namespace
+
+json::Value parseSchema(std::string_view text) {
+  json::Value schema = json::parse(text);
+  substituteIds(schema);
+  return schema;
+}
+
+} // namespace velko::server

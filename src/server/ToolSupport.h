@@ -1,0 +1,115 @@
+// What every tool handler shares: the MCP tool-result builders, the numeric and string argument
+// readers, the `ids` schema fragment, schema parsing and the two generic handler forms
+// (`directTool`: arguments decoded straight into a params record; `listTool`: no parameters).
+// Area files include this header and append rows built from these pieces.
+#pragma once
+
+#include "ipc/Caller.h"
+#include "json/Codec.h"
+#include "json/Path.h"
+#include "json/Value.h"
+#include "protocol/IPCMethod.h"
+#include "server/Tool.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+namespace velko::server {
+
+// ---- Tool results ---------------------------------------------------------------------------
+
+/// {"content":[{"type":"text","text":text}],"isError":isError}
+ToolResult textResult(std::string_view text, bool isError);
+
+/// A text item followed by a PNG image item; `pngBase64` is passed through unchecked.
+ToolResult textPlusImageResult(std::string_view summary, std::string_view pngBase64);
+
+/// The pretty, key-sorted text of `value` as a text result; "encoding failed" (isError true)
+/// when the value holds a non-finite number or a string that is not UTF-8. Never throws.
+ToolResult jsonValueTextResult(const json::Value& value);
+
+/// A reply record (or a JSON value) shown to the assistant as pretty, key-sorted JSON text.
+template <class T> ToolResult jsonTextResult(const T& record) {
+  if constexpr (std::is_same_v<T, json::Object>) {
+    return jsonValueTextResult(json::Value(record));
+  } else {
+    return jsonValueTextResult(json::encode(record));
+  }
+}
+
+// ---- Arguments ------------------------------------------------------------------------------
+
+/// The arguments as an object: an empty object when absent or not an object. For handlers that
+/// read single keys; the direct-decoding form reports a non-object instead.
+const json::Object& argsObject(const ToolArgs& args);
+
+/// The member `key` of the arguments object, or null when there is none.
+const json::Value* argValue(const ToolArgs& args, std::string_view key);
+
+/// A JSON number (true and false read as 1 and 0) as an integer, a fraction truncated toward
+/// zero and values beyond the range clamped; absent for anything else, digit strings included.
+std::optional<std::int64_t> intArg(const json::Value* value);
+inline std::optional<std::int64_t> intArg(const ToolArgs& args, std::string_view key) {
+  return intArg(argValue(args, key));
+}
+
+/// A JSON number (or boolean, as 1 and 0) as a double; absent for anything else.
+std::optional<double> doubleArg(const json::Value* value);
+inline std::optional<double> doubleArg(const ToolArgs& args, std::string_view key) {
+  return doubleArg(argValue(args, key));
+}
+
+/// A JSON string; absent for anything else.
+std::optional<std::string> stringArg(const json::Value* value);
+inline std::optional<std::string> stringArg(const ToolArgs& args, std::string_view key) {
+  return stringArg(argValue(args, key));
+}
+
+/// Decodes the arguments (an empty object when absent) as the params record P. A mismatch
+/// throws json::DecodeError naming the key path from "arguments", e.g. "arguments.id: …".
+template <class P> P decodeArguments(const ToolArgs& args) {
+  const json::Path root("arguments");
+  if (!args) {
+    return json::decodeAs<P>(json::Value(json::Object()), root);
+  }
+  return json::decodeAs<P>(*args, root);
+}
+
+// ---- Schemas --------------------------------------------------------------------------------
+
+/// The shared schema of the `ids` property: an array of photo localIdentifier strings.
+const json::Value& idsProperty();
+
+/// Parses a schema literal. A property written as the string "$ids" is replaced by
+/// idsProperty(), so schemas list `ids` in its place without repeating the fragment.
+/// Throws json::DecodeError for text that is not JSON (a bug the tool table test catches).
+json::Value parseSchema(std::string_view text);
+
+// ---- Handler forms --------------------------------------------------------------------------
+
+/// A tool whose arguments decode straight into P, sent as `method`, answered with R and shown
+/// with jsonTextResult.
+template <class P, class R>
+Tool directTool(std::string_view name, std::string_view description, std::string_view schema,
+                protocol::IPCMethod method) {
+  return Tool{name, description, parseSchema(schema),
+              [method](const ToolArgs& args, ipc::Caller& caller) {
+                const P params = decodeArguments<P>(args);
+                return jsonTextResult(ipc::call<R>(caller, method, params));
+              }};
+}
+
+/// A tool that reads no arguments and sends `method` without parameters.
+template <class R>
+Tool listTool(std::string_view name, std::string_view description, std::string_view schema,
+              protocol::IPCMethod method) {
+  return Tool{name, description, parseSchema(schema),
+              [method](const ToolArgs&, ipc::Caller& caller) {
+                return jsonTextResult(ipc::call<R>(caller, method));
+              }};
+}
+
+} // namespace velko::server

@@ -1,0 +1,137 @@
+#include "server/ToolSupport.h"
+
+#include "json/Date.h"
+#include "json/Errors.h"
+#include "json/Writer.h"
+
+#include <cmath>
+#include <gtest/gtest.h>
+
+namespace velko::server {
+namespace {
+
+using namespace std::chrono;
+
+TEST(ToolSupport, IntArgReadsNumbersOnly) {
+  struct Case {
+    const char* json;
+    std::optional<std::int64_t> expected;
+  } cases[] = {
+      {"3", 3},
+      {"3.9", 3},
+      {"-3.9", -3},
+      {"true", 1},
+      {"false", 0},
+      {"\"3\"", std::nullopt},
+      {"null", std::nullopt},
+      {"[3]", std::nullopt},
+      {"{}", std::nullopt},
+      {"18446744073709551615", INT64_MAX},
+      {"1e300", INT64_MAX},
+      {"-1e300", INT64_MIN},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.json);
+    const json::Value v = json::parse(c.json);
+    EXPECT_EQ(intArg(&v), c.expected);
+  }
+  EXPECT_EQ(intArg(nullptr), std::nullopt);
+}
+
+TEST(ToolSupport, DoubleArgReadsNumbersOnly) {
+  struct Case {
+    const char* json;
+    std::optional<double> expected;
+  } cases[] = {
+      {"2", 2.0},    {"-0.25", -0.25},       {"false", 0.0},
+      {"true", 1.0}, {"null", std::nullopt}, {"\"2\"", std::nullopt},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.json);
+    const json::Value v = json::parse(c.json);
+    EXPECT_EQ(doubleArg(&v), c.expected);
+  }
+}
+
+TEST(ToolSupport, ArgumentReadersTreatAbsentAndNonObjectArgumentsAsEmpty) {
+  const ToolArgs args = json::parse(R"({"limit": 4.5, "id": "p1", "n": 2})");
+  EXPECT_EQ(intArg(args, "limit"), 4);
+  EXPECT_EQ(stringArg(args, "id"), "p1");
+  EXPECT_EQ(stringArg(args, "n"), std::nullopt);
+  EXPECT_EQ(intArg(ToolArgs(), "limit"), std::nullopt);
+  EXPECT_EQ(intArg(ToolArgs(json::parse("[1]")), "limit"), std::nullopt);
+}
+
+struct Stamped {
+  json::Date when;
+  std::string path;
+  double score = 0;
+
+  static constexpr auto jsonFields() {
+    return std::tuple{json::field("when", &Stamped::when), json::field("path", &Stamped::path),
+                      json::field("score", &Stamped::score)};
+  }
+};
+
+TEST(ToolSupport, JsonTextResultIsPrettySortedWithIsoDates) {
+  const Stamped record{sys_days{2026y / 7 / 12}, "a/b", 0.5};
+  EXPECT_EQ(json::toCompact(jsonTextResult(record)),
+            json::toCompact(textResult("{\n  \"path\": \"a\\/b\",\n  \"score\": 0.5,\n"
+                                       "  \"when\": \"2026-07-12T00:00:00Z\"\n}",
+                                       false)));
+}
+
+TEST(ToolSupport, JsonTextResultReportsEncodingFailure) {
+  const Stamped record{sys_days{2026y / 7 / 12}, "x", std::nan("")};
+  EXPECT_EQ(json::toCompact(jsonTextResult(record)),
+            R"({"content":[{"type":"text","text":"encoding failed"}],"isError":true})");
+  json::Object invalid;
+  invalid.emplace("s", "\xFF");
+  EXPECT_EQ(jsonTextResult(invalid).at("isError"), true);
+}
+
+TEST(ToolSupport, ParseSchemaSubstitutesTheIdsProperty) {
+  const json::Value schema = parseSchema(
+      R"({"type":"object","properties":{"id":{"type":"string"},"ids":"$ids"},"required":["ids"]})");
+  EXPECT_EQ(json::toCompact(schema),
+            R"({"type":"object","properties":{"id":{"type":"string"},"ids":{"type":"array",)"
+            R"("items":{"type":"string"},"description":"Photo localIdentifiers (from velko_list / )"
+            R"(velko_selection)."}},"required":["ids"]})");
+  EXPECT_THROW(parseSchema("{"), json::DecodeError);
+}
+
+struct NeedsId {
+  std::string id;
+  std::optional<std::int64_t> limit;
+
+  static constexpr auto jsonFields() {
+    return std::tuple{json::field("id", &NeedsId::id), json::field("limit", &NeedsId::limit)};
+  }
+};
+
+TEST(ToolSupport, DecodeArgumentsNamesTheKeyPath) {
+  struct Case {
+    const char* name;
+    ToolArgs args;
+    const char* error;
+  } cases[] = {
+      {"absent arguments read as {}", std::nullopt, "arguments.id: missing required key"},
+      {"wrong type", json::parse(R"({"id":5})"), "arguments.id: expected a string, found number"},
+      {"not an object", json::parse("[]"), "arguments: expected an object, found array"},
+      {"fractional integer", json::parse(R"({"id":"a","limit":1.5})"),
+       "arguments.limit: expected an integer, found a number with a fraction or exponent"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    try {
+      decodeArguments<NeedsId>(c.args);
+      ADD_FAILURE() << "decoded";
+    } catch (const json::DecodeError& e) {
+      EXPECT_STREQ(e.what(), c.error);
+    }
+  }
+  EXPECT_EQ(decodeArguments<NeedsId>(json::parse(R"({"id":"a","extra":1})")).id, "a");
+}
+
+} // namespace
+} // namespace velko::server

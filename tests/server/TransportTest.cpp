@@ -1,0 +1,127 @@
+#include "server/Transport.h"
+
+#include "json/Writer.h"
+#include "server/ToolSupport.h"
+
+#include <cmath>
+#include <gtest/gtest.h>
+#include <limits>
+#include <sstream>
+
+namespace velko::server {
+namespace {
+
+std::vector<std::string> readAll(const std::string& input) {
+  std::istringstream in(input);
+  std::vector<std::string> lines;
+  std::string line;
+  while (readLine(in, line)) {
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+TEST(Transport, ReadLineStripsOnlyTheTerminator) {
+  struct Case {
+    const char* name;
+    std::string input;
+    std::vector<std::string> lines;
+  } cases[] = {
+      {"line feeds", "a\nb\n", {"a", "b"}},
+      {"carriage return plus line feed", "a\r\nb\r\n", {"a", "b"}},
+      {"final line without terminator", "a\nb", {"a", "b"}},
+      {"empty lines are delivered", "\n\r\nx\n", {"", "", "x"}},
+      {"inner carriage return kept", "a\rb\n", {"a\rb"}},
+      {"only the last carriage return goes", "a\r\r\n", {"a\r"}},
+      {"lone carriage return at end of input kept", "a\r", {"a\r"}},
+      {"spaces are content", "   \n", {"   "}},
+      {"no input", "", {}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(readAll(c.input), c.lines);
+  }
+}
+
+TEST(Transport, ReadLineHasNoLengthLimit) {
+  const std::string big(3'000'000, 'x');
+  EXPECT_EQ(readAll(big + "\r\n" + big), (std::vector<std::string>{big, big}));
+}
+
+TEST(Transport, ParseMessageKeepsOnlyObjects) {
+  EXPECT_TRUE(parseMessage(R"({"a":1})"));
+  EXPECT_TRUE(parseMessage(" {} "));
+  for (const char* line : {"[{\"id\":1}]", "5", "\"x\"", "null", "{", "   ", "{\"a\":1}x"}) {
+    SCOPED_TRACE(line);
+    EXPECT_FALSE(parseMessage(line));
+  }
+}
+
+TEST(Transport, ParseMessageRepairsInvalidUtf8) {
+  std::optional<json::Object> m = parseMessage("{\"method\":\"a\xFFz\"}");
+  ASSERT_TRUE(m);
+  EXPECT_EQ(m->at("method"), "a\xEF\xBF\xBDz");
+}
+
+TEST(Transport, ParseMessageAcceptsDeepNesting) {
+  const std::string deep = "{\"a\":" + std::string(100, '[') + std::string(100, ']') + "}";
+  EXPECT_TRUE(parseMessage(deep));
+}
+
+TEST(Transport, SendMessageWritesOneCompactLine) {
+  std::ostringstream out, log;
+  Transport transport(out, log);
+  transport.sendResult(json::Value(7), textResult("a/b\n", false));
+  transport.sendError(json::Value("x"), -32601, "method not supported: foo");
+  transport.sendResult(json::Value(nullptr), json::Object());
+  EXPECT_EQ(
+      out.str(),
+      R"({"jsonrpc":"2.0","id":7,"result":{"content":[{"type":"text","text":"a/b\n"}],"isError":false}})"
+      "\n"
+      R"({"jsonrpc":"2.0","id":"x","error":{"code":-32601,"message":"method not supported: foo"}})"
+      "\n"
+      R"({"jsonrpc":"2.0","id":null,"result":{}})"
+      "\n");
+  EXPECT_EQ(log.str(), "");
+}
+
+TEST(Transport, UnencodableMessageIsLoggedAndDropped) {
+  struct Case {
+    const char* name;
+    json::Value bad;
+  } cases[] = {
+      {"NaN", json::Value(std::nan(""))},
+      {"infinity", json::Value(std::numeric_limits<double>::infinity())},
+      {"invalid UTF-8", json::Value("\xC3\x28")},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::ostringstream out, log;
+    Transport transport(out, log);
+    json::Object result;
+    result.emplace("value", c.bad);
+    transport.sendResult(json::Value(1), result);
+    EXPECT_EQ(out.str(), "");
+    EXPECT_EQ(log.str(), "velko-mcp: FATAL: unencodable outgoing message\n");
+    transport.sendResult(json::Value(2), json::Object());
+    EXPECT_EQ(out.str(), "{\"jsonrpc\":\"2.0\",\"id\":2,\"result\":{}}\n");
+  }
+}
+
+TEST(Transport, LogErrPrefixesOneLine) {
+  std::ostringstream out, log;
+  Transport(out, log).logErr("ready (socket: /h/.velko/ipc.sock)");
+  EXPECT_EQ(log.str(), "velko-mcp: ready (socket: /h/.velko/ipc.sock)\n");
+  EXPECT_EQ(out.str(), "");
+}
+
+TEST(Transport, ToolResultShapes) {
+  EXPECT_EQ(json::toCompact(textResult("x", true)),
+            R"({"content":[{"type":"text","text":"x"}],"isError":true})");
+  EXPECT_EQ(json::toCompact(textPlusImageResult("s", "")),
+            R"({"content":[{"type":"text","text":"s"},)"
+            R"({"type":"image","data":"","mimeType":"image/png"}],"isError":false})");
+}
+
+} // namespace
+} // namespace velko::server
