@@ -2,6 +2,7 @@
 // and steering what the application shows. None of them changes catalogue data.
 #include "ipc/IPCClient.h"
 #include "json/Writer.h"
+#include "protocol/DeliveryRecords.h"
 #include "protocol/LibraryRecords.h"
 #include "protocol/PingResult.h"
 #include "protocol/Rpc.h"
@@ -22,26 +23,6 @@ constexpr std::int64_t kContextPreviewLongEdge = 384;
 constexpr std::string_view kNoFocusNotice =
     "No photo is in focus — nothing selected and the editor is closed. Ask the user to select or "
     "open a photo, or use velko_list.";
-
-// FIXME: the preview.render records of the editing area are not in protocol/ yet; these carry
-// the same keys, and only what velko_context reads of the reply.
-struct ContextPreviewParams {
-  std::string id;
-  std::optional<std::int64_t> longEdge;
-
-  static constexpr auto jsonFields() {
-    return std::tuple{json::field("id", &ContextPreviewParams::id),
-                      json::field("longEdge", &ContextPreviewParams::longEdge)};
-  }
-};
-
-struct ContextPreviewResult {
-  std::string pngBase64;
-
-  static constexpr auto jsonFields() {
-    return std::tuple{json::field("pngBase64", &ContextPreviewResult::pngBase64)};
-  }
-};
 
 // clang-format off
 constexpr std::string_view kPingText =
@@ -162,12 +143,12 @@ ToolResult runContext(const ToolArgs&, ipc::Caller& caller) {
     // The preview or the notice still tells the assistant something; the text is left out.
   }
   if (context.focusID) {
-    ContextPreviewParams params;
+    protocol::PreviewParams params;
     params.id = *context.focusID;
     params.longEdge = kContextPreviewLongEdge;
-    std::optional<ContextPreviewResult> preview;
+    std::optional<protocol::PreviewResult> preview;
     try {
-      preview = ipc::call<ContextPreviewResult>(caller, IPCMethod::PreviewRender, params);
+      preview = ipc::call<protocol::PreviewResult>(caller, IPCMethod::PreviewRender, params);
     } catch (const std::exception&) {
       // A photo that cannot be rendered right now still has its context worth returning.
     }
