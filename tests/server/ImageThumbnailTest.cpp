@@ -1,0 +1,158 @@
+#include "server/Base64.h"
+#include "server/ImageThumbnail.h"
+#include "support/TestPeer.h"
+
+#include <fstream>
+#include <gtest/gtest.h>
+#include <vips/vips.h>
+
+namespace velko::server {
+namespace {
+
+TEST(Base64, EncodesRfc4648Vectors) {
+  const std::pair<std::string, std::string> cases[] = {
+      {"", ""},         {"f", "Zg=="},        {"fo", "Zm8="},        {"foo", "Zm9v"},
+      {"foob", "Zm9vYg=="}, {"fooba", "Zm9vYmE="}, {"foobar", "Zm9vYmFy"},
+      {std::string("\xff\xfe\x00", 3), "//4A"}};
+  for (const auto& [in, out] : cases) {
+    EXPECT_EQ(base64Encode(in), out) << in;
+  }
+}
+
+std::string base64Decode(const std::string& text) {
+  auto value = [](char c) -> int {
+    if (c >= 'A' && c <= 'Z') return c - 'A';
+    if (c >= 'a' && c <= 'z') return c - 'a' + 26;
+    if (c >= '0' && c <= '9') return c - '0' + 52;
+    return c == '+' ? 62 : c == '/' ? 63 : -1;
+  };
+  std::string out;
+  int buffer = 0, bits = 0;
+  for (char c : text) {
+    int v = value(c);
+    if (v < 0) continue;
+    buffer = (buffer << 6) | v;
+    bits += 6;
+    if (bits >= 8) {
+      bits -= 8;
+      out += static_cast<char>((buffer >> bits) & 0xFF);
+    }
+  }
+  return out;
+}
+
+// Test images are made with libvips linked directly; the code under test opens it by itself.
+class ImageThumbnail : public ::testing::Test {
+protected:
+  static void SetUpTestSuite() { ASSERT_EQ(VIPS_INIT("velko-tests"), 0); }
+
+  /// A width×height RGB image with a bright left half, saved through `suffix`'s saver.
+  std::string makeImage(const std::string& name, int width, int height, int orientation = 0) {
+    VipsImage* black = nullptr;
+    VipsImage* left = nullptr;
+    VipsImage* image = nullptr;
+    EXPECT_EQ(vips_black(&black, width, height, "bands", 3, nullptr), 0);
+    EXPECT_EQ(vips_draw_rect1(black, 255.0, 0, 0, width / 2, height, "fill", TRUE, nullptr), 0);
+    left = black;
+    EXPECT_EQ(vips_copy(left, &image, nullptr), 0);
+    if (orientation != 0) {
+      vips_image_set_int(image, VIPS_META_ORIENTATION, orientation);
+    }
+    const std::string path = dir_.path() + "/" + name;
+    const int rc = vips_image_write_to_file(image, path.c_str(), nullptr);
+    g_object_unref(image);
+    g_object_unref(left);
+    if (rc != 0) {
+      vips_error_clear();
+      return {};
+    }
+    return path;
+  }
+
+  /// Decodes `base64` as an image and returns {width, height}; {0, 0} if it is not a JPEG.
+  static std::pair<int, int> jpegSize(const std::string& base64) {
+    const std::string bytes = base64Decode(base64);
+    if (bytes.size() < 3 || bytes.compare(0, 3, "\xff\xd8\xff") != 0) {
+      return {0, 0};
+    }
+    VipsImage* image = vips_image_new_from_buffer(bytes.data(), bytes.size(), "", nullptr);
+    if (image == nullptr) {
+      return {0, 0};
+    }
+    std::pair<int, int> size{vips_image_get_width(image), vips_image_get_height(image)};
+    g_object_unref(image);
+    return size;
+  }
+
+  testing::TempDir dir_;
+};
+
+TEST_F(ImageThumbnail, ShrinksLongSideAndNeverEnlarges) {
+  struct Case {
+    const char* name;
+    int width, height, maxPixel;
+    std::pair<int, int> expected;
+  } cases[] = {
+      {"wide.jpg", 400, 200, 100, {100, 50}},
+      {"tall.png", 120, 600, 300, {60, 300}},
+      {"small.png", 40, 20, 1024, {40, 20}},
+      {"name with spaces ünïcode.jpg", 64, 64, 32, {32, 32}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string path = makeImage(c.name, c.width, c.height);
+    ASSERT_FALSE(path.empty());
+    std::optional<std::string> out = downscaledImageBase64(path, c.maxPixel);
+    ASSERT_TRUE(out.has_value());
+    EXPECT_EQ(out->find('\n'), std::string::npos);
+    EXPECT_EQ(jpegSize(*out), c.expected);
+  }
+}
+
+TEST_F(ImageThumbnail, AppliesExifOrientation) {
+  // Orientation 6 means "rotate 90° clockwise to display": a 400×200 file shows as 200×400.
+  const std::string path = makeImage("rotated.jpg", 400, 200, 6);
+  ASSERT_FALSE(path.empty());
+  std::optional<std::string> out = downscaledImageBase64(path, 100);
+  ASSERT_TRUE(out.has_value());
+  EXPECT_EQ(jpegSize(*out), std::make_pair(50, 100));
+}
+
+TEST_F(ImageThumbnail, ReadsHeicWhenItCanBeWritten) {
+  const std::string path = makeImage("photo.heic", 300, 150);
+  if (path.empty()) {
+    GTEST_SKIP() << "this libvips cannot write HEIC, so no HEIC sample can be made";
+  }
+  std::optional<std::string> out = downscaledImageBase64(path, 150);
+  ASSERT_TRUE(out.has_value());
+  EXPECT_EQ(jpegSize(*out), std::make_pair(150, 75));
+}
+
+TEST_F(ImageThumbnail, UnreadableInputsGiveNothing) {
+  const std::string good = makeImage("good.jpg", 200, 100);
+  ASSERT_FALSE(good.empty());
+  std::string bytes;
+  {
+    std::ifstream in(good, std::ios::binary);
+    bytes.assign(std::istreambuf_iterator<char>(in), {});
+  }
+  auto write = [&](const std::string& name, const std::string& content) {
+    const std::string path = dir_.path() + "/" + name;
+    std::ofstream(path, std::ios::binary) << content;
+    return path;
+  };
+  const std::pair<const char*, std::string> cases[] = {
+      {"missing file", dir_.path() + "/nope.jpg"},
+      {"directory", dir_.path()},
+      {"empty file", write("empty.jpg", "")},
+      {"text file", write("notes.jpg", "just some text, not an image")},
+      {"truncated jpeg", write("cut.jpg", bytes.substr(0, 64))},
+  };
+  for (const auto& [name, path] : cases) {
+    SCOPED_TRACE(name);
+    EXPECT_EQ(downscaledImageBase64(path, 100), std::nullopt);
+  }
+}
+
+} // namespace
+} // namespace velko::server
