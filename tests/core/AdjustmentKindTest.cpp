@@ -1,5 +1,7 @@
 #include "core/AdjustmentKind.h"
 
+#include "core/EditStack.h"
+
 #include <gtest/gtest.h>
 #include <set>
 #include <string>
@@ -94,15 +96,13 @@ TEST(AdjustmentKind, PayloadTypesAndRangesFollowTheTable) {
   }
   EXPECT_EQ(scalars, 94 - 4 /*bool*/ - 4 /*curve*/ - 1 /*rect*/ - 1 /*points*/ - 2 /*string*/);
 
-  const DocumentedRange exposure = row(K::Exposure).range;
-  EXPECT_EQ(exposure.kind, RangeKind::Bounds);
-  EXPECT_EQ(exposure.lower, -5);
-  EXPECT_EQ(exposure.upper, 5);
+  // Ranges: a bound, a typical range, and the white-balance gains.
+  EXPECT_EQ(row(K::Exposure).range.kind, RangeKind::Bounds);
   EXPECT_EQ(row(K::Contrast).range.kind, RangeKind::Typical);
-  EXPECT_EQ(row(K::WbBlueGain).range.lower, 0.2);
-  EXPECT_EQ(row(K::Straighten).range.upper, 45);
-  EXPECT_EQ(row(K::CgMidHue).range.lower, 0);
-  EXPECT_EQ(row(K::CgMidLum).range.lower, -1);
+  for (K k : {K::WbRedGain, K::WbBlueGain}) {
+    EXPECT_EQ(row(k).range.lower, EditStack::whiteBalanceGainRange.lower);
+    EXPECT_EQ(row(k).range.upper, EditStack::whiteBalanceGainRange.upper);
+  }
 }
 
 TEST(ColorMixerBand, KindsAreComputedFromTheBandOrdinal) {

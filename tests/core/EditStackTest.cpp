@@ -531,15 +531,6 @@ TEST(EditStack, GeometryKindsAreTheSeventeenFramingKinds) {
   }
 }
 
-TEST(EditStack, WhiteBalanceConstants) {
-  EXPECT_TRUE(EditStack::whiteBalanceGainRange.contains(0.2));
-  EXPECT_TRUE(EditStack::whiteBalanceGainRange.contains(5.0));
-  EXPECT_FALSE(EditStack::whiteBalanceGainRange.contains(5.01));
-  EXPECT_EQ(EditStack::whiteBalanceMinimumChannel, 0.02);
-  EXPECT_EQ(identityToneCurvePoints.size(), 5u);
-  EXPECT_EQ(identityToneCurvePoints[1], (Point{0.25, 0.25}));
-}
-
 // ---- Frame colours ----
 
 TEST(FrameColorRGBA, ParsesHexForms) {
