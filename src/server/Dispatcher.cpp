@@ -1,5 +1,6 @@
 #include "server/Dispatcher.h"
 
+#include "core/EditPatch.h"
 #include "ipc/IPCClient.h"
 #include "json/Errors.h"
 #include "json/Writer.h"
@@ -160,6 +161,8 @@ json::Value Dispatcher::handleToolCall(const json::Value& id, const json::Object
   } catch (const json::EncodeError& e) {
     failure = e.what();
   } catch (const protocol::FrameError& e) {
+    failure = errorText(e);
+  } catch (const core::EditPatchError& e) {
     failure = errorText(e);
   } catch (const ToolError& e) {
     failure = errorText(e);

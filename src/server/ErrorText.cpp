@@ -1,5 +1,6 @@
 #include "server/ErrorText.h"
 
+#include "core/EditPatch.h"
 #include "protocol/FrameCodec.h"
 #include "server/Tool.h"
 
@@ -30,6 +31,26 @@ std::string errorText(const protocol::FrameError& error) {
     break;
   }
   return genericErrorText("VelkoProtocol.FrameCodec.FrameError", code);
+}
+
+std::string errorText(const core::EditPatchError& error) {
+  using Kind = core::EditPatchError::Kind;
+  int code = 0;
+  switch (error.kind()) {
+  case Kind::MalformedOp:
+    code = 0;
+    break;
+  case Kind::VersionMismatch:
+    code = 1;
+    break;
+  case Kind::MalformedMaskOp:
+    code = 2;
+    break;
+  case Kind::MaskNotFound:
+    code = 3;
+    break;
+  }
+  return genericErrorText("VelkoCore.EditPatchError", code);
 }
 
 std::string errorText(const std::exception& error) {

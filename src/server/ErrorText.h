@@ -9,6 +9,9 @@
 #include <string>
 #include <string_view>
 
+namespace velko::core {
+class EditPatchError;
+}
 namespace velko::protocol {
 class FrameError;
 }
@@ -25,6 +28,8 @@ std::string errorText(const ToolError& error);
 /// "…(VelkoProtocol.FrameCodec.FrameError error 0.)" for frameTooLarge, "error 1." for
 /// interiorNewline.
 std::string errorText(const protocol::FrameError& error);
+/// "…(VelkoCore.EditPatchError error <n>.)", n from 0 (malformedOp) to 3 (maskNotFound).
+std::string errorText(const core::EditPatchError& error);
 /// Any other exception: its own text (client, JSON and platform errors are written for users).
 std::string errorText(const std::exception& error);
 /// Something that is not a std::exception at all.

@@ -1,5 +1,6 @@
 #include "server/Dispatcher.h"
 
+#include "core/EditPatch.h"
 #include "ipc/IPCClient.h"
 #include "json/Errors.h"
 #include "json/Writer.h"
@@ -152,6 +153,9 @@ TEST(Dispatcher, ToolFailuresBecomeErrorResults) {
       {"interior newline",
        [](RecordingCaller& c) { c.fail(protocol::FrameError::interiorNewline()); },
        "The operation couldn\u2019t be completed. (VelkoProtocol.FrameCodec.FrameError error 1.)"},
+      {"edit patch error",
+       [](RecordingCaller& c) { c.fail(core::EditPatchError::versionMismatch(3, 4)); },
+       "The operation couldn\u2019t be completed. (VelkoCore.EditPatchError error 1.)"},
       {"platform error keeps its text",
        [](RecordingCaller& c) { c.fail(std::runtime_error("No such file or directory")); },
        "No such file or directory"},
