@@ -16,7 +16,7 @@
 namespace velko::server {
 namespace {
 
-json::Value initializeResult() {
+json::Object initializeResult() {
   json::Object capabilities;
   capabilities.emplace("tools", json::Object());
   capabilities.emplace("prompts", json::Object());
@@ -99,7 +99,7 @@ std::optional<json::Value> Dispatcher::handle(const json::Value& message) {
   const json::Value id = idValue != nullptr ? *idValue : json::Value(nullptr);
 
   if (method == "initialize") {
-    return resultMessage(id, initializeResult().get_object());
+    return resultMessage(id, initializeResult());
   }
   if (method == "notifications/initialized" || method == "notifications/cancelled") {
     return std::nullopt;
