@@ -62,12 +62,5 @@ TEST(ToolTable, OrderingDropsUnlistedAndRepeatedRows) {
   EXPECT_EQ(table[1].description, "first list");
 }
 
-TEST(ToolTable, FindIsExact) {
-  ASSERT_NE(findTool("velko_rate"), nullptr);
-  EXPECT_EQ(findTool("velko_rate")->name, "velko_rate");
-  EXPECT_EQ(findTool("velko_Rate"), nullptr);
-  EXPECT_EQ(findTool("velko_rate "), nullptr);
-}
-
 } // namespace
 } // namespace velko::server
