@@ -20,8 +20,27 @@ std::optional<std::int64_t> roundedInteger(double v) {
   return static_cast<std::int64_t>(std::llround(v));
 }
 
-bool isBlank(char c) {
-  return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f';
+// White space and line breaks, Unicode ones included, as a person pasting a colour may bring.
+constexpr std::array<std::string_view, 25> kBlanks = {
+    " ",      "\t",     "\n",     "\r",     "\v",     "\f",     "\u0085", "\u00A0", "\u1680",
+    "\u2000", "\u2001", "\u2002", "\u2003", "\u2004", "\u2005", "\u2006", "\u2007", "\u2008",
+    "\u2009", "\u200A", "\u2028", "\u2029", "\u202F", "\u205F", "\u3000"};
+
+std::string_view trimmedBlanks(std::string_view text) {
+  for (bool trimmed = true; trimmed && !text.empty();) {
+    trimmed = false;
+    for (std::string_view blank : kBlanks) {
+      if (text.starts_with(blank)) {
+        text.remove_prefix(blank.size());
+        trimmed = true;
+      }
+      if (text.ends_with(blank)) {
+        text.remove_suffix(blank.size());
+        trimmed = true;
+      }
+    }
+  }
+  return text;
 }
 
 int hexDigit(char c) {
@@ -80,12 +99,7 @@ std::string FrameColorRGBA::hex() const {
 }
 
 std::optional<FrameColorRGBA> FrameColorRGBA::fromHex(std::string_view text) {
-  while (!text.empty() && isBlank(text.front())) {
-    text.remove_prefix(1);
-  }
-  while (!text.empty() && isBlank(text.back())) {
-    text.remove_suffix(1);
-  }
+  text = trimmedBlanks(text);
   if (!text.empty() && text.front() == '#') {
     text.remove_prefix(1);
   }

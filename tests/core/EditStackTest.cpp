@@ -541,6 +541,7 @@ TEST(FrameColorRGBA, ParsesHexForms) {
       {"#abc", FrameColorRGBA{0xAA / 255.0, 0xBB / 255.0, 0xCC / 255.0, 1}},
       {"ABC", FrameColorRGBA{0xAA / 255.0, 0xBB / 255.0, 0xCC / 255.0, 1}},
       {" \n#FFFFFF80\t ", FrameColorRGBA{1, 1, 1, 128 / 255.0}},
+      {"\u00A0#fff\u2028", FrameColorRGBA::white},
       {"#000000", FrameColorRGBA::black},
       {"#ff8000", FrameColorRGBA{1, 128 / 255.0, 0, 1}},
       {"+f0000", FrameColorRGBA{15 / 255.0, 0, 0, 1}},
