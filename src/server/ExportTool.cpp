@@ -1,0 +1,158 @@
+#include "server/ExportTool.h"
+
+#include "json/Errors.h"
+#include "json/Writer.h"
+#include "protocol/DeliveryRecords.h"
+#include "server/FileTransfer.h"
+#include "server/ToolSupport.h"
+
+#include <cerrno>
+#include <exception>
+#include <filesystem>
+#include <sys/stat.h>
+#include <system_error>
+#include <vector>
+
+namespace velko::server {
+namespace {
+
+constexpr std::string_view kNeedsIds = "velko_export needs a non-empty ids array";
+constexpr std::string_view kNeedsDirectory = "velko_export needs a destination directory";
+
+bool exists(const std::string& path) {
+  struct stat st {};
+  return ::lstat(path.c_str(), &st) == 0 || errno != ENOENT;
+}
+
+/// The string elements of the `ids` array, in order; anything else is dropped.
+std::vector<std::string> stringElements(const json::Value* value) {
+  std::vector<std::string> strings;
+  if (value != nullptr && value->is_array()) {
+    for (const json::Value& element : value->get_array()) {
+      if (const json::String* s = element.if_string()) {
+        strings.emplace_back(s->data(), s->size());
+      }
+    }
+  }
+  return strings;
+}
+
+struct FileName {
+  std::string stem;
+  std::string extension; ///< after the last dot; empty when there is none
+};
+
+FileName splitFileName(const std::string& suggested) {
+  // The application names a file, not a path: only its last component can land in the folder.
+  std::string name = lastPathComponent(suggested);
+  if (name == "/") {
+    name.clear();
+  }
+  const auto dot = name.rfind('.');
+  if (dot == std::string::npos) {
+    return {name, ""};
+  }
+  return {name.substr(0, dot), name.substr(dot + 1)};
+}
+
+json::Array toArray(const std::vector<std::string>& strings) {
+  json::Array array;
+  for (const std::string& s : strings) {
+    array.emplace_back(json::String(s));
+  }
+  return array;
+}
+
+} // namespace
+
+std::string uniqueExportPath(const std::string& folder, const std::string& base,
+                             const std::string& ext) {
+  const std::string extension = ext.empty() ? "jpg" : ext;
+  const std::string prefix = folder.empty() || folder.back() != '/' ? folder + "/" : folder;
+  std::string candidate = prefix + base + "." + extension;
+  for (long k = 1; exists(candidate); ++k) {
+    candidate = prefix + base + "-" + std::to_string(k) + "." + extension;
+  }
+  return candidate;
+}
+
+ToolResult runExport(const ToolArgs& args, ipc::Caller& caller, const std::string& home) {
+  const std::vector<std::string> ids = stringElements(argValue(args, "ids"));
+  if (ids.empty()) {
+    return textResult(kNeedsIds, true);
+  }
+  const std::optional<std::string> directory = stringArg(args, "directory");
+  if (!directory || directory->empty()) {
+    return textResult(kNeedsDirectory, true);
+  }
+
+  const std::optional<std::string> folder = expandPath(*directory, home);
+  if (!folder) {
+    return textResult("couldn't create " + *directory + ": no such user", true);
+  }
+  std::error_code ec;
+  std::filesystem::create_directories(*folder, ec);
+  if (ec) {
+    return textResult("couldn't create " + *folder + ": " + ec.message(), true);
+  }
+
+  // No defaults and no range checks: what is absent is sent absent and the application decides.
+  protocol::ExportRenderParams settings;
+  settings.format = stringArg(args, "format");
+  settings.longEdge = intArg(args, "longEdge");
+  settings.quality = doubleArg(args, "quality");
+  settings.colorSpace = stringArg(args, "colorSpace");
+  std::optional<std::string> prefix = stringArg(args, "filenamePrefix");
+  if (prefix && prefix->empty()) {
+    prefix.reset(); // an empty prefix would only make names like "-1.jpg"
+  }
+
+  std::vector<std::string> written;
+  std::vector<std::string> failed;
+  for (std::size_t n = 1; n <= ids.size(); ++n) {
+    const std::string& id = ids[n - 1];
+    protocol::ExportRenderParams params = settings;
+    params.id = id;
+    protocol::ExportRenderResult rendered;
+    try {
+      rendered = ipc::call<protocol::ExportRenderResult>(caller, protocol::IPCMethod::ExportRender,
+                                                         params);
+    } catch (const std::exception&) {
+      // The result lists ids only; one photo's failure must not stop the others.
+      failed.push_back(id);
+      continue;
+    }
+
+    const FileName name = splitFileName(rendered.suggestedFilename);
+    // Numbered by position, so the files of a partly failed export still line up with the ids.
+    std::string base = prefix ? *prefix + "-" + std::to_string(n) : name.stem;
+    if (base.empty()) {
+      base = "export";
+    }
+    const std::string destination = uniqueExportPath(*folder, base, name.extension);
+    std::filesystem::remove(destination, ec); // nothing is there by construction; a guard only
+    try {
+      moveFile(rendered.path, destination);
+    } catch (const std::system_error&) {
+      failed.push_back(id); // the rendered file stays where the application put it
+      continue;
+    }
+    written.push_back(destination);
+  }
+
+  json::Object result;
+  result.emplace("directory", json::String(*folder));
+  result.emplace("count", static_cast<std::int64_t>(written.size()));
+  result.emplace("written", toArray(written));
+  result.emplace("failed", toArray(failed));
+  std::string text;
+  try {
+    text = json::toPretty(result);
+  } catch (const json::EncodeError&) {
+    return textResult("encoding failed", true);
+  }
+  // A partial export is a success that lists its failures.
+  return textResult(text, written.empty() && !failed.empty());
+}
+
+} // namespace velko::server

@@ -1,0 +1,24 @@
+// velko_export: the application renders each photo to a file inside its sandbox and reports the
+// path; this server, running with the user's rights, creates the destination folder, picks a
+// free file name and moves the rendered file there.
+#pragma once
+
+#include "ipc/Caller.h"
+#include "server/Tool.h"
+
+#include <string>
+
+namespace velko::server {
+
+/// The handler of velko_export. `home` is what a leading "~" in `directory` expands to.
+/// Argument and folder problems are returned as error results, never thrown; a photo that
+/// fails to render or move is listed in `failed` and the export goes on. The result is an
+/// error only when nothing was written.
+ToolResult runExport(const ToolArgs& args, ipc::Caller& caller, const std::string& home);
+
+/// A path in `folder` where nothing exists yet: base.ext, then base-1.ext, base-2.ext, …
+/// An empty `ext` means "jpg". Symbolic links, dangling ones included, count as existing.
+std::string uniqueExportPath(const std::string& folder, const std::string& base,
+                             const std::string& ext);
+
+} // namespace velko::server

@@ -1,0 +1,137 @@
+// velko_find_similar against a recording caller: which query goes out, the not-indexed notice,
+// and the thumbnails that follow the JSON text.
+#include "server/FindSimilarTool.h"
+
+#include "ipc/IPCClient.h"
+#include "json/Writer.h"
+#include "server/FileHelpers.h"
+#include "server/RecordingCaller.h"
+#include "support/TestPeer.h"
+
+#include <gtest/gtest.h>
+
+namespace velko::server {
+namespace {
+
+using testing::RecordingCaller;
+using testing::writeFile;
+using velko::testing::TempDir;
+
+/// A 4×2 binary PPM, which the image library reads without extra loaders.
+std::string writeImage(const std::string& path) {
+  return writeFile(path, "P6\n4 2\n255\n" + std::string(4 * 2 * 3, '\x80'));
+}
+
+std::string firstText(const ToolResult& result) {
+  return std::string(result.at("content").at(0).at("text").as_string());
+}
+
+TEST(FindSimilarTool, ChoosesTheQuery) {
+  TempDir tmp;
+  const std::string image = writeImage(tmp.file("query.ppm"));
+  const std::string notImage = writeFile(tmp.file("notes.txt"), "not an image");
+  constexpr const char* kNeeds = "velko_find_similar needs one of: path, image, or id";
+
+  struct Case {
+    const char* name;
+    json::Value arguments;
+    const char* sent;  // the similar.find params; null when nothing may be sent
+    std::string error; // the error result's text when nothing is sent
+  } cases[] = {
+      {"path beats id", json::Object{{"path", image}, {"id", "X"}, {"limit", 3}}, "image", ""},
+      {"empty path falls to id", json::parse(R"({"path":"","id":"X"})"), R"({"id":"X"})", ""},
+      {"non-string path falls to image", json::parse(R"({"path":5,"image":"abc","id":"X"})"),
+       R"({"imageBase64":"abc"})", ""},
+      {"empty image falls to id", json::parse(R"({"image":"","id":"X","limit":3})"),
+       R"({"id":"X","limit":3})", ""},
+      {"fractional limit is dropped", json::parse(R"({"id":"X","limit":3.5})"), R"({"id":"X"})",
+       ""},
+      {"integral double limit", json::parse(R"({"id":"X","limit":12.0})"),
+       R"({"id":"X","limit":12})", ""},
+      {"non-string id", json::parse(R"({"image":"","id":42})"), nullptr, kNeeds},
+      {"empty id", json::parse(R"({"id":""})"), nullptr, kNeeds},
+      {"nothing", json::parse("{}"), nullptr, kNeeds},
+      {"not an object", json::parse(R"(["X"])"), nullptr, kNeeds},
+      {"not an image", json::Object{{"path", notImage}, {"id", "X"}}, nullptr,
+       "couldn't read an image at " + notImage},
+      {"path is not expanded", json::parse(R"({"path":"~/query.ppm"})"), nullptr,
+       "couldn't read an image at ~/query.ppm"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    RecordingCaller caller;
+    if (c.sent != nullptr) {
+      caller.answer(R"({"matches":[],"indexed":10})");
+    }
+    const ToolResult result = runFindSimilar(c.arguments, caller);
+    if (c.sent == nullptr) {
+      EXPECT_TRUE(result.at("isError").as_bool());
+      EXPECT_EQ(firstText(result), c.error);
+      EXPECT_TRUE(caller.requests.empty());
+      continue;
+    }
+    EXPECT_FALSE(result.at("isError").as_bool());
+    ASSERT_EQ(caller.requests.size(), 1u);
+    EXPECT_EQ(caller.requests[0].method, protocol::IPCMethod::SimilarFind);
+    const json::Object& params = caller.requests[0].params->as_object();
+    if (std::string_view(c.sent) == "image") {
+      // The file goes out as a shrunk JPEG, base64, with the limit and without the id.
+      EXPECT_TRUE(params.at("imageBase64").as_string().starts_with("/9j/"));
+      EXPECT_FALSE(params.contains("id"));
+      EXPECT_EQ(params.at("limit"), 3);
+    } else {
+      EXPECT_EQ(json::toCompact(params), c.sent);
+    }
+  }
+}
+
+TEST(FindSimilarTool, NotIndexedNotice) {
+  RecordingCaller caller;
+  caller.answer(R"({"matches":[{"id":"A","distance":0.1}],"indexed":0})");
+  const ToolResult result = runFindSimilar(json::parse(R"({"id":"X"})"), caller);
+  EXPECT_EQ(json::toCompact(result),
+            R"({"content":[{"type":"text","text":"No photos are indexed for visual search yet — )"
+            R"(let velko finish describing the library (Settings ▸ Photo descriptions), then try )"
+            R"(again."}],"isError":false})");
+  EXPECT_EQ(caller.requests.size(), 1u);
+}
+
+TEST(FindSimilarTool, ThumbnailsForTheNearestSixOnly) {
+  RecordingCaller caller;
+  json::Array matches;
+  for (int i = 1; i <= 12; ++i) {
+    matches.push_back(json::Object{{"id", "m" + std::to_string(i)}, {"distance", 0.12345 * i}});
+  }
+  caller.answer(json::toCompact(json::Object{{"matches", matches}, {"indexed", 500}}));
+  const char* kPreview = R"({"pngBase64":"PNG","width":256,"height":192,)"
+                         R"("appliedStackVersion":0,"basedOnOriginal":true})";
+  caller.answer(kPreview).answer(kPreview).fail(ipc::ClientError::connectionClosed());
+  caller.answer(kPreview).answer(kPreview).answer(kPreview);
+
+  const ToolResult result = runFindSimilar(json::parse(R"({"id":"X","limit":12})"), caller);
+  EXPECT_FALSE(result.at("isError").as_bool());
+  ASSERT_EQ(caller.requests.size(), 7u);
+  EXPECT_EQ(caller.sent()[1], R"(preview.render {"id":"m1","longEdge":256})");
+  EXPECT_EQ(caller.sent()[6], R"(preview.render {"id":"m6","longEdge":256})");
+
+  const json::Array& content = result.at("content").as_array();
+  ASSERT_EQ(content.size(), 1u + 2 * 5); // the third thumbnail failed and is skipped
+  EXPECT_EQ(json::parse(content[0].at("text").as_string()).at("matches").as_array().size(), 12u);
+  EXPECT_EQ(json::toCompact(content[1]), R"({"type":"image","data":"PNG","mimeType":"image/png"})");
+  EXPECT_EQ(content[2].at("text"), "m1 (distance 0.123)");
+  EXPECT_EQ(content[4].at("text"), "m2 (distance 0.247)");
+  EXPECT_EQ(content[6].at("text"), "m4 (distance 0.494)");
+}
+
+TEST(FindSimilarTool, FailedSearchIsThrown) {
+  TempDir tmp;
+  velko::testing::TestPeer peer;
+  peer.push(velko::testing::PeerStep::error(-32603, "feature prints unavailable"));
+  ipc::IPCClient client(peer.socketPath(), tmp.file("legacy.sock"));
+  EXPECT_THROW(runFindSimilar(json::parse(R"({"image":"abc"})"), client), ipc::ClientError);
+  ASSERT_EQ(peer.requests().size(), 1u);
+  EXPECT_NE(peer.requests()[0].find(R"("params":{"imageBase64":"abc"})"), std::string::npos);
+}
+
+} // namespace
+} // namespace velko::server
