@@ -6,7 +6,6 @@
 #include "server/FileTransfer.h"
 #include "server/ToolSupport.h"
 
-#include <cerrno>
 #include <exception>
 #include <filesystem>
 #include <sys/stat.h>
@@ -19,9 +18,11 @@ namespace {
 constexpr std::string_view kNeedsIds = "velko_export needs a non-empty ids array";
 constexpr std::string_view kNeedsDirectory = "velko_export needs a destination directory";
 
+// Only what lstat finds counts: a path that cannot be examined at all (a folder that is not
+// searchable, a component that is a file) is free as far as naming goes, and the move reports it.
 bool exists(const std::string& path) {
   struct stat st {};
-  return ::lstat(path.c_str(), &st) == 0 || errno != ENOENT;
+  return ::lstat(path.c_str(), &st) == 0;
 }
 
 /// The string elements of the `ids` array, in order; anything else is dropped.
@@ -86,9 +87,12 @@ ToolResult runExport(const ToolArgs& args, ipc::Caller& caller, const std::strin
     return textResult(kNeedsDirectory, true);
   }
 
-  const std::optional<std::string> folder = expandPath(*directory, home);
+  std::optional<std::string> folder = expandPath(*directory, home);
   if (!folder) {
     return textResult("couldn't create " + *directory + ": no such user", true);
+  }
+  while (folder->size() > 1 && folder->back() == '/') {
+    folder->pop_back(); // the folder is reported as a folder path, without a trailing slash
   }
   std::error_code ec;
   std::filesystem::create_directories(*folder, ec);

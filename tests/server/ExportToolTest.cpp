@@ -86,7 +86,7 @@ TEST_F(ExportTool, ArgumentErrorsSendAndCreateNothing) {
 
 TEST_F(ExportTool, MovesRenderedFilesIntoANewFolderUnderHome) {
   caller.answer(rendered("a", "IMG_0001.jpg")).answer(rendered("b", "IMG_0002.heic"));
-  const Shown s = run(R"({"ids":["a",7,"b"],"directory":"~/Out/Keepers","longEdge":"big",)"
+  const Shown s = run(R"({"ids":["a",7,"b"],"directory":"~/Out/Keepers/","longEdge":"big",)"
                       R"("quality":5,"format":"png","colorSpace":"displayP3"})");
 
   const std::string folder = home() + "/Out/Keepers";
@@ -145,6 +145,8 @@ TEST_F(ExportTool, UniqueExportPath) {
   EXPECT_EQ(uniqueExportPath(folder, "IMG", ""), folder + "/IMG.jpg");
   EXPECT_EQ(uniqueExportPath(folder, "link", "jpg"), folder + "/link-1.jpg"); // dangling counts
   EXPECT_EQ(uniqueExportPath(folder + "/", "a", "png"), folder + "/a.png");
+  // A folder that cannot be examined gives the first name, not an endless search.
+  EXPECT_EQ(uniqueExportPath(folder + "/trip-2.heic", "a", "png"), folder + "/trip-2.heic/a.png");
 }
 
 TEST_F(ExportTool, FailuresThatWriteNothing) {

@@ -42,14 +42,6 @@ TEST(FileTransfer, ExpandPath) {
   }
 }
 
-TEST(FileTransfer, LastPathComponent) {
-  EXPECT_EQ(lastPathComponent("/a/b/IMG_1.HEIC"), "IMG_1.HEIC");
-  EXPECT_EQ(lastPathComponent("/a/b/"), "b");
-  EXPECT_EQ(lastPathComponent("name"), "name");
-  EXPECT_EQ(lastPathComponent("/"), "/");
-  EXPECT_EQ(lastPathComponent(""), "");
-}
-
 TEST(FileTransfer, MoveRefusesWhatIsNotARegularFile) {
   TempDir tmp;
   std::filesystem::create_directories(tmp.file("dir/inner"));
