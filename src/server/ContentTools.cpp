@@ -1,7 +1,10 @@
 // Rows of the content tools that handle the user's own files: visual similarity search and
 // importing files into the photo library.
-#include "server/NotAvailableYet.h"
+#include "protocol/IPCEndpoint.h"
+#include "server/FindSimilarTool.h"
+#include "server/ImportTool.h"
 #include "server/Tool.h"
+#include "server/ToolSupport.h"
 
 #include <string_view>
 #include <vector>
@@ -33,12 +36,17 @@ constexpr std::string_view kImportSchema = R"json({
 })json";
 // clang-format on
 
+ToolResult runImportFromHome(const ToolArgs& args, ipc::Caller& caller) {
+  return runImport(args, caller, protocol::IPCEndpoint::home(),
+                   protocol::IPCEndpoint::exchangeDir());
+}
+
 } // namespace
 
 void addContentTools(std::vector<Tool>& table) {
   // clang-format off
-  table.push_back(notAvailableYetTool("velko_find_similar", kFindSimilarText, kFindSimilarSchema));
-  table.push_back(notAvailableYetTool("velko_import", kImportText, kImportSchema));
+  table.push_back(Tool{"velko_find_similar", kFindSimilarText, parseSchema(kFindSimilarSchema), runFindSimilar});
+  table.push_back(Tool{"velko_import", kImportText, parseSchema(kImportSchema), runImportFromHome});
   // clang-format on
 }
 

@@ -1,7 +1,10 @@
 // Rows of the delivery tools: exporting rendered photos to files, committing video edits, and
 // making and listing movie projects.
-#include "server/NotAvailableYet.h"
+#include "protocol/DeliveryRecords.h"
+#include "protocol/IPCEndpoint.h"
+#include "server/ExportTool.h"
 #include "server/Tool.h"
+#include "server/ToolSupport.h"
 
 #include <string_view>
 #include <vector>
@@ -9,13 +12,15 @@
 namespace velko::server {
 namespace {
 
+using protocol::IPCMethod;
+
 // clang-format off
 constexpr std::string_view kExportText =
     R"txt(Export photos (WITH their edits) to real files on disk — the endpoint for "cull, edit, then hand off the keepers". Give {ids, directory}; each photo is rendered and written to that folder. Optional: format (jpeg | heic | png | tiff16, default jpeg), longEdge (px on the long side; omit for full resolution), quality (0–1, lossy formats), colorSpace (sRGB | displayP3), filenamePrefix (files become prefix-1.jpg, prefix-2.jpg, …; otherwise a per-photo name is used). Returns the written file paths. The app renders; this server writes the files, so it works despite the app sandbox.)txt";
 constexpr std::string_view kExportSchema = R"json({
   "type": "object",
   "properties": {
-    "ids": {"type": "array", "items": {"type": "string"}, "description": "Photo localIdentifiers (from velko_list / velko_selection)."},
+    "ids": "$ids",
     "directory": {"type": "string", "description": "Destination folder (created if needed; ~ is expanded)."},
     "format": {"type": "string", "enum": ["jpeg", "heic", "png", "tiff16"]},
     "longEdge": {"type": "integer", "description": "Long-edge pixels; omit for full resolution."},
@@ -43,7 +48,7 @@ constexpr std::string_view kMakeMovieText =
 constexpr std::string_view kMakeMovieSchema = R"json({
   "type": "object",
   "properties": {
-    "ids": {"type": "array", "items": {"type": "string"}, "description": "Photo localIdentifiers (from velko_list / velko_selection)."},
+    "ids": "$ids",
     "name": {"type": "string", "description": "Movie name, e.g. 'Summer Reel'."}
   },
   "required": ["ids"]
@@ -57,14 +62,23 @@ constexpr std::string_view kMovieListSchema = R"json({
 })json";
 // clang-format on
 
+ToolResult runExportFromHome(const ToolArgs& args, ipc::Caller& caller) {
+  return runExport(args, caller, protocol::IPCEndpoint::home());
+}
+
 } // namespace
 
 void addDeliveryTools(std::vector<Tool>& table) {
+  using protocol::CommitResult;
+  using protocol::MovieInfo;
+  using protocol::MovieListResult;
+  using protocol::MovieMakeParams;
+  using protocol::VideoCommitParams;
   // clang-format off
-  table.push_back(notAvailableYetTool("velko_export", kExportText, kExportSchema));
-  table.push_back(notAvailableYetTool("velko_video_commit", kVideoCommitText, kVideoCommitSchema));
-  table.push_back(notAvailableYetTool("velko_make_movie", kMakeMovieText, kMakeMovieSchema));
-  table.push_back(notAvailableYetTool("velko_movie_list", kMovieListText, kMovieListSchema));
+  table.push_back(Tool{"velko_export", kExportText, parseSchema(kExportSchema), runExportFromHome});
+  table.push_back(directTool<VideoCommitParams, CommitResult>("velko_video_commit", kVideoCommitText, kVideoCommitSchema, IPCMethod::VideoCommit));
+  table.push_back(directTool<MovieMakeParams, MovieInfo>("velko_make_movie", kMakeMovieText, kMakeMovieSchema, IPCMethod::MovieMake));
+  table.push_back(listTool<MovieListResult>("velko_movie_list", kMovieListText, kMovieListSchema, IPCMethod::MovieList));
   // clang-format on
 }
 

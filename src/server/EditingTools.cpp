@@ -1,14 +1,29 @@
 // Rows of the editing tools (edit stack read/set/reset/commit, local masks, preview renders) and of
 // the snapshot, crop and look tools (named snapshots, crop rectangle, LUT looks, point colour).
 // Descriptions and schemas are the texts the assistant reads; schemas are parsed once, here.
-#include "server/NotAvailableYet.h"
+#include "core/EditPatch.h"
+#include "core/LocalMask.h"
+#include "core/Uuid.h"
+#include "json/Path.h"
+#include "protocol/DeliveryRecords.h"
+#include "protocol/EditingRecords.h"
 #include "server/Tool.h"
+#include "server/ToolSupport.h"
 
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <string>
 #include <string_view>
 #include <vector>
 
 namespace velko::server {
 namespace {
+
+using protocol::IPCMethod;
+
+/// Every change sent from here is recorded by the application as this agent's.
+constexpr std::string_view kAgent = "claude-mcp";
 
 // clang-format off
 constexpr std::string_view kEditGetText =
@@ -190,23 +205,356 @@ constexpr std::string_view kPointColorSchema = R"json({
 })json";
 // clang-format on
 
+// ---- Shared pieces --------------------------------------------------------------------------
+
+std::string requireId(const ToolArgs& args) {
+  if (std::optional<std::string> id = stringArg(args, "id")) {
+    return *id;
+  }
+  throw ToolError("id is required");
+}
+
+/// "preview" is on only when it is the JSON value true.
+bool previewArg(const ToolArgs& args) {
+  const json::Value* value = argValue(args, "preview");
+  return value != nullptr && value->is_bool() && value->get_bool();
+}
+
+/// One edit.set request carrying `ops` and `maskOps`, stamped with the agent name, with the
+/// caller's expectedVersion and preview wish.
+protocol::EditSetResult sendEditSet(ipc::Caller& caller, const ToolArgs& args, std::string id,
+                                    std::vector<core::EditPatchOp> ops,
+                                    std::vector<core::MaskPatchOp> maskOps) {
+  protocol::EditSetParams params;
+  params.id = std::move(id);
+  params.ops = std::move(ops);
+  params.maskOps = std::move(maskOps);
+  params.expectedVersion = intArg(args, "expectedVersion");
+  params.agent = std::string(kAgent);
+  params.preview = previewArg(args);
+  return ipc::call<protocol::EditSetResult>(caller, IPCMethod::EditSet, params);
+}
+
+/// With a preview in the reply: the summary and the image; otherwise the reply as JSON.
+ToolResult summaryOrJson(const protocol::EditSetResult& result, const std::string& summary) {
+  if (result.preview) {
+    return textPlusImageResult(summary, result.preview->pngBase64);
+  }
+  return jsonTextResult(result);
+}
+
+std::string fixed(const char* format, double value) {
+  char buffer[64];
+  std::snprintf(buffer, sizeof buffer, format, value);
+  return buffer;
+}
+
+// ---- Edit stack -----------------------------------------------------------------------------
+
+/// velko_edit_get and velko_edit_reset: a photo id out, the whole stack and its version back.
+template <class Params, IPCMethod method>
+ToolResult runStackRead(const ToolArgs& args, ipc::Caller& caller) {
+  Params params{requireId(args)};
+  return jsonTextResult(ipc::call<protocol::EditGetResult>(caller, method, params));
+}
+
+ToolResult runEditCommit(const ToolArgs& args, ipc::Caller& caller) {
+  protocol::CommitParams params{requireId(args)};
+  return jsonTextResult(ipc::call<protocol::CommitResult>(caller, IPCMethod::EditCommit, params));
+}
+
+ToolResult runEditSet(const ToolArgs& args, ipc::Caller& caller) {
+  std::string id = requireId(args);
+  // The operations decode as the application will read them, so members the schema does not
+  // list ("curve", "rect", "string", "pointColors") pass too.
+  const json::Path root("arguments");
+  const json::Path opsPath = root.key("ops");
+  const json::Value* opsValue = argValue(args, "ops");
+  if (opsValue == nullptr) {
+    opsPath.fail("missing value");
+  }
+  auto ops = json::decodeAs<std::vector<core::EditPatchOp>>(*opsValue, opsPath);
+  protocol::EditSetResult result = sendEditSet(caller, args, std::move(id), std::move(ops), {});
+  if (!result.preview) {
+    return jsonTextResult(result);
+  }
+  const protocol::PreviewResult& preview = *result.preview;
+  std::string summary = "Applied. newVersion " + std::to_string(result.newVersion) + ". Preview " +
+                        std::to_string(preview.width) + "\u00d7" + std::to_string(preview.height);
+  if (!preview.basedOnOriginal) {
+    summary += " (approximated on the local derivative \u2014 iCloud original not downloadable)";
+  }
+  summary += ". Judge it against the goal before another change.";
+  return textPlusImageResult(summary, preview.pngBase64);
+}
+
+// ---- Local masks ----------------------------------------------------------------------------
+
+core::MaskShape maskShapeForType(std::string_view type) {
+  if (type == "subject") {
+    return core::AiSubjectShape{false};
+  }
+  if (type == "people") {
+    return core::AiPeopleShape{false};
+  }
+  if (type == "radial") {
+    return core::RadialShape{{0.5, 0.5}, {0.3, 0.3}, 0.4, false};
+  }
+  if (type == "linear") {
+    return core::LinearShape{{0.5, 0.2}, {0.5, 0.8}};
+  }
+  if (type == "luminance") {
+    return core::LuminanceRangeShape{0.25, 0.75, 0.1};
+  }
+  if (type == "color") {
+    return core::ColorRangeShape{0.6, 0.08, 0.05};
+  }
+  throw ToolError("type must be subject|people|radial|linear|luminance|color");
+}
+
+/// The (kind, value) pairs of "adjustments" in their given order; members naming no kind, or
+/// holding no number, are skipped without complaint.
+std::vector<std::pair<core::AdjustmentKind, double>> maskAdjustments(const ToolArgs& args) {
+  std::vector<std::pair<core::AdjustmentKind, double>> pairs;
+  const json::Value* value = argValue(args, "adjustments");
+  if (value == nullptr || !value->is_object()) {
+    return pairs;
+  }
+  for (const auto& member : value->get_object()) {
+    std::optional<core::AdjustmentKind> kind = core::parseAdjustmentKind(member.key());
+    std::optional<double> number = doubleArg(&member.value());
+    if (kind && number) {
+      pairs.emplace_back(*kind, *number);
+    }
+  }
+  return pairs;
+}
+
+core::Uuid requireMaskId(const ToolArgs& args, const std::string& action) {
+  if (std::optional<std::string> text = stringArg(args, "mask")) {
+    if (std::optional<core::Uuid> id = core::Uuid::parse(*text)) {
+      return *id;
+    }
+  }
+  throw ToolError("'mask' (uuid) is required for action '" + action + "'");
+}
+
+core::MaskPatchOp setAdjustmentOp(const core::Uuid& mask, core::AdjustmentKind kind, double value) {
+  core::MaskPatchOp op;
+  op.action = core::MaskPatchOp::Action::SetAdjustment;
+  op.id = mask;
+  op.adjustment = kind;
+  op.value = value;
+  return op;
+}
+
+ToolResult runMask(const ToolArgs& args, ipc::Caller& caller) {
+  using Action = core::MaskPatchOp::Action;
+  std::string id = requireId(args);
+  const std::string action = stringArg(args, "action").value_or("add");
+  if (action != "add" && action != "set" && action != "enable" && action != "disable" &&
+      action != "remove") {
+    throw ToolError("action must be add|set|enable|disable|remove");
+  }
+
+  std::vector<core::MaskPatchOp> maskOps;
+  if (action == "add") {
+    core::MaskPatchOp add;
+    add.action = Action::Add;
+    add.shape = maskShapeForType(stringArg(args, "type").value_or("subject"));
+    // The tool names the new mask so that its adjustments can follow in the same patch.
+    add.id = core::Uuid::random();
+    add.name = stringArg(args, "name");
+    const core::Uuid mask = *add.id;
+    maskOps.push_back(std::move(add));
+    for (const auto& [kind, value] : maskAdjustments(args)) {
+      maskOps.push_back(setAdjustmentOp(mask, kind, value));
+    }
+  } else if (action == "set") {
+    const core::Uuid mask = requireMaskId(args, action);
+    auto pairs = maskAdjustments(args);
+    if (pairs.empty()) {
+      throw ToolError("'set' needs an adjustments object");
+    }
+    for (const auto& [kind, value] : pairs) {
+      maskOps.push_back(setAdjustmentOp(mask, kind, value));
+    }
+  } else if (action == "enable" || action == "disable") {
+    core::MaskPatchOp op;
+    op.action = Action::SetEnabled;
+    op.id = requireMaskId(args, action);
+    op.enabled = action == "enable";
+    maskOps.push_back(std::move(op));
+  } else {
+    core::MaskPatchOp op;
+    op.action = Action::Remove;
+    op.id = requireMaskId(args, action);
+    maskOps.push_back(std::move(op));
+  }
+
+  protocol::EditSetResult result = sendEditSet(caller, args, std::move(id), {}, std::move(maskOps));
+  return summaryOrJson(result, "Applied mask op(s). newVersion " +
+                                   std::to_string(result.newVersion) +
+                                   ". The stack's masks list (velko_edit_get) has the mask ids to "
+                                   "address them next.");
+}
+
+// ---- Previews -------------------------------------------------------------------------------
+
+ToolResult runPreviewRender(const ToolArgs& args, ipc::Caller& caller) {
+  protocol::PreviewParams params{requireId(args), intArg(args, "longEdge")};
+  auto preview = ipc::call<protocol::PreviewResult>(caller, IPCMethod::PreviewRender, params);
+  std::string caption = std::to_string(preview.width) + "\u00d7" + std::to_string(preview.height) +
+                        ", stack version " + std::to_string(preview.appliedStackVersion);
+  if (!preview.basedOnOriginal) {
+    caption += " (approximated on the local derivative \u2014 the iCloud original isn't "
+               "downloadable right now; detail sliders read slightly stronger than a real commit "
+               "will)";
+  }
+  // The image comes first here, unlike the summary-plus-image results of the editing tools.
+  json::Object image;
+  image.emplace("type", "image");
+  image.emplace("data", preview.pngBase64);
+  image.emplace("mimeType", "image/png");
+  json::Object text;
+  text.emplace("type", "text");
+  text.emplace("text", caption);
+  ToolResult result;
+  result.emplace("content",
+                 json::Array{json::Value(std::move(image)), json::Value(std::move(text))});
+  result.emplace("isError", false);
+  return result;
+}
+
+// ---- Crop, looks and point colour -----------------------------------------------------------
+// Their argument errors are returned as error results, not thrown.
+
+ToolResult runCrop(const ToolArgs& args, ipc::Caller& caller) {
+  std::optional<std::string> id = stringArg(args, "id");
+  std::optional<double> x = doubleArg(args, "x");
+  std::optional<double> y = doubleArg(args, "y");
+  std::optional<double> width = doubleArg(args, "width");
+  std::optional<double> height = doubleArg(args, "height");
+  if (!id || !x || !y || !width || !height) {
+    return textResult("velko_crop needs {id, x, y, width, height} (0\u20131)", true);
+  }
+  // Keep the rectangle inside the image and at least 0.01 on a side unless it starts at the edge.
+  core::Rect rect;
+  rect.x = std::clamp(*x, 0.0, 1.0);
+  rect.y = std::clamp(*y, 0.0, 1.0);
+  rect.width = std::min(1 - rect.x, std::max(*width, 0.01));
+  rect.height = std::min(1 - rect.y, std::max(*height, 0.01));
+
+  core::EditPatchOp op;
+  op.kind = core::AdjustmentKind::Crop;
+  op.rect = rect;
+  protocol::EditSetResult result = sendEditSet(caller, args, *id, {std::move(op)}, {});
+  return summaryOrJson(result,
+                       "Cropped to x:" + fixed("%.2f", rect.x) + " y:" + fixed("%.2f", rect.y) +
+                           " w:" + fixed("%.2f", rect.width) + " h:" + fixed("%.2f", rect.height) +
+                           " (version " + std::to_string(result.newVersion) + ").");
+}
+
+std::string asciiLower(std::string_view text) {
+  std::string lower(text);
+  std::transform(lower.begin(), lower.end(), lower.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return lower;
+}
+
+ToolResult runLut(const ToolArgs& args, ipc::Caller& caller) {
+  std::optional<std::string> id = stringArg(args, "id");
+  std::optional<std::string> lut = stringArg(args, "lut");
+  if (!id || !lut) {
+    return textResult("velko_lut needs {id, lut}", true);
+  }
+
+  std::vector<core::EditPatchOp> ops(2);
+  ops[0].kind = core::AdjustmentKind::Lut;
+  ops[1].kind = core::AdjustmentKind::LutIntensity;
+  const std::string wanted = asciiLower(*lut);
+  if (wanted == "none") {
+    ops[0].remove = true;
+    ops[1].remove = true;
+  } else {
+    auto list = ipc::call<protocol::LUTListResult>(caller, IPCMethod::LutList);
+    auto found = std::find_if(list.luts.begin(), list.luts.end(), [&](const protocol::LUTInfo& l) {
+      return l.id == *lut || asciiLower(l.name) == wanted;
+    });
+    if (found == list.luts.end()) {
+      std::string available;
+      for (const protocol::LUTInfo& l : list.luts) {
+        available += (available.empty() ? "" : ", ") + l.name;
+      }
+      if (list.luts.empty()) {
+        available = "(none \u2014 the user imports LUTs in the app)";
+      }
+      return textResult("no imported LUT '" + *lut + "'. Available: " + available, true);
+    }
+    ops[0].string = found->id;
+    ops[1].scalar = std::clamp(doubleArg(args, "intensity").value_or(1.0), 0.0, 1.0);
+  }
+  protocol::EditSetResult result = sendEditSet(caller, args, *id, std::move(ops), {});
+  return summaryOrJson(result, "Applied LUT (version " + std::to_string(result.newVersion) + ").");
+}
+
+ToolResult runPointColor(const ToolArgs& args, ipc::Caller& caller) {
+  std::optional<std::string> id = stringArg(args, "id");
+  const json::Value* targetsValue = argValue(args, "targets");
+  if (!id || targetsValue == nullptr || !targetsValue->is_array()) {
+    return textResult("velko_point_color needs {id, targets}", true);
+  }
+  std::vector<core::PointColorTarget> targets;
+  for (const json::Value& element : targetsValue->get_array()) {
+    const json::Object* target = element.if_object();
+    auto number = [&](std::string_view key) {
+      return target != nullptr ? doubleArg(target->if_contains(key)) : std::nullopt;
+    };
+    std::optional<double> hue = number("targetHue");
+    std::optional<double> sat = number("targetSat");
+    std::optional<double> lum = number("targetLum");
+    if (!hue || !sat || !lum) {
+      return textResult("each target needs targetHue, targetSat, targetLum (0\u20131)", true);
+    }
+    targets.push_back({*hue, *sat, *lum, number("hue").value_or(0.0), number("sat").value_or(0.0),
+                       number("lum").value_or(0.0), number("range").value_or(0.5)});
+  }
+  const std::size_t count = targets.size();
+  core::EditPatchOp op;
+  op.kind = core::AdjustmentKind::PointColor;
+  op.pointColors = std::move(targets);
+  protocol::EditSetResult result = sendEditSet(caller, args, *id, {std::move(op)}, {});
+  return summaryOrJson(result, "Set " + std::to_string(count) + " point-color target(s) (version " +
+                                   std::to_string(result.newVersion) + ").");
+}
+
 } // namespace
 
 void addEditingTools(std::vector<Tool>& table) {
+  using protocol::EditGetResult;
+  using protocol::LUTListResult;
+  using protocol::SnapshotInfo;
+  using protocol::SnapshotListParams;
+  using protocol::SnapshotListResult;
+  using protocol::SnapshotRefParams;
+  auto row = [](std::string_view name, std::string_view text, std::string_view schema,
+                auto handler) {
+    return Tool{name, text, parseSchema(schema), handler};
+  };
   // clang-format off
-  table.push_back(notAvailableYetTool("velko_edit_get", kEditGetText, kEditGetSchema));
-  table.push_back(notAvailableYetTool("velko_edit_set", kEditSetText, kEditSetSchema));
-  table.push_back(notAvailableYetTool("velko_mask", kMaskText, kMaskSchema));
-  table.push_back(notAvailableYetTool("velko_edit_commit", kEditCommitText, kEditCommitSchema));
-  table.push_back(notAvailableYetTool("velko_preview_render", kPreviewRenderText, kPreviewRenderSchema));
-  table.push_back(notAvailableYetTool("velko_edit_reset", kEditResetText, kEditResetSchema));
-  table.push_back(notAvailableYetTool("velko_snapshot_list", kSnapshotListText, kSnapshotListSchema));
-  table.push_back(notAvailableYetTool("velko_snapshot_save", kSnapshotSaveText, kSnapshotSaveSchema));
-  table.push_back(notAvailableYetTool("velko_snapshot_restore", kSnapshotRestoreText, kSnapshotRestoreSchema));
-  table.push_back(notAvailableYetTool("velko_crop", kCropText, kCropSchema));
-  table.push_back(notAvailableYetTool("velko_lut_list", kLutListText, kLutListSchema));
-  table.push_back(notAvailableYetTool("velko_lut", kLutText, kLutSchema));
-  table.push_back(notAvailableYetTool("velko_point_color", kPointColorText, kPointColorSchema));
+  table.push_back(row("velko_edit_get", kEditGetText, kEditGetSchema, runStackRead<protocol::EditGetParams, IPCMethod::EditGet>));
+  table.push_back(row("velko_edit_set", kEditSetText, kEditSetSchema, runEditSet));
+  table.push_back(row("velko_mask", kMaskText, kMaskSchema, runMask));
+  table.push_back(row("velko_edit_commit", kEditCommitText, kEditCommitSchema, runEditCommit));
+  table.push_back(row("velko_preview_render", kPreviewRenderText, kPreviewRenderSchema, runPreviewRender));
+  table.push_back(row("velko_edit_reset", kEditResetText, kEditResetSchema, runStackRead<protocol::EditResetParams, IPCMethod::EditReset>));
+  table.push_back(directTool<SnapshotListParams, SnapshotListResult>("velko_snapshot_list", kSnapshotListText, kSnapshotListSchema, IPCMethod::SnapshotList));
+  table.push_back(directTool<SnapshotRefParams, SnapshotInfo>("velko_snapshot_save", kSnapshotSaveText, kSnapshotSaveSchema, IPCMethod::SnapshotSave));
+  table.push_back(directTool<SnapshotRefParams, EditGetResult>("velko_snapshot_restore", kSnapshotRestoreText, kSnapshotRestoreSchema, IPCMethod::SnapshotRestore));
+  table.push_back(row("velko_crop", kCropText, kCropSchema, runCrop));
+  table.push_back(listTool<LUTListResult>("velko_lut_list", kLutListText, kLutListSchema, IPCMethod::LutList));
+  table.push_back(row("velko_lut", kLutText, kLutSchema, runLut));
+  table.push_back(row("velko_point_color", kPointColorText, kPointColorSchema, runPointColor));
   // clang-format on
 }
 

@@ -1,5 +1,6 @@
 #include "server/Tool.h"
 #include "server/ToolSchemaChecks.h"
+#include "server/ToolSupport.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -67,6 +68,17 @@ TEST(ContentTools, DescriptionsKeepTheirExactCharacters) {
   EXPECT_TRUE(import.starts_with("Import image files from disk into the Apple Photos library."));
   EXPECT_NE(import.find("Give {paths: [...]} (absolute or ~-relative)."), std::string_view::npos);
   EXPECT_TRUE(import.ends_with("Apple Photos libraries only."));
+}
+
+TEST(ContentTools, RowsRunTheirHandlers) {
+  // Arguments both refuse before touching the file system or the application.
+  testing::UnreachableCaller caller;
+  std::vector<Tool> table = contentTable();
+  EXPECT_EQ(json::Value(
+                findTool(table, "velko_find_similar").invoke(json::parse(R"({"id":42})"), caller)),
+            json::Value(textResult("velko_find_similar needs one of: path, image, or id", true)));
+  EXPECT_EQ(json::Value(findTool(table, "velko_import").invoke(std::nullopt, caller)),
+            json::Value(textResult("velko_import needs a non-empty paths array", true)));
 }
 
 } // namespace

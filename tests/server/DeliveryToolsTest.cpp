@@ -1,5 +1,9 @@
+#include "json/Errors.h"
+#include "json/Writer.h"
+#include "server/RecordingCaller.h"
 #include "server/Tool.h"
 #include "server/ToolSchemaChecks.h"
+#include "server/ToolSupport.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -124,15 +128,49 @@ TEST(DeliveryTools, DescriptionsKeepTheirExactCharacters) {
   }
 }
 
-TEST(DeliveryTools, UnbuiltHandlersSayPlainlyThatTheyAreNotAvailable) {
-  testing::UnreachableCaller caller;
-  for (const Tool& tool : deliveryTable()) {
-    SCOPED_TRACE(std::string(tool.name));
-    ToolResult result = tool.invoke(std::nullopt, caller);
-    EXPECT_EQ(result.at("isError"), true);
+TEST(DeliveryTools, VideoCommitAndMoviesDecodeTheArgumentsIntoTheRecords) {
+  struct Case {
+    const char* tool;
+    const char* arguments; // null: no arguments key
+    const char* sent;
+    const char* reply;
+  } cases[] = {
+      {"velko_video_commit", R"({"id":"V","startSeconds":1.5})",
+       R"(video.commit {"id":"V","startSeconds":1.5})", R"({"committed":true,"version":2})"},
+      {"velko_make_movie", R"({"ids":["a","b"],"name":"Reel","extra":0})",
+       R"(movie.make {"ids":["a","b"],"name":"Reel"})",
+       R"({"id":"M1","name":"Reel","clipCount":2,"durationSeconds":12.5})"},
+      {"velko_movie_list", nullptr, "movie.list",
+       R"({"movies":[{"id":"M1","name":"Reel","clipCount":2,"durationSeconds":12.5}]})"},
+  };
+  std::vector<Tool> table = deliveryTable();
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.tool);
+    testing::RecordingCaller caller;
+    caller.answer(c.reply);
+    ToolArgs args;
+    if (c.arguments != nullptr) {
+      args = json::parse(c.arguments);
+    }
+    ToolResult result = findTool(table, c.tool).invoke(args, caller);
+    EXPECT_EQ(caller.sent(), std::vector<std::string>{c.sent});
+    EXPECT_EQ(result.at("isError"), false);
     EXPECT_EQ(std::string_view(result.at("content").at(0).at("text").as_string()),
-              std::string(tool.name) + " is not available yet");
+              json::toPretty(json::parse(c.reply)));
   }
+  testing::RecordingCaller caller;
+  EXPECT_THROW(findTool(table, "velko_make_movie").invoke(std::nullopt, caller), json::DecodeError);
+  EXPECT_TRUE(caller.requests.empty());
+}
+
+TEST(DeliveryTools, ExportRowRunsTheExportHandler) {
+  // Arguments it refuses before touching the file system or the application.
+  testing::UnreachableCaller caller;
+  std::vector<Tool> table = deliveryTable();
+  ToolResult result = findTool(table, "velko_export")
+                          .invoke(json::parse(R"({"ids":[7],"directory":"/x"})"), caller);
+  EXPECT_EQ(json::Value(result),
+            json::Value(textResult("velko_export needs a non-empty ids array", true)));
 }
 
 } // namespace

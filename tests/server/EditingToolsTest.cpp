@@ -1,6 +1,11 @@
-#include "server/NotAvailableYet.h"
+#include "core/LocalMask.h"
+#include "core/Uuid.h"
+#include "json/Errors.h"
+#include "json/Writer.h"
+#include "server/RecordingCaller.h"
 #include "server/Tool.h"
 #include "server/ToolSchemaChecks.h"
+#include "server/ToolSupport.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -12,6 +17,7 @@ namespace {
 
 using testing::findTool;
 using testing::propertyNames;
+using testing::RecordingCaller;
 using testing::requiredNames;
 
 std::vector<Tool> editingTable() {
@@ -182,15 +188,387 @@ TEST(EditingTools, PropertyDetailsOfTheOtherSchemas) {
                                                   "sat", "lum", "range"}));
 }
 
-TEST(EditingTools, UnbuiltHandlersSayPlainlyThatTheyAreNotAvailable) {
-  testing::UnreachableCaller caller;
-  for (const Tool& tool : editingTable()) {
-    SCOPED_TRACE(std::string(tool.name));
-    ToolResult result = tool.invoke(json::parse(R"({"id":"A"})"), caller);
-    EXPECT_EQ(json::Value(result),
-              json::parse(R"({"content":[{"type":"text","text":")" + std::string(tool.name) +
-                          R"( is not available yet"}],"isError":true})"));
+// ---- Handlers against a recording Caller -----------------------------------------------------
+
+constexpr const char* kStack = R"({"values":{},"version":5})";
+constexpr const char* kEditSetReply = R"({"newVersion":5,"stack":{"values":{},"version":5}})";
+constexpr const char* kEditSetReplyWithPreview =
+    R"({"newVersion":5,"stack":{"values":{},"version":5},"preview":{"pngBase64":"UE5H",)"
+    R"("width":512,"height":341,"appliedStackVersion":5,"basedOnOriginal":false}})";
+
+ToolResult invoke(std::string_view name, const char* arguments, RecordingCaller& caller) {
+  std::vector<Tool> table = editingTable();
+  ToolArgs args;
+  if (arguments != nullptr) {
+    args = json::parse(arguments);
   }
+  return findTool(table, name).invoke(args, caller);
+}
+
+std::string textAt(const ToolResult& result, std::size_t i) {
+  return std::string(result.at("content").at(i).at("text").as_string());
+}
+
+std::string sentOps(const RecordingCaller& caller) {
+  return json::toCompact(caller.requests.back().params->at("ops"));
+}
+
+TEST(EditingTools, StackReadsAndCommitsSendTheIdAndShowTheReply) {
+  struct Case {
+    const char* tool;
+    const char* sent;
+    std::string reply;
+  } cases[] = {
+      {"velko_edit_get", R"(edit.get {"id":"A"})",
+       std::string(R"({"stack":)") + kStack + R"(,"version":5})"},
+      {"velko_edit_reset", R"(edit.reset {"id":"A"})",
+       std::string(R"({"stack":)") + kStack + R"(,"version":6})"},
+      {"velko_edit_commit", R"(edit.commit {"id":"A"})", R"({"committed":true,"version":5})"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.tool);
+    RecordingCaller caller;
+    caller.answer(c.reply);
+    ToolResult result = invoke(c.tool, R"({"id":"A","extra":1})", caller);
+    EXPECT_EQ(caller.sent(), std::vector<std::string>{c.sent});
+    EXPECT_EQ(result.at("isError"), false);
+    EXPECT_EQ(textAt(result, 0), json::toPretty(json::parse(c.reply)));
+  }
+}
+
+TEST(EditingTools, HandlersThatNeedAnIdThrowBeforeCallingTheApp) {
+  for (const char* tool : {"velko_edit_get", "velko_edit_reset", "velko_edit_commit",
+                           "velko_edit_set", "velko_mask", "velko_preview_render"}) {
+    for (const char* arguments : {static_cast<const char*>(nullptr), R"({"id":7})"}) {
+      SCOPED_TRACE(std::string(tool) + " " + (arguments ? arguments : "(no arguments)"));
+      RecordingCaller caller;
+      try {
+        invoke(tool, arguments, caller);
+        ADD_FAILURE() << "no error";
+      } catch (const ToolError& e) {
+        EXPECT_STREQ(e.what(), "id is required");
+      }
+      EXPECT_TRUE(caller.requests.empty());
+    }
+  }
+}
+
+TEST(EditingTools, SnapshotsAndLutListDecodeTheArgumentsIntoTheRecords) {
+  struct Case {
+    const char* tool;
+    const char* arguments;
+    const char* sent;
+    const char* reply;
+  } cases[] = {
+      {"velko_snapshot_list", R"({"id":"A"})", R"(snapshot.list {"id":"A"})",
+       R"({"snapshots":[{"name":"warm","createdAt":"2026-07-12T08:30:00Z"}]})"},
+      {"velko_snapshot_save", R"({"id":"A","name":"warm"})",
+       R"(snapshot.save {"id":"A","name":"warm"})",
+       R"({"name":"warm","createdAt":"2026-07-12T08:30:00Z"})"},
+      {"velko_snapshot_restore", R"({"id":"A","name":"warm"})",
+       R"(snapshot.restore {"id":"A","name":"warm"})",
+       R"({"stack":{"values":{},"version":9},"version":9})"},
+      {"velko_lut_list", R"({"ignored":true})", "lut.list",
+       R"({"luts":[{"id":"L1","name":"Film"}]})"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.tool);
+    RecordingCaller caller;
+    caller.answer(c.reply);
+    ToolResult result = invoke(c.tool, c.arguments, caller);
+    EXPECT_EQ(caller.sent(), std::vector<std::string>{c.sent});
+    EXPECT_EQ(textAt(result, 0), json::toPretty(json::parse(c.reply)));
+  }
+  RecordingCaller caller;
+  EXPECT_THROW(invoke("velko_snapshot_save", R"({"id":"A"})", caller), json::DecodeError);
+  EXPECT_TRUE(caller.requests.empty());
+}
+
+TEST(EditingTools, EditSetSendsTheOpsWithTheAgentName) {
+  RecordingCaller caller;
+  caller.answer(kEditSetReply);
+  ToolResult result = invoke(
+      "velko_edit_set",
+      R"({"id":"A","ops":[{"kind":"exposure","scalar":0.7},{"kind":"crop","rect":[[0,0],[1,0.5]]}],)"
+      R"("expectedVersion":4.9})",
+      caller);
+  EXPECT_EQ(caller.sent(),
+            std::vector<std::string>{
+                R"(edit.set {"id":"A","ops":[{"kind":"exposure","scalar":0.7},)"
+                R"({"kind":"crop","rect":[[0,0],[1,0.5]]}],"maskOps":[],"expectedVersion":4,)"
+                R"("agent":"claude-mcp","preview":false})"});
+  EXPECT_EQ(textAt(result, 0), json::toPretty(json::parse(kEditSetReply)));
+
+  // An unknown kind or a missing list fails in decoding, before anything is sent.
+  RecordingCaller strict;
+  EXPECT_THROW(
+      invoke("velko_edit_set", R"({"id":"A","ops":[{"kind":"exposur","scalar":1}]})", strict),
+      json::DecodeError);
+  EXPECT_THROW(invoke("velko_edit_set", R"({"id":"A"})", strict), json::DecodeError);
+  EXPECT_TRUE(strict.requests.empty());
+}
+
+TEST(EditingTools, EditSetWithAPreviewSummarisesAndAttachesTheImage) {
+  RecordingCaller caller;
+  caller.answer(kEditSetReplyWithPreview);
+  ToolResult result =
+      invoke("velko_edit_set",
+             R"({"id":"A","ops":[{"kind":"clarity","remove":true}],"preview":true})", caller);
+  EXPECT_NE(caller.sent().at(0).find(R"("preview":true)"), std::string::npos);
+  EXPECT_EQ(textAt(result, 0),
+            "Applied. newVersion 5. Preview 512\u00d7341 (approximated on the local derivative "
+            "\u2014 iCloud original not downloadable). Judge it against the goal before another "
+            "change.");
+  EXPECT_EQ(json::Value(result.at("content").at(1)),
+            json::parse(R"({"type":"image","data":"UE5H","mimeType":"image/png"})"));
+  EXPECT_EQ(result.at("isError"), false);
+}
+
+TEST(EditingTools, MaskAddBuildsTheShapeAndItsAdjustments) {
+  struct Case {
+    const char* arguments;
+    core::MaskShape shape;
+    const char* name;        // null: no name sent
+    const char* adjustments; // the setAdjustment ops after "add", as adjustment/value pairs
+  } cases[] = {
+      {R"({"id":"A"})", core::AiSubjectShape{false}, nullptr, "[]"},
+      {R"({"id":"A","type":"people","name":"Crowd"})", core::AiPeopleShape{false}, "Crowd", "[]"},
+      {R"({"id":"A","type":"radial","adjustments":{"exposure":0.3,"sparkle":1,"contrast":"x"}})",
+       core::RadialShape{{0.5, 0.5}, {0.3, 0.3}, 0.4, false}, nullptr, R"([["exposure",0.3]])"},
+      {R"({"id":"A","type":"linear","adjustments":{"saturation":0.2,"exposure":-0.1}})",
+       core::LinearShape{{0.5, 0.2}, {0.5, 0.8}}, nullptr,
+       R"([["saturation",0.2],["exposure",-0.1]])"},
+      {R"({"id":"A","type":"luminance"})", core::LuminanceRangeShape{0.25, 0.75, 0.1}, nullptr,
+       "[]"},
+      {R"({"id":"A","action":"add","type":"color"})", core::ColorRangeShape{0.6, 0.08, 0.05},
+       nullptr, "[]"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.arguments);
+    RecordingCaller caller;
+    caller.answer(kEditSetReply);
+    invoke("velko_mask", c.arguments, caller);
+    ASSERT_EQ(caller.requests.size(), 1u);
+    const json::Value& params = *caller.requests[0].params;
+    EXPECT_EQ(params.at("ops"), json::Array());
+    EXPECT_EQ(params.at("agent"), "claude-mcp");
+    const json::Array& maskOps = params.at("maskOps").as_array();
+    ASSERT_FALSE(maskOps.empty());
+    const json::Object& add = maskOps[0].as_object();
+    EXPECT_EQ(add.at("action"), "add");
+    EXPECT_EQ(add.at("shape"), json::encode(c.shape));
+    EXPECT_EQ(add.contains("name"), c.name != nullptr);
+    if (c.name != nullptr) {
+      EXPECT_EQ(add.at("name"), c.name);
+    }
+    const std::string maskId(add.at("id").as_string());
+    EXPECT_TRUE(core::Uuid::parse(maskId).has_value());
+    json::Array pairs;
+    for (std::size_t i = 1; i < maskOps.size(); ++i) {
+      EXPECT_EQ(maskOps[i].at("action"), "setAdjustment");
+      EXPECT_EQ(maskOps[i].at("id"), add.at("id"));
+      pairs.push_back(json::Array{maskOps[i].at("adjustment"), maskOps[i].at("value")});
+    }
+    EXPECT_EQ(json::Value(pairs), json::parse(c.adjustments));
+  }
+}
+
+TEST(EditingTools, MaskActionsOnAnExistingMask) {
+  const std::string mask = "E621E1F8-C36C-495A-93FC-0C247A3E6E5F";
+  struct Case {
+    std::string arguments;
+    const char* maskOps;
+  } cases[] = {
+      {R"({"id":"A","action":"set","mask":")" + mask + R"(","adjustments":{"exposure":0.5}})",
+       R"([{"action":"setAdjustment","id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","adjustment":"exposure","value":0.5}])"},
+      {R"({"id":"A","action":"enable","mask":"e621e1f8-c36c-495a-93fc-0c247a3e6e5f"})",
+       R"([{"action":"setEnabled","id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","enabled":true}])"},
+      {R"({"id":"A","action":"disable","mask":")" + mask + R"("})",
+       R"([{"action":"setEnabled","id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","enabled":false}])"},
+      {R"({"id":"A","action":"remove","mask":")" + mask + R"(","expectedVersion":3})",
+       R"([{"action":"remove","id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F"}])"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.arguments);
+    RecordingCaller caller;
+    caller.answer(kEditSetReply);
+    invoke("velko_mask", c.arguments.c_str(), caller);
+    ASSERT_EQ(caller.requests.size(), 1u);
+    EXPECT_EQ(caller.requests[0].params->at("maskOps"), json::parse(c.maskOps));
+  }
+}
+
+TEST(EditingTools, MaskArgumentErrors) {
+  struct Case {
+    const char* arguments;
+    const char* error;
+  } cases[] = {
+      {R"({"id":"A","action":"toggle"})", "action must be add|set|enable|disable|remove"},
+      {R"({"id":"A","type":"Radial"})",
+       "type must be subject|people|radial|linear|luminance|color"},
+      {R"({"id":"A","action":"set","adjustments":{"exposure":1}})",
+       "'mask' (uuid) is required for action 'set'"},
+      {R"({"id":"A","action":"set","mask":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F"})",
+       "'set' needs an adjustments object"},
+      {R"({"id":"A","action":"set","mask":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","adjustments":{"bogus":1}})",
+       "'set' needs an adjustments object"},
+      {R"({"id":"A","action":"remove","mask":"not-a-uuid"})",
+       "'mask' (uuid) is required for action 'remove'"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.arguments);
+    RecordingCaller caller;
+    try {
+      invoke("velko_mask", c.arguments, caller);
+      ADD_FAILURE() << "no error";
+    } catch (const ToolError& e) {
+      EXPECT_STREQ(e.what(), c.error);
+    }
+    EXPECT_TRUE(caller.requests.empty());
+  }
+}
+
+TEST(EditingTools, MaskWithAPreviewSummarises) {
+  RecordingCaller caller;
+  caller.answer(kEditSetReplyWithPreview);
+  ToolResult result = invoke("velko_mask", R"({"id":"A","preview":true})", caller);
+  EXPECT_EQ(textAt(result, 0), "Applied mask op(s). newVersion 5. The stack's masks list "
+                               "(velko_edit_get) has the mask ids to address them next.");
+  EXPECT_EQ(result.at("content").at(1).at("data"), "UE5H");
+}
+
+TEST(EditingTools, PreviewRenderPutsTheImageFirst) {
+  RecordingCaller caller;
+  caller.answer(R"({"pngBase64":"UE5H","width":512,"height":384,"appliedStackVersion":7,)"
+                R"("basedOnOriginal":false})");
+  caller.answer(R"({"pngBase64":"QQ==","width":64,"height":48,"appliedStackVersion":7,)"
+                R"("basedOnOriginal":true})");
+  ToolResult approximated =
+      invoke("velko_preview_render", R"({"id":"A","longEdge":300.7})", caller);
+  ToolResult exact = invoke("velko_preview_render", R"({"id":"A","longEdge":"big"})", caller);
+  EXPECT_EQ(caller.sent(), (std::vector<std::string>{R"(preview.render {"id":"A","longEdge":300})",
+                                                     R"(preview.render {"id":"A"})"}));
+  EXPECT_EQ(
+      json::Value(approximated),
+      json::parse(R"j({"content":[{"type":"image","data":"UE5H","mimeType":"image/png"},)j"
+                  R"j({"type":"text","text":"512\u00d7384, stack version 7 (approximated on )j"
+                  R"j(the local derivative \u2014 the iCloud original isn't downloadable )j"
+                  R"j(right now; detail sliders read slightly stronger than a real commit )j"
+                  R"j(will)"}],"isError":false})j"));
+  EXPECT_EQ(textAt(exact, 1), "64\u00d748, stack version 7");
+}
+
+TEST(EditingTools, CropNormalisesTheRectangle) {
+  struct Case {
+    const char* arguments;
+    const char* rect;
+    const char* summary;
+  } cases[] = {
+      {R"({"id":"A","x":0.9,"y":0,"width":0.5,"height":1})", "[[0.9,0],[0.09999999999999998,1]]",
+       "Cropped to x:0.90 y:0.00 w:0.10 h:1.00 (version 5)."},
+      {R"({"id":"A","x":0.2,"y":0.25,"width":0,"height":0.5})", "[[0.2,0.25],[0.01,0.5]]",
+       "Cropped to x:0.20 y:0.25 w:0.01 h:0.50 (version 5)."},
+      {R"({"id":"A","x":1.2,"y":-1,"width":0.5,"height":2})", "[[1,0],[0,1]]",
+       "Cropped to x:1.00 y:0.00 w:0.00 h:1.00 (version 5)."},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.arguments);
+    RecordingCaller caller;
+    caller.answer(kEditSetReplyWithPreview);
+    std::string arguments(c.arguments);
+    arguments.insert(arguments.size() - 1, R"(,"preview":true)");
+    ToolResult result = invoke("velko_crop", arguments.c_str(), caller);
+    EXPECT_EQ(sentOps(caller), std::string(R"([{"kind":"crop","rect":)") + c.rect + "}]");
+    EXPECT_EQ(textAt(result, 0), c.summary);
+  }
+}
+
+TEST(EditingTools, LookToolsReturnArgumentErrorsAsResults) {
+  struct Case {
+    const char* tool;
+    const char* arguments;
+    const char* error;
+  } cases[] = {
+      {"velko_crop", R"({"id":"A","x":0,"y":0,"width":1})",
+       "velko_crop needs {id, x, y, width, height} (0\u20131)"},
+      {"velko_crop", R"({"x":0,"y":0,"width":1,"height":1})",
+       "velko_crop needs {id, x, y, width, height} (0\u20131)"},
+      {"velko_lut", R"({"id":"A"})", "velko_lut needs {id, lut}"},
+      {"velko_lut", R"({"id":"A","lut":3})", "velko_lut needs {id, lut}"},
+      {"velko_point_color", R"({"id":"A","targets":{}})", "velko_point_color needs {id, targets}"},
+      {"velko_point_color", R"({"id":"A","targets":[{"targetHue":0.6,"targetSat":0.5}]})",
+       "each target needs targetHue, targetSat, targetLum (0\u20131)"},
+      {"velko_point_color", R"({"id":"A","targets":[7]})",
+       "each target needs targetHue, targetSat, targetLum (0\u20131)"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.tool) + " " + c.arguments);
+    RecordingCaller caller;
+    ToolResult result = invoke(c.tool, c.arguments, caller);
+    EXPECT_EQ(json::Value(result), json::Value(textResult(c.error, true)));
+    EXPECT_TRUE(caller.requests.empty());
+  }
+}
+
+TEST(EditingTools, LutFindsTheLookByIdOrNameAndRemovesWithNone) {
+  constexpr const char* kLuts =
+      R"({"luts":[{"id":"L1","name":"Film Look"},{"id":"L2","name":"B"}]})";
+  {
+    RecordingCaller caller;
+    caller.answer(kEditSetReply);
+    invoke("velko_lut", R"({"id":"A","lut":"None"})", caller);
+    ASSERT_EQ(caller.requests.size(), 1u);
+    EXPECT_EQ(sentOps(caller),
+              R"([{"kind":"lut","remove":true},{"kind":"lutIntensity","remove":true}])");
+  }
+  {
+    RecordingCaller caller;
+    caller.answer(kLuts).answer(kEditSetReplyWithPreview);
+    ToolResult result =
+        invoke("velko_lut", R"({"id":"A","lut":"film look","preview":true})", caller);
+    EXPECT_EQ(caller.sent().at(0), "lut.list");
+    EXPECT_EQ(sentOps(caller),
+              R"([{"kind":"lut","string":"L1"},{"kind":"lutIntensity","scalar":1}])");
+    EXPECT_EQ(textAt(result, 0), "Applied LUT (version 5).");
+  }
+  {
+    RecordingCaller caller;
+    caller.answer(kLuts).answer(kEditSetReply);
+    invoke("velko_lut", R"({"id":"A","lut":"L2","intensity":-0.5})", caller);
+    EXPECT_EQ(sentOps(caller),
+              R"([{"kind":"lut","string":"L2"},{"kind":"lutIntensity","scalar":0}])");
+  }
+  {
+    RecordingCaller caller;
+    caller.answer(R"({"luts":[{"id":"L1","name":"A"},{"id":"L2","name":"B"}]})");
+    ToolResult result = invoke("velko_lut", R"({"id":"A","lut":"x"})", caller);
+    EXPECT_EQ(json::Value(result),
+              json::Value(textResult("no imported LUT 'x'. Available: A, B", true)));
+  }
+  {
+    RecordingCaller caller;
+    caller.answer(R"({"luts":[]})");
+    ToolResult result = invoke("velko_lut", R"({"id":"A","lut":"x"})", caller);
+    EXPECT_EQ(textAt(result, 0),
+              "no imported LUT 'x'. Available: (none \u2014 the user imports LUTs in the app)");
+    EXPECT_EQ(caller.requests.size(), 1u);
+  }
+}
+
+TEST(EditingTools, PointColorSendsTheWholeTargetList) {
+  RecordingCaller caller;
+  caller.answer(kEditSetReply).answer(kEditSetReplyWithPreview);
+  invoke(
+      "velko_point_color",
+      R"({"id":"A","targets":[{"targetHue":0.6,"targetSat":0.5,"targetLum":0.4,"sat":0.2,"lum":-1.5}]})",
+      caller);
+  EXPECT_EQ(sentOps(caller),
+            R"([{"kind":"pointColor","pointColors":[{"targetHue":0.6,"targetSat":0.5,)"
+            R"("targetLum":0.4,"hue":0,"sat":0.2,"lum":-1.5,"range":0.5}]}])");
+  ToolResult cleared =
+      invoke("velko_point_color", R"({"id":"A","targets":[],"preview":true})", caller);
+  EXPECT_EQ(sentOps(caller), R"([{"kind":"pointColor","pointColors":[]}])");
+  EXPECT_EQ(textAt(cleared, 0), "Set 0 point-color target(s) (version 5).");
 }
 
 } // namespace
