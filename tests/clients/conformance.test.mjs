@@ -1,0 +1,102 @@
+// The MCP conformance suite against the built velko-mcp. The suite speaks Streamable HTTP, so the
+// server is put behind supergateway, a stdio-to-HTTP bridge that starts one sandboxed velko-mcp
+// per session, with the fake application answering its IPC calls. Scenarios the server cannot
+// pass by design are listed, with reasons, in conformance-expected-failures.yml; the suite fails
+// on any other failure and on a listed scenario that passes. Its own output goes to the log file
+// named on the command line. Needs Node 22.
+//
+// usage: node conformance.test.mjs <path to velko-mcp> <log file> <results directory>
+import assert from 'node:assert/strict';
+import { spawn } from 'node:child_process';
+import { closeSync, mkdirSync, openSync, readFileSync, rmSync } from 'node:fs';
+import net from 'node:net';
+import path from 'node:path';
+import { fileURLToPath } from 'node:url';
+
+import { binaryArgument, FakeApplication, main, sandboxedServer } from './harness.mjs';
+
+const here = path.dirname(fileURLToPath(import.meta.url));
+const kBridge = path.join(here, 'node_modules/supergateway/dist/index.js');
+const kSuite = path.join(here, 'node_modules/@modelcontextprotocol/conformance/dist/index.js');
+const kExpectedFailures = path.join(here, 'conformance-expected-failures.yml');
+const kCoreScenarios = ['server-initialize', 'ping', 'tools-list', 'prompts-list'];
+
+/// A port nobody listens on right now.
+function freePort() {
+  return new Promise((resolve, reject) => {
+    const probe = net.createServer();
+    probe.once('error', reject);
+    probe.listen(0, '127.0.0.1', () => {
+      const { port } = probe.address();
+      probe.close(() => resolve(port));
+    });
+  });
+}
+
+/// Resolves once something accepts connections on the port; rejects if `child` exits first.
+async function waitForListener(port, child) {
+  let exited = null;
+  child.once('exit', (status) => (exited = status ?? 'signal'));
+  for (;;) {
+    if (exited !== null) throw new Error(`bridge exited (${exited}) before listening`);
+    const open = await new Promise((resolve) => {
+      const socket = net.connect(port, '127.0.0.1', () => {
+        socket.destroy();
+        resolve(true);
+      });
+      socket.once('error', () => resolve(false));
+    });
+    if (open) return;
+    await new Promise((resolve) => setTimeout(resolve, 100));
+  }
+}
+
+function run(command, args, logFd) {
+  const child = spawn(command, args, { stdio: ['ignore', logFd, logFd] });
+  return new Promise((resolve) => child.on('close', (status) => resolve(status)));
+}
+
+await main(async () => {
+  const binary = binaryArgument();
+  const [logFile, resultsDir] = process.argv.slice(3);
+  assert.ok(logFile && resultsDir, 'usage: conformance.test.mjs <velko-mcp> <log file> <results directory>');
+
+  const expected = readFileSync(kExpectedFailures, 'utf8');
+  for (const scenario of kCoreScenarios) {
+    const listed = new RegExp(`^\\s*- ${scenario}\\s*$`, 'm').test(expected);
+    assert.ok(!listed, `${scenario} must not be an expected failure`);
+  }
+
+  const sandbox = sandboxedServer(binary);
+  const app = await new FakeApplication(sandbox.home).start();
+  rmSync(resultsDir, { recursive: true, force: true });
+  mkdirSync(resultsDir, { recursive: true });
+  const log = openSync(logFile, 'w');
+  const port = await freePort();
+  const bridgeArgs = ['--stdio', sandbox.command, '--outputTransport', 'streamableHttp', '--stateful'];
+  bridgeArgs.push('--port', String(port), '--logLevel', 'none');
+  const bridge = spawn(process.execPath, [kBridge, ...bridgeArgs], { stdio: ['ignore', log, log] });
+  try {
+    await waitForListener(port, bridge);
+    const suiteArgs = ['server', '--url', `http://127.0.0.1:${port}/mcp`];
+    suiteArgs.push('--expected-failures', kExpectedFailures, '-o', resultsDir);
+    const status = await run(process.execPath, [kSuite, ...suiteArgs], log);
+    const output = readFileSync(logFile, 'utf8');
+    const total = output.match(/^Total: (\d+) passed, (\d+) failed$/m);
+    assert.ok(total, `no summary in ${logFile}`);
+    for (const scenario of kCoreScenarios) {
+      const passed = new RegExp(`^✓ ${scenario}: \\d+ passed, 0 failed$`, 'm');
+      assert.match(output, passed, `${scenario} did not pass`);
+    }
+    assert.equal(status, 0, `the suite reports unexpected results; see ${logFile}`);
+    const listed = expected.match(/^\s*- /gm).length;
+    const checks = `checks ${total[1]} passed, ${total[2]} failed`;
+    console.log(`conformance: ${checks}; ${listed} scenarios fail as expected; log in ${logFile}`);
+  } finally {
+    bridge.kill();
+    await new Promise((resolve) => (bridge.exitCode !== null ? resolve() : bridge.once('exit', resolve)));
+    closeSync(log);
+    await app.close();
+    sandbox.close();
+  }
+});
