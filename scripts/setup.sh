@@ -12,6 +12,16 @@ packages=(
   libvips-dev
 )
 
+# The MCP client tests (tests/clients) use npm packages pinned by its lock file; npm ci installs
+# exactly those, and runs again only when the lock file is newer than the installed tree.
+clients="$(cd "$(dirname "$0")/.." && pwd)/tests/clients"
+if ! command -v npm >/dev/null; then
+  echo "setup: npm not found; the MCP client tests will be skipped" >&2
+elif [[ ! "$clients/node_modules/.package-lock.json" -nt "$clients/package-lock.json" ]]; then
+  echo "setup: installing the npm packages of tests/clients" >&2
+  (cd "$clients" && npm ci --no-audit --no-fund --loglevel=error) >&2
+fi
+
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
