@@ -170,8 +170,8 @@ json::Value IPCClient::call(protocol::IPCMethod method, const std::optional<json
   return std::move(std::get<json::Value>(outcome));
 }
 
-protocol::PingResult IPCClient::pingCheckingVersion() {
-  auto ping = ipc::call<protocol::PingResult>(*this, protocol::IPCMethod::Ping);
+protocol::PingResult pingCheckingVersion(Caller& caller) {
+  auto ping = ipc::call<protocol::PingResult>(caller, protocol::IPCMethod::Ping);
   // Exact equality only: neither a newer nor an older application is accepted.
   if (ping.protocolVersion != protocol::kIpcProtocolVersion) {
     throw ClientError::protocolMismatch(ping.protocolVersion, protocol::kIpcProtocolVersion);

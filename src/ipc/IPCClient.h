@@ -60,6 +60,10 @@ private:
   protocol::RPCError rpcError_;
 };
 
+/// system.ping through any Caller. Throws ClientError::protocolMismatch unless the application
+/// speaks exactly kIpcProtocolVersion: neither a newer nor an older one is accepted.
+protocol::PingResult pingCheckingVersion(Caller& caller);
+
 class IPCClient : public Caller {
 public:
   /// A client of the application listening at `socketPath`; the legacy socket probed when that
@@ -76,7 +80,7 @@ public:
   json::Value call(protocol::IPCMethod method, const std::optional<json::Value>& params) override;
 
   /// system.ping, requiring the application's protocol version to equal kIpcProtocolVersion.
-  protocol::PingResult pingCheckingVersion();
+  protocol::PingResult pingCheckingVersion() { return ipc::pingCheckingVersion(*this); }
 
   /// True when a file exists at the legacy container socket of the current user's home.
   static bool legacySocketExists();

@@ -118,17 +118,8 @@ constexpr std::string_view kExifSchema = R"json({
 })json";
 // clang-format on
 
-/// system.ping through any Caller, requiring the application to speak our protocol version.
-protocol::PingResult pingCheckingVersion(ipc::Caller& caller) {
-  auto ping = ipc::call<protocol::PingResult>(caller, IPCMethod::Ping);
-  if (ping.protocolVersion != protocol::kIpcProtocolVersion) {
-    throw ipc::ClientError::protocolMismatch(ping.protocolVersion, protocol::kIpcProtocolVersion);
-  }
-  return ping;
-}
-
 ToolResult runPing(const ToolArgs&, ipc::Caller& caller) {
-  return jsonTextResult(pingCheckingVersion(caller));
+  return jsonTextResult(ipc::pingCheckingVersion(caller));
 }
 
 ToolResult runContext(const ToolArgs&, ipc::Caller& caller) {
