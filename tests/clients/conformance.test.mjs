@@ -73,6 +73,8 @@ await main(async () => {
   mkdirSync(resultsDir, { recursive: true });
   const log = openSync(logFile, 'w');
   const port = await freePort();
+  // supergateway has no option for the address; it listens on all interfaces while the suite
+  // runs, serving nothing but the fake application's canned data.
   const bridgeArgs = ['--stdio', sandbox.command, '--outputTransport', 'streamableHttp', '--stateful'];
   bridgeArgs.push('--port', String(port), '--logLevel', 'none');
   const bridge = spawn(process.execPath, [kBridge, ...bridgeArgs], { stdio: ['ignore', log, log] });
