@@ -6,6 +6,7 @@
 // PhotoMetadataDTO; the application owns the mapping between the two.
 #pragma once
 
+#include "core/EditStack.h"
 #include "core/PhotoAIAnnotation.h"
 #include "core/PhotoInfo.h"
 #include "core/PhotoSummary.h"
@@ -108,8 +109,7 @@ struct ContextResult {
   std::optional<std::string> primarySelectionID;
   std::optional<core::PhotoSummary> focus;
   std::optional<PhotoMetadataDTO> focusMetadata;
-  // FIXME: becomes core::EditStack once the edit model lands.
-  std::optional<json::Value> focusStack;
+  std::optional<core::EditStack> focusStack;
   std::optional<core::PhotoAIAnnotation> focusAnnotation;
 
   static constexpr auto jsonFields() {

@@ -67,6 +67,8 @@ TEST(LibraryRecords, ContextAndOnePhoto) {
 
   core::PhotoAIAnnotation annotation;
   annotation.caption = "A dog";
+  core::EditStack stack;
+  stack.version = 3;
   ContextResult full{true,
                      "X/L0/001",
                      "X/L0/001",
@@ -74,7 +76,7 @@ TEST(LibraryRecords, ContextAndOnePhoto) {
                      "X/L0/001",
                      summary(),
                      PhotoMetadataDTO{4, 1, 2, true},
-                     json::parse(R"({"version":3})"),
+                     stack,
                      annotation};
   expectGolden("editor open",
                std::string(R"({"editorOpen":true,"editorPhotoID":"X/L0/001",)"
@@ -82,7 +84,7 @@ TEST(LibraryRecords, ContextAndOnePhoto) {
                            R"("primarySelectionID":"X/L0/001","focus":)") +
                    kSummaryJson +
                    R"(,"focusMetadata":{"rating":4,"flag":1,"colorLabel":2,"hasEditStack":true},)"
-                   R"("focusStack":{"version":3},"focusAnnotation":{"caption":"A dog",)"
+                   R"("focusStack":{"values":{},"version":3},"focusAnnotation":{"caption":"A dog",)"
                    R"("longDescription":"","keywords":[],"subjects":[],"palette":[]}})",
                full);
 
