@@ -1,0 +1,278 @@
+#include "support/ServerProcess.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <fstream>
+#include <poll.h>
+#include <pwd.h>
+#include <spawn.h>
+#include <stdexcept>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+
+extern char** environ;
+
+namespace velko::testing {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+void closeFd(int& fd) {
+  if (fd >= 0) {
+    ::close(fd);
+    fd = -1;
+  }
+}
+
+std::optional<int> decodeStatus(int wstatus) {
+  return WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : -1;
+}
+
+} // namespace
+
+std::string passwordHome() {
+  const passwd* entry = ::getpwuid(::getuid());
+  return entry != nullptr && entry->pw_dir != nullptr ? entry->pw_dir : "";
+}
+
+std::vector<std::string> withPrivateHome(const std::string& fakeHome, const std::string& binary) {
+  // unshare makes mounts private to the new namespace by default, so the bind mount is seen by
+  // the child alone; both shells exec, so the server keeps the pid that was spawned.
+  return {"/usr/bin/unshare",
+          "--mount",
+          "--",
+          "/bin/sh",
+          "-c",
+          "mount --bind \"$1\" \"$2\" && exec \"$3\"",
+          "sh",
+          fakeHome,
+          passwordHome(),
+          binary};
+}
+
+std::string privateHomeUnavailableReason() {
+  const std::string home = passwordHome();
+  if (home.empty()) {
+    return "the user has no home in the password database";
+  }
+  if (::access("/usr/bin/unshare", X_OK) != 0) {
+    return "/usr/bin/unshare is not installed";
+  }
+  char pattern[] = "/tmp/velko-probe-XXXXXX";
+  if (::mkdtemp(pattern) == nullptr) {
+    return "cannot create a temporary directory";
+  }
+  int status = -1;
+  try {
+    ServerProcess probe(withPrivateHome(pattern, "/bin/true"));
+    probe.closeInput();
+    status = probe.waitExit(std::chrono::seconds(30)).value_or(-1);
+  } catch (const std::exception&) {
+  }
+  ::rmdir(pattern);
+  return status == 0 ? "" : "unshare --mount with a bind mount over the home is not permitted here";
+}
+
+ServerProcess::ServerProcess(const std::vector<std::string>& argv) {
+  int in[2];
+  int out[2];
+  int err[2];
+  if (::pipe2(in, O_CLOEXEC) != 0) {
+    throw std::runtime_error("pipe failed");
+  }
+  if (::pipe2(out, O_CLOEXEC) != 0) {
+    ::close(in[0]);
+    ::close(in[1]);
+    throw std::runtime_error("pipe failed");
+  }
+  if (::pipe2(err, O_CLOEXEC) != 0) {
+    for (int fd : {in[0], in[1], out[0], out[1]}) {
+      ::close(fd);
+    }
+    throw std::runtime_error("pipe failed");
+  }
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, in[0], 0);
+  posix_spawn_file_actions_adddup2(&actions, out[1], 1);
+  posix_spawn_file_actions_adddup2(&actions, err[1], 2);
+  posix_spawnattr_t attributes;
+  posix_spawnattr_init(&attributes);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
+  posix_spawnattr_setpgroup(&attributes, 0);
+  std::vector<char*> args;
+  for (const std::string& a : argv) {
+    args.push_back(const_cast<char*>(a.c_str()));
+  }
+  args.push_back(nullptr);
+  const int rc = ::posix_spawn(&pid_, args[0], &actions, &attributes, args.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  posix_spawnattr_destroy(&attributes);
+  ::close(in[0]);
+  ::close(out[1]);
+  ::close(err[1]);
+  toChild_ = in[1];
+  fromChild_ = out[0];
+  errFromChild_ = err[0];
+  if (rc != 0) {
+    pid_ = -1;
+    closeFd(toChild_);
+    closeFd(fromChild_);
+    closeFd(errFromChild_);
+    throw std::runtime_error("cannot start " + argv.front() + ": " + std::strerror(rc));
+  }
+}
+
+ServerProcess::~ServerProcess() {
+  closeFd(toChild_);
+  if (pid_ > 0 && !status_) {
+    ::kill(-pid_, SIGKILL);
+    int wstatus = 0;
+    ::waitpid(pid_, &wstatus, 0);
+  }
+  closeFd(fromChild_);
+  closeFd(errFromChild_);
+}
+
+void ServerProcess::send(std::string_view line) {
+  std::string bytes(line);
+  bytes += '\n';
+  write(bytes);
+}
+
+void ServerProcess::write(std::string_view bytes) {
+  // A child that has gone must show up as an error here, not as SIGPIPE killing the caller.
+  const auto previous = std::signal(SIGPIPE, SIG_IGN);
+  while (!bytes.empty()) {
+    const ssize_t n = ::write(toChild_, bytes.data(), bytes.size());
+    if (n <= 0) {
+      std::signal(SIGPIPE, previous);
+      throw std::runtime_error("write to the server failed");
+    }
+    bytes.remove_prefix(static_cast<std::size_t>(n));
+  }
+  std::signal(SIGPIPE, previous);
+}
+
+void ServerProcess::closeInput() {
+  closeFd(toChild_);
+}
+
+bool ServerProcess::waitReadable(int fd, std::chrono::milliseconds limit) const {
+  pollfd entry{fd, POLLIN, 0};
+  const int rc = ::poll(&entry, 1, static_cast<int>(limit.count()));
+  return rc > 0;
+}
+
+std::string ServerProcess::readLine(std::chrono::milliseconds limit) {
+  const auto deadline = Clock::now() + limit;
+  // Only new bytes are searched, so a multi-megabyte line costs one pass.
+  std::size_t scanned = 0;
+  for (;;) {
+    if (const auto nl = buffer_.find('\n', scanned); nl != std::string::npos) {
+      std::string line = buffer_.substr(0, nl);
+      buffer_.erase(0, nl + 1);
+      return line;
+    }
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+    if (left.count() <= 0 || !waitReadable(fromChild_, left)) {
+      throw std::runtime_error("no line from the server in time");
+    }
+    const std::size_t old = buffer_.size();
+    scanned = old;
+    buffer_.resize(old + 65536);
+    const ssize_t n = ::read(fromChild_, buffer_.data() + old, 65536);
+    buffer_.resize(old + static_cast<std::size_t>(n > 0 ? n : 0));
+    if (n <= 0) {
+      throw std::runtime_error("the server closed its output");
+    }
+  }
+}
+
+std::string ServerProcess::readToEnd(std::chrono::milliseconds limit) {
+  const auto deadline = Clock::now() + limit;
+  for (;;) {
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+    if (left.count() <= 0 || !waitReadable(fromChild_, left)) {
+      throw std::runtime_error("the server did not close its output in time");
+    }
+    char chunk[65536];
+    const ssize_t n = ::read(fromChild_, chunk, sizeof chunk);
+    if (n <= 0) {
+      return std::exchange(buffer_, {});
+    }
+    buffer_.append(chunk, static_cast<std::size_t>(n));
+  }
+}
+
+std::string ServerProcess::readErrorLine(std::chrono::milliseconds limit) {
+  const auto deadline = Clock::now() + limit;
+  std::string line;
+  for (;;) {
+    const auto left =
+        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+    if (left.count() <= 0 || !waitReadable(errFromChild_, left)) {
+      throw std::runtime_error("no line on the server's standard error in time");
+    }
+    char c = 0;
+    if (::read(errFromChild_, &c, 1) != 1) {
+      return line;
+    }
+    line += c;
+    if (c == '\n') {
+      return line;
+    }
+  }
+}
+
+std::optional<int> ServerProcess::waitExit(std::chrono::milliseconds limit) {
+  if (status_ || pid_ <= 0) {
+    return status_;
+  }
+  const auto deadline = Clock::now() + limit;
+  for (;;) {
+    int wstatus = 0;
+    const pid_t rc = ::waitpid(pid_, &wstatus, WNOHANG);
+    if (rc == pid_) {
+      status_ = decodeStatus(wstatus);
+      return status_;
+    }
+    if (rc < 0 || Clock::now() >= deadline) {
+      return std::nullopt;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+
+int ServerProcess::waitExit() {
+  if (!status_ && pid_ > 0) {
+    int wstatus = 0;
+    while (::waitpid(pid_, &wstatus, 0) < 0 && errno == EINTR) {
+    }
+    status_ = decodeStatus(wstatus);
+  }
+  return status_.value_or(-1);
+}
+
+bool ServerProcess::groupAlive() const {
+  return pid_ > 0 && ::kill(-pid_, 0) == 0;
+}
+
+long ServerProcess::statusKiB(std::string_view key) const {
+  std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.size() > key.size() && line.compare(0, key.size(), key) == 0 &&
+        line[key.size()] == ':') {
+      return std::stol(line.substr(key.size() + 1));
+    }
+  }
+  return -1;
+}
+
+} // namespace velko::testing
