@@ -1,0 +1,10 @@
+// Writes docs/tools.md to standard output:
+//   ./build/tests/server/velko_tool_reference > docs/tools.md
+#include "server/ToolReference.h"
+
+#include <iostream>
+
+int main() {
+  std::cout << velko::server::renderToolReference();
+  return std::cout.good() ? 0 : 1;
+}
