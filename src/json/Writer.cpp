@@ -9,6 +9,10 @@
 #include <cstring>
 #include <vector>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 namespace velko::json {
 namespace {
 
@@ -21,6 +25,30 @@ constexpr std::uint64_t hasByte(std::uint64_t v, unsigned char b) {
 }
 // True for a word with a byte below 0x20 (valid for bytes without their high bit set).
 constexpr std::uint64_t hasControl(std::uint64_t v) { return (v - kOnes * 0x20) & ~v & kHighs; }
+
+#if defined(__SSE2__)
+/// How many bytes at the start of `p` need neither an escape nor a UTF-8 check, looking at whole
+/// 16-byte blocks only: a multi-megabyte base64 payload goes through at close to memory speed.
+std::size_t plainPrefix(const unsigned char* p, std::size_t n, bool escapeSolidus) {
+  std::size_t i = 0;
+  while (i + 16 <= n) {
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + i));
+    // A signed compare: bytes from 0x80 up are negative, so they count as special along with
+    // the control characters.
+    __m128i special = _mm_or_si128(_mm_cmplt_epi8(bytes, _mm_set1_epi8(0x20)),
+                                   _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('"')),
+                                                _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\'))));
+    if (escapeSolidus) {
+      special = _mm_or_si128(special, _mm_cmpeq_epi8(bytes, _mm_set1_epi8('/')));
+    }
+    if (const auto mask = static_cast<unsigned>(_mm_movemask_epi8(special)); mask != 0) {
+      return i + static_cast<std::size_t>(__builtin_ctz(mask));
+    }
+    i += 16;
+  }
+  return i;
+}
+#endif
 
 /// Length of the valid UTF-8 sequence starting at s[0], or 0 when it is not one.
 std::size_t utf8SequenceLength(const unsigned char* s, std::size_t avail) {
@@ -95,6 +123,12 @@ public:
     std::size_t runStart = 0;
     std::size_t i = 0;
     while (i < n) {
+#if defined(__SSE2__)
+      if (const std::size_t plain = plainPrefix(p + i, n - i, pretty_); plain > 0) {
+        i += plain;
+        continue;
+      }
+#endif
       if (i + 8 <= n) {
         std::uint64_t w;
         std::memcpy(&w, p + i, 8);

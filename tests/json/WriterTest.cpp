@@ -42,6 +42,32 @@ TEST(Writer, EscapesAtEveryPositionOfTheWordScan) {
   }
 }
 
+TEST(Writer, EscapesTwoSpecialsAnywhereInThe16ByteScan) {
+  // Two special bytes in one 40-byte string, at every pair of mirrored offsets, so a block scan
+  // meets a special in its first, middle and last byte and in the tail after the last block.
+  struct Special {
+    std::string raw;
+    std::string compact;
+    std::string pretty;
+  };
+  const Special specials[] = {{"\"", "\\\"", "\\\""},
+                              {"\\", "\\\\", "\\\\"},
+                              {"\x01", "\\u0001", "\\u0001"},
+                              {"/", "/", "\\/"},
+                              {"\xc3\xa9", "\xc3\xa9", "\xc3\xa9"}};
+  for (const Special& sp : specials) {
+    for (std::size_t pos = 0; pos < 20; ++pos) {
+      const std::string a(pos, 'a');
+      const std::string b(40 - 2 * pos - 2, 'b');
+      const std::string s = a + sp.raw + b + sp.raw + a;
+      EXPECT_EQ(toCompact(Value(s)), '"' + a + sp.compact + b + sp.compact + a + '"')
+          << sp.raw << " at " << pos;
+      EXPECT_EQ(toPretty(Value(s)), '"' + a + sp.pretty + b + sp.pretty + a + '"')
+          << sp.raw << " at " << pos;
+    }
+  }
+}
+
 TEST(Writer, PassesValidUtf8AndRejectsInvalid) {
   EXPECT_EQ(toCompact(Value("ƒ/2.8 × € 😀 0123456789")), "\"ƒ/2.8 × € 😀 0123456789\"");
   for (const char* bad : {"\xff", "abc\xc3", "\xc0\xaf", "\xed\xa0\x80", "\xf4\x90\x80\x80",
