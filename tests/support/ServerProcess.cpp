@@ -169,28 +169,34 @@ bool ServerProcess::waitReadable(int fd, std::chrono::milliseconds limit) const 
 }
 
 std::string ServerProcess::readLine(std::chrono::milliseconds limit) {
+  std::string line;
+  readLine(line, limit);
+  return line;
+}
+
+void ServerProcess::readLine(std::string& line, std::chrono::milliseconds limit) {
   const auto deadline = Clock::now() + limit;
   // Only new bytes are searched, so a multi-megabyte line costs one pass.
   std::size_t scanned = 0;
   for (;;) {
     if (const auto nl = buffer_.find('\n', scanned); nl != std::string::npos) {
-      std::string line = buffer_.substr(0, nl);
+      line.assign(buffer_, 0, nl);
       buffer_.erase(0, nl + 1);
-      return line;
+      return;
     }
     const auto left =
         std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
     if (left.count() <= 0 || !waitReadable(fromChild_, left)) {
       throw std::runtime_error("no line from the server in time");
     }
-    const std::size_t old = buffer_.size();
-    scanned = old;
-    buffer_.resize(old + 65536);
-    const ssize_t n = ::read(fromChild_, buffer_.data() + old, 65536);
-    buffer_.resize(old + static_cast<std::size_t>(n > 0 ? n : 0));
+    scanned = buffer_.size();
+    // As much as a widened pipe holds, in one read.
+    static thread_local char chunk[1 << 20];
+    const ssize_t n = ::read(fromChild_, chunk, sizeof chunk);
     if (n <= 0) {
       throw std::runtime_error("the server closed its output");
     }
+    buffer_.append(chunk, static_cast<std::size_t>(n));
   }
 }
 

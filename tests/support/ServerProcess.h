@@ -51,6 +51,8 @@ public:
   /// The next line of standard output without its line feed. Throws std::runtime_error at end
   /// of output or when nothing arrives within `limit` (a generous bound against hangs).
   std::string readLine(std::chrono::milliseconds limit = std::chrono::seconds(30));
+  /// The same into `line`, whose capacity is kept from call to call.
+  void readLine(std::string& line, std::chrono::milliseconds limit = std::chrono::seconds(30));
   /// Everything the child writes to standard output until it closes it; the same bound.
   std::string readToEnd(std::chrono::milliseconds limit = std::chrono::seconds(30));
   /// The next line of standard error, line feed included, read a byte at a time so that

@@ -1,0 +1,475 @@
+// End-to-end figures for the built velko-mcp binary, each printed beside its floor: the same work
+// done without the server in between, measured in the same run.
+//
+//   velko_e2e_bench [path/to/velko-mcp]
+//
+// The application is a small fake in this process that answers from replies prepared in
+// advance. For the IPC rows the server runs in a private mount namespace with a temporary home
+// bind-mounted over the password database's home (needs root), so it finds the fake at
+// ~/.velko/ipc.sock and the real ~/.velko is never touched. The floor of an IPC row replays the
+// exact request bytes the server sent, straight to the fake: connect, write, read the reply line,
+// close. Start-up and the stdio rows use /bin/cat as their floor: spawn it, or move a line of the
+// same size through its pipes.
+#include "support/ServerProcess.h"
+#include "support/TestPeer.h"
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <stdexcept>
+#include <string>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using velko::testing::ServerProcess;
+
+double microsSince(Clock::time_point start) {
+  return std::chrono::duration<double, std::micro>(Clock::now() - start).count();
+}
+
+double median(std::vector<double> samples) {
+  std::sort(samples.begin(), samples.end());
+  return samples.empty() ? 0 : samples[samples.size() / 2];
+}
+
+sockaddr_un addressOf(const std::string& path) {
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::memcpy(address.sun_path, path.data(), std::min(path.size(), sizeof address.sun_path - 1));
+  return address;
+}
+
+bool writeAll(int fd, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t n = ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+    if (n < 1) {
+      return false;
+    }
+    bytes.remove_prefix(static_cast<std::size_t>(n));
+  }
+  return true;
+}
+
+/// Reads until a line feed into `buffer`; false when the peer closed first.
+bool readLine(int fd, std::string& buffer) {
+  static thread_local char chunk[1 << 20];
+  buffer.clear();
+  for (;;) {
+    const ssize_t n = ::read(fd, chunk, sizeof chunk);
+    if (n <= 0) {
+      return false;
+    }
+    buffer.append(chunk, static_cast<std::size_t>(n));
+    if (std::memchr(chunk, '\n', static_cast<std::size_t>(n)) != nullptr) {
+      return true;
+    }
+  }
+}
+
+/// The fake application: one connection at a time, one request line each, answered with the
+/// prepared reply for its method. Remembers the first request of each method for the floor.
+class FakeApplication {
+public:
+  explicit FakeApplication(std::string socketPath) : socketPath_(std::move(socketPath)) {
+    std::filesystem::create_directories(std::filesystem::path(socketPath_).parent_path());
+    listener_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const sockaddr_un address = addressOf(socketPath_);
+    if (listener_ < 0 ||
+        ::bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+        ::listen(listener_, 64) != 0) {
+      throw std::runtime_error("the fake application cannot listen at " + socketPath_);
+    }
+    thread_ = std::thread([this] { serve(); });
+  }
+
+  ~FakeApplication() {
+    stopping_ = true;
+    ::shutdown(listener_, SHUT_RDWR);
+    // Wake accept() with a connection of our own in case shutdown did not.
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const sockaddr_un address = addressOf(socketPath_);
+    ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    ::close(fd);
+    thread_.join();
+    ::close(listener_);
+    ::unlink(socketPath_.c_str());
+  }
+
+  const std::string& socketPath() const { return socketPath_; }
+
+  /// The reply line (with its line feed) for requests of `method`.
+  void setReply(const std::string& method, std::string line) {
+    std::lock_guard lock(mutex_);
+    replies_[method] = std::make_shared<const std::string>(std::move(line));
+  }
+
+  /// The first request line of `method` received, with its line feed; empty if none yet.
+  std::string firstRequest(const std::string& method) const {
+    std::lock_guard lock(mutex_);
+    const auto it = firstRequests_.find(method);
+    return it == firstRequests_.end() ? "" : it->second;
+  }
+
+private:
+  void serve() {
+    std::string buffer;
+    while (!stopping_) {
+      const int fd = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+      if (fd < 0) {
+        continue;
+      }
+      readLine(fd, buffer);
+      const std::string& request = buffer;
+      const std::string method = methodOf(request);
+      std::shared_ptr<const std::string> answer;
+      {
+        std::lock_guard lock(mutex_);
+        firstRequests_.emplace(method, request);
+        if (const auto it = replies_.find(method); it != replies_.end()) {
+          answer = it->second;
+        }
+      }
+      if (answer) {
+        writeAll(fd, *answer);
+      }
+      ::close(fd);
+    }
+  }
+
+  static std::string methodOf(const std::string& request) {
+    static constexpr std::string_view key = R"("method":")";
+    const auto at = request.find(key);
+    if (at == std::string::npos) {
+      return {};
+    }
+    const auto start = at + key.size();
+    return request.substr(start, request.find('"', start) - start);
+  }
+
+  std::string socketPath_;
+  int listener_ = -1;
+  std::atomic<bool> stopping_ = false;
+  std::thread thread_;
+  mutable std::mutex mutex_;
+  std::map<std::string, std::shared_ptr<const std::string>> replies_;
+  std::map<std::string, std::string> firstRequests_;
+};
+
+/// One IPC exchange as the server makes it, without the server.
+void directRoundTrip(const std::string& socketPath, const std::string& request,
+                     std::string& buffer) {
+  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const sockaddr_un address = addressOf(socketPath);
+  if (fd < 0 || ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+      !writeAll(fd, request) || !readLine(fd, buffer)) {
+    ::close(fd);
+    throw std::runtime_error("direct round trip failed");
+  }
+  ::close(fd);
+}
+
+std::string base64Text(std::size_t size) {
+  static constexpr char kAlphabet[] =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::mt19937 random(42);
+  std::string text(size, 'A');
+  for (char& c : text) {
+    c = kAlphabet[random() % 64];
+  }
+  return text;
+}
+
+std::string rpcResult(const std::string& resultJson) {
+  return R"({"jsonrpc":"2.0","id":1,"result":)" + resultJson + "}\n";
+}
+
+std::string toolCall(std::string_view name, std::string_view arguments) {
+  return R"({"jsonrpc":"2.0","id":7,"method":"tools/call","params":{"name":")" + std::string(name) +
+         R"(","arguments":)" + std::string(arguments) + "}}";
+}
+
+struct Row {
+  std::string what;
+  std::string server;
+  std::string cpu; ///< the server's own CPU time per call
+  std::string floor;
+  std::string ratio;
+  std::string target;
+};
+
+std::string fixed(double value, int decimals, const char* unit) {
+  char text[64];
+  std::snprintf(text, sizeof text, "%.*f %s", decimals, value, unit);
+  return text;
+}
+
+std::string timeText(double micros) {
+  if (micros >= 10000) {
+    return fixed(micros / 1000, 1, "ms");
+  }
+  if (micros >= 1000) {
+    return fixed(micros / 1000, 2, "ms");
+  }
+  return fixed(micros, micros >= 100 ? 0 : 1, "µs");
+}
+
+std::string ratioText(double server, double floor) {
+  return fixed(server / floor, 2, "×");
+}
+
+/// Median over `rounds` of `once()`, in microseconds, after `warm` unmeasured calls.
+double measure(int rounds, int warm, const std::function<void()>& once) {
+  for (int i = 0; i < warm; ++i) {
+    once();
+  }
+  std::vector<double> samples;
+  samples.reserve(static_cast<std::size_t>(rounds));
+  for (int i = 0; i < rounds; ++i) {
+    const auto start = Clock::now();
+    once();
+    samples.push_back(microsSince(start));
+  }
+  return median(std::move(samples));
+}
+
+/// CPU time the process has used so far, in microseconds (its one thread's schedstat).
+double cpuMicros(pid_t pid) {
+  std::ifstream schedstat("/proc/" + std::to_string(pid) + "/schedstat");
+  double nanos = 0;
+  schedstat >> nanos;
+  return nanos / 1000;
+}
+
+/// A line of `size` bytes in and out of /bin/cat: the cost of the host's pipes alone.
+double catEcho(std::size_t size, int rounds) {
+  ServerProcess cat({"/bin/cat"});
+  std::string reply;
+  const std::string line = std::string(size > 0 ? size - 1 : 0, 'x');
+  return measure(rounds, 3, [&] {
+    cat.send(line);
+    cat.readLine(reply);
+  });
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+  const std::string binary = argc > 1 ? argv[1] : VELKO_MCP_PATH;
+  std::vector<Row> rows;
+  std::string notes;
+
+  // Start-up: spawn, "initialize", first reply. The floor spawns cat and echoes the same line.
+  const std::string initialize =
+      R"({"jsonrpc":"2.0","id":1,"method":"initialize","params":{"protocolVersion":"2024-11-05"}})";
+  auto startOnce = [&](const std::vector<std::string>& argv) {
+    ServerProcess process(argv);
+    process.send(initialize);
+    process.readLine();
+    process.closeInput();
+    process.waitExit();
+  };
+  std::vector<double> startServer, startFloor;
+  for (int i = 0; i < 3; ++i) {
+    startOnce({binary});
+    startOnce({"/bin/cat"});
+  }
+  for (int i = 0; i < 60; ++i) {
+    auto start = Clock::now();
+    ServerProcess server({binary});
+    server.send(initialize);
+    server.readLine();
+    startServer.push_back(microsSince(start));
+    server.closeInput();
+    server.waitExit();
+    start = Clock::now();
+    ServerProcess cat({"/bin/cat"});
+    cat.send(initialize);
+    cat.readLine();
+    startFloor.push_back(microsSince(start));
+    cat.closeInput();
+    cat.waitExit();
+  }
+  rows.push_back({"start-up to the initialize reply", timeText(median(startServer)), "",
+                  timeText(median(startFloor)) + " (spawn cat)",
+                  ratioText(median(startServer), median(startFloor)), "< 5 ms"});
+
+  const std::string reason = velko::testing::privateHomeUnavailableReason();
+  if (!reason.empty()) {
+    std::fprintf(stderr, "velko_e2e_bench: only start-up measured: %s\n", reason.c_str());
+  }
+
+  velko::testing::TempDir home;
+  std::string reply;
+  std::unique_ptr<FakeApplication> app;
+  std::unique_ptr<ServerProcess> server;
+  long rssAfterInitialize = -1;
+  if (reason.empty()) {
+    app = std::make_unique<FakeApplication>(home.file(".velko/ipc.sock"));
+    app->setReply("system.ping", rpcResult(R"({"appVersion":"1.0","buildStamp":"bench",)"
+                                           R"("protocolVersion":1,"libraryAuthorized":true,)"
+                                           R"("photoCount":1000})"));
+    server = std::make_unique<ServerProcess>(velko::testing::withPrivateHome(home.path(), binary));
+    server->readErrorLine();
+    server->send(initialize);
+    server->readLine(reply);
+    rssAfterInitialize = server->statusKiB("VmRSS");
+  } else {
+    server = std::make_unique<ServerProcess>(std::vector<std::string>{binary});
+    server->send(initialize);
+    server->readLine(reply);
+    rssAfterInitialize = server->statusKiB("VmRSS");
+  }
+
+  // The median time of a call and the server's mean CPU time per call.
+  struct Timing {
+    double median;
+    double cpu;
+  };
+  auto onServer = [&](int rounds, int warm, const std::function<void()>& once) {
+    for (int i = 0; i < warm; ++i) {
+      once();
+    }
+    const double cpuBefore = cpuMicros(server->pid());
+    const double median = measure(rounds, 0, once);
+    return Timing{median, (cpuMicros(server->pid()) - cpuBefore) / rounds};
+  };
+
+  // stdio rows: the floor moves a line as long as the reply through cat.
+  const std::string toolsList = R"({"jsonrpc":"2.0","id":2,"method":"tools/list"})";
+  server->send(toolsList);
+  const std::size_t toolsListBytes = server->readLine().size() + 1;
+  const Timing toolsServer = onServer(300, 10, [&] {
+    server->send(toolsList);
+    server->readLine(reply);
+  });
+  const double toolsFloor = catEcho(toolsListBytes, 300);
+  rows.push_back({"tools/list (" + std::to_string(toolsListBytes / 1024) + " KiB reply)",
+                  timeText(toolsServer.median), timeText(toolsServer.cpu),
+                  timeText(toolsFloor) + " (cat echo)", ratioText(toolsServer.median, toolsFloor),
+                  ""});
+
+  const std::string mcpPing = R"({"jsonrpc":"2.0","id":3,"method":"ping"})";
+  const Timing pingServer = onServer(2000, 50, [&] {
+    server->send(mcpPing);
+    server->readLine(reply);
+  });
+  const double pingFloor = catEcho(mcpPing.size() + 1, 2000);
+  rows.push_back({"MCP ping", timeText(pingServer.median), timeText(pingServer.cpu),
+                  timeText(pingFloor) + " (cat echo)", ratioText(pingServer.median, pingFloor),
+                  ""});
+
+  if (app) {
+    std::string buffer;
+    const std::string velkoPing = toolCall("velko_ping", "{}");
+    server->send(velkoPing);
+    const std::string first = server->readLine();
+    if (first.find(R"("isError":false)") == std::string::npos) {
+      std::fprintf(stderr, "velko_e2e_bench: velko_ping failed: %s\n", first.c_str());
+      return 1;
+    }
+    const std::string pingRequest = app->firstRequest("system.ping");
+    const Timing ipcServer = onServer(2000, 50, [&] {
+      server->send(velkoPing);
+      server->readLine(reply);
+    });
+    const double ipcFloor =
+        measure(2000, 50, [&] { directRoundTrip(app->socketPath(), pingRequest, buffer); });
+    rows.push_back({"velko_ping (median of 2000 sequential calls)", timeText(ipcServer.median),
+                    timeText(ipcServer.cpu), timeText(ipcFloor),
+                    ratioText(ipcServer.median, ipcFloor), "< 1.5× floor"});
+
+    struct Size {
+      std::size_t bytes;
+      const char* label;
+      int rounds;
+    };
+    for (const Size& size :
+         {Size{100000, "100 KB", 200}, Size{1u << 20, "1 MiB", 60}, Size{6u << 20, "6 MiB", 30}}) {
+      app->setReply("preview.render",
+                    rpcResult(R"({"pngBase64":")" + base64Text(size.bytes) +
+                              R"(","width":1024,"height":683,"appliedStackVersion":3,)"
+                              R"("basedOnOriginal":true})"));
+      const std::string call = toolCall("velko_preview_render", R"({"id":"A/L0/001"})");
+      server->send(call);
+      const std::string firstReply = server->readLine();
+      if (firstReply.find(R"("isError":false)") == std::string::npos) {
+        std::fprintf(stderr, "velko_e2e_bench: velko_preview_render failed: %.300s\n",
+                     firstReply.c_str());
+        return 1;
+      }
+      const std::string request = app->firstRequest("preview.render");
+      const Timing previewServer = onServer(size.rounds, 3, [&] {
+        server->send(call);
+        server->readLine(reply);
+      });
+      const double previewFloor =
+          measure(size.rounds, 3, [&] { directRoundTrip(app->socketPath(), request, buffer); });
+      rows.push_back({std::string("velko_preview_render, ") + size.label + " of base64",
+                      timeText(previewServer.median), timeText(previewServer.cpu),
+                      timeText(previewFloor), ratioText(previewServer.median, previewFloor),
+                      size.bytes == (6u << 20) ? "< 2× floor" : ""});
+    }
+  } else {
+    notes += "IPC rows skipped: " + reason + "\n";
+  }
+
+  const long peak = server->statusKiB("VmHWM");
+  rows.push_back({"resident after initialize (VmRSS)", fixed(rssAfterInitialize / 1024.0, 1, "MiB"),
+                  "", "", "", "< 8 MiB"});
+  rows.push_back(
+      {"resident at peak (VmHWM)", fixed(peak / 1024.0, 1, "MiB"), "", "", "", "< 40 MiB"});
+
+  // Exit after end of input, against cat's.
+  std::vector<double> exitServer, exitFloor;
+  {
+    auto start = Clock::now();
+    server->closeInput();
+    server->waitExit();
+    exitServer.push_back(microsSince(start));
+  }
+  for (int i = 0; i < 30; ++i) {
+    ServerProcess fresh({binary});
+    fresh.send(initialize);
+    fresh.readLine();
+    auto start = Clock::now();
+    fresh.closeInput();
+    fresh.waitExit();
+    exitServer.push_back(microsSince(start));
+    ServerProcess cat({"/bin/cat"});
+    cat.send(initialize);
+    cat.readLine();
+    start = Clock::now();
+    cat.closeInput();
+    cat.waitExit();
+    exitFloor.push_back(microsSince(start));
+  }
+  rows.push_back({"exit after end of input", timeText(median(exitServer)), "",
+                  timeText(median(exitFloor)) + " (cat)",
+                  ratioText(median(exitServer), median(exitFloor)), ""});
+
+  std::printf("| Measure | velko-mcp | its CPU | Floor | Ratio | Target |\n"
+              "|---|---|---|---|---|---|\n");
+  for (const Row& row : rows) {
+    std::printf("| %s | %s | %s | %s | %s | %s |\n", row.what.c_str(), row.server.c_str(),
+                row.cpu.c_str(), row.floor.c_str(), row.ratio.c_str(), row.target.c_str());
+  }
+  if (!notes.empty()) {
+    std::printf("\n%s", notes.c_str());
+  }
+  return 0;
+}
