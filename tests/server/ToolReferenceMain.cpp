@@ -1,5 +1,6 @@
 // Writes docs/tools.md to standard output:
-//   ./build/tests/server/velko_tool_reference > docs/tools.md
+//   cmake --build build --target velko_tool_reference
+//   build/tests/server/velko_tool_reference > docs/tools.md
 #include "server/ToolReference.h"
 
 #include <iostream>

@@ -10,14 +10,16 @@
 namespace velko::server {
 namespace {
 
+constexpr const char* kRegenerate = "cmake --build build --target velko_tool_reference && "
+                                    "build/tests/server/velko_tool_reference > docs/tools.md";
+
 TEST(ToolReference, DocsFileIsCurrent) {
   std::ifstream file(VELKO_SOURCE_DIR "/docs/tools.md", std::ios::binary);
-  ASSERT_TRUE(file) << "docs/tools.md is missing; create it with "
-                       "./build/tests/server/velko_tool_reference > docs/tools.md";
+  ASSERT_TRUE(file) << "docs/tools.md is missing; create it from the source tree with: "
+                    << kRegenerate;
   const std::string onDisk{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
   EXPECT_TRUE(onDisk == renderToolReference())
-      << "docs/tools.md is stale; regenerate it with "
-         "./build/tests/server/velko_tool_reference > docs/tools.md";
+      << "docs/tools.md is stale; regenerate it from the source tree with: " << kRegenerate;
 }
 
 TEST(ToolReference, ListsEveryToolWithItsRequiredArguments) {
