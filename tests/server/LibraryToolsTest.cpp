@@ -193,7 +193,7 @@ TEST(LibraryAndOrganisationTools, ClientErrorsPassThroughUnchanged) {
 }
 
 constexpr const char* kFocusedContext =
-    R"({"editorOpen":true,"editorPhotoID":"p1","focusID":"p1","selectionIDs":["p1"],"focusStack":{"version":3}})";
+    R"({"editorOpen":true,"editorPhotoID":"p1","focusID":"p1","selectionIDs":["p1"],"focusStack":{"values":{},"version":3}})";
 constexpr const char* kUnfocusedContext = R"({"editorOpen":false,"selectionIDs":[]})";
 constexpr const char* kPreview =
     R"({"pngBase64":"iVBORw0KGgo=","width":384,"height":256,"appliedStackVersion":3,"basedOnOriginal":true})";
