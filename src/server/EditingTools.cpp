@@ -13,6 +13,8 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
+#include <cwctype>
+#include <locale.h>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -455,11 +457,37 @@ ToolResult runCrop(const ToolArgs& args, ipc::Caller& caller) {
                            " (version " + std::to_string(result.newVersion) + ").");
 }
 
-std::string asciiLower(std::string_view text) {
-  std::string lower(text);
-  std::transform(lower.begin(), lower.end(), lower.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return lower;
+/// The code points of UTF-8 `text`, each lower-cased by the Unicode simple case mapping, so that
+/// names in any script compare without regard to case ("Été" and "ÉTÉ", "Σκιά" and "ΣΚΙΆ").
+std::u32string caseFolded(std::string_view text) {
+  static const locale_t kUtf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", static_cast<locale_t>(0));
+  std::u32string folded;
+  folded.reserve(text.size());
+  for (std::size_t i = 0; i < text.size();) {
+    const auto lead = static_cast<unsigned char>(text[i]);
+    const std::size_t length = lead < 0x80         ? 1
+                               : lead >> 5 == 0x6  ? 2
+                               : lead >> 4 == 0xE  ? 3
+                               : lead >> 3 == 0x1E ? 4
+                                                   : 1;
+    char32_t c = length == 1 ? lead : lead & (0x7F >> length);
+    if (length > 1 && i + length <= text.size()) {
+      for (std::size_t k = 1; k < length; ++k) {
+        c = (c << 6) | (static_cast<unsigned char>(text[i + k]) & 0x3F);
+      }
+      i += length;
+    } else {
+      c = lead; // not UTF-8: the byte stands for itself
+      i += 1;
+    }
+    if (kUtf8 != static_cast<locale_t>(0)) {
+      c = static_cast<char32_t>(towlower_l(static_cast<wint_t>(c), kUtf8));
+    } else if (c < 0x80) {
+      c = static_cast<char32_t>(std::tolower(static_cast<int>(c)));
+    }
+    folded.push_back(c);
+  }
+  return folded;
 }
 
 ToolResult runLut(const ToolArgs& args, ipc::Caller& caller) {
@@ -472,14 +500,14 @@ ToolResult runLut(const ToolArgs& args, ipc::Caller& caller) {
   std::vector<core::EditPatchOp> ops(2);
   ops[0].kind = core::AdjustmentKind::Lut;
   ops[1].kind = core::AdjustmentKind::LutIntensity;
-  const std::string wanted = asciiLower(*lut);
-  if (wanted == "none") {
+  const std::u32string wanted = caseFolded(*lut);
+  if (wanted == U"none") {
     ops[0].remove = true;
     ops[1].remove = true;
   } else {
     auto list = ipc::call<protocol::LUTListResult>(caller, IPCMethod::LutList);
     auto found = std::find_if(list.luts.begin(), list.luts.end(), [&](const protocol::LUTInfo& l) {
-      return l.id == *lut || asciiLower(l.name) == wanted;
+      return l.id == *lut || caseFolded(l.name) == wanted;
     });
     if (found == list.luts.end()) {
       std::string available;

@@ -532,6 +532,23 @@ TEST(EditingTools, LutFindsTheLookByIdOrNameAndRemovesWithNone) {
     EXPECT_EQ(textAt(result, 0), "Applied LUT (version 5).");
   }
   {
+    // Names from any script match whatever their case; ids only as written.
+    RecordingCaller caller;
+    caller.answer(R"({"luts":[{"id":"L1","name":"Été Ärger"},{"id":"l2","name":"Σκιά"}]})")
+        .answer(kEditSetReply)
+        .answer(R"({"luts":[{"id":"L1","name":"Été Ärger"},{"id":"l2","name":"Σκιά"}]})")
+        .answer(kEditSetReply)
+        .answer(R"({"luts":[{"id":"L1","name":"Été Ärger"},{"id":"l2","name":"Σκιά"}]})");
+    invoke("velko_lut", R"({"id":"A","lut":"ÉTÉ ärger"})", caller);
+    EXPECT_EQ(sentOps(caller),
+              R"([{"kind":"lut","string":"L1"},{"kind":"lutIntensity","scalar":1}])");
+    invoke("velko_lut", R"({"id":"A","lut":"ΣΚΙΆ"})", caller);
+    EXPECT_EQ(sentOps(caller),
+              R"([{"kind":"lut","string":"l2"},{"kind":"lutIntensity","scalar":1}])");
+    ToolResult result = invoke("velko_lut", R"({"id":"A","lut":"L2"})", caller);
+    EXPECT_EQ(textAt(result, 0), "no imported LUT 'L2'. Available: Été Ärger, Σκιά");
+  }
+  {
     RecordingCaller caller;
     caller.answer(kLuts).answer(kEditSetReply);
     invoke("velko_lut", R"({"id":"A","lut":"L2","intensity":-0.5})", caller);
