@@ -215,7 +215,7 @@ Tool membershipTool(std::string_view name, std::string_view description, IPCMeth
 /// velko_annotate_set: the annotation is read leniently, since the assistant leaves out what it
 /// is not sure of; only its caption is required.
 ToolResult runAnnotateSet(const ToolArgs& args, ipc::Caller& caller) {
-  const json::Value arguments = args ? *args : json::Value(json::Object());
+  const json::Value arguments = args ? wholeNumbersAsIntegers(*args) : json::Value(json::Object());
   const protocol::AnnotateSetParams params =
       protocol::decodeAssistantAnnotateSet(arguments, json::Path("arguments"));
   return jsonTextResult(

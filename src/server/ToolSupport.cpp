@@ -114,6 +114,36 @@ std::optional<std::string> stringArg(const json::Value* value) {
   return std::string(s.data(), s.size());
 }
 
+json::Value wholeNumbersAsIntegers(const json::Value& value) {
+  switch (value.kind()) {
+  case boost::json::kind::double_: {
+    const double d = value.get_double();
+    if (std::trunc(d) == d && d >= -0x1p63 && d < 0x1p63) {
+      return json::Value(static_cast<std::int64_t>(d));
+    }
+    return value;
+  }
+  case boost::json::kind::array: {
+    json::Array array;
+    array.reserve(value.get_array().size());
+    for (const json::Value& element : value.get_array()) {
+      array.push_back(wholeNumbersAsIntegers(element));
+    }
+    return array;
+  }
+  case boost::json::kind::object: {
+    json::Object object;
+    object.reserve(value.get_object().size());
+    for (const auto& member : value.get_object()) {
+      object.emplace(member.key(), wholeNumbersAsIntegers(member.value()));
+    }
+    return object;
+  }
+  default:
+    return value;
+  }
+}
+
 const json::Value& idsProperty() {
   static const json::Value kIds = json::parse(R"({
     "type": "array",

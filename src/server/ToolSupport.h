@@ -68,6 +68,11 @@ inline std::optional<std::string> stringArg(const ToolArgs& args, std::string_vi
   return stringArg(argValue(args, key));
 }
 
+/// `value` with every number that has a whole value, within the 64-bit range, held as an
+/// integer: 4.0 and 1e2 become 4 and 100, as a JSON writer prints them. Arguments pass through
+/// this before they are decoded as a record, so an integer field accepts 4.0 and refuses 4.5.
+json::Value wholeNumbersAsIntegers(const json::Value& value);
+
 /// Decodes the arguments (an empty object when absent) as the params record P. A mismatch
 /// throws json::DecodeError naming the key path from "arguments", e.g. "arguments.id: …".
 template <class P> P decodeArguments(const ToolArgs& args) {
@@ -75,7 +80,7 @@ template <class P> P decodeArguments(const ToolArgs& args) {
   if (!args) {
     return json::decodeAs<P>(json::Value(json::Object()), root);
   }
-  return json::decodeAs<P>(*args, root);
+  return json::decodeAs<P>(wholeNumbersAsIntegers(*args), root);
 }
 
 // ---- Schemas --------------------------------------------------------------------------------

@@ -69,6 +69,11 @@ TEST(LibraryAndOrganisationTools, SendDecodedArgumentsAndShowTheReply) {
       // Updated-count family.
       {"velko_rate", R"({"ids":[],"rating":3})", R"(photo.rate {"ids":[],"rating":3})",
        R"({"updated":0,"skipped":[]})"},
+      // A whole number written with a fraction or an exponent still fills an integer field.
+      {"velko_rate", R"({"ids":["a"],"rating":4.0})", R"(photo.rate {"ids":["a"],"rating":4})",
+       R"({"updated":1,"skipped":[]})"},
+      {"velko_list", R"({"limit":1e2,"cursor":-0.0})", R"(library.list {"limit":100,"cursor":0})",
+       R"({"photos":[]})"},
       {"velko_flag", R"({"ids":["a"],"flag":"maybe"})",
        R"(photo.flag {"ids":["a"],"flag":"maybe"})", R"({"updated":0,"skipped":["a"]})"},
       {"velko_label", R"({"ids":["a"],"color":"red"})",
@@ -109,7 +114,7 @@ TEST(LibraryAndOrganisationTools, SendDecodedArgumentsAndShowTheReply) {
       {"velko_album_remove", R"({"id":"al","ids":["a"]})",
        R"(album.remove {"id":"al","ids":["a"]})", R"({"updated":1,"skipped":[]})"},
       // Annotations and geotags.
-      {"velko_annotate_pending", R"({"limit":2})", R"(annotate.pending {"limit":2})",
+      {"velko_annotate_pending", R"({"limit":2.0})", R"(annotate.pending {"limit":2})",
        R"({"ids":["a","b"],"remaining":40})"},
       {"velko_annotate_set",
        R"({"id":"a","annotation":{"caption":"A dog.","setting":"outdoor"},"model":"m"})",
@@ -117,6 +122,11 @@ TEST(LibraryAndOrganisationTools, SendDecodedArgumentsAndShowTheReply) {
        R"("subjects":[],"setting":"outdoor","palette":[]},"model":"m"})",
        R"({"annotation":{"caption":"A dog.","longDescription":"","keywords":["dog"],"subjects":[],)"
        R"("setting":"outdoor","palette":[]}})"},
+      {"velko_annotate_set", R"({"id":"a","annotation":{"caption":"Two.","peopleCount":2.0}})",
+       R"(annotate.set {"id":"a","annotation":{"caption":"Two.","longDescription":"","keywords":[],)"
+       R"("subjects":[],"peopleCount":2,"palette":[]}})",
+       R"({"annotation":{"caption":"Two.","longDescription":"","keywords":[],"subjects":[],)"
+       R"("peopleCount":2,"palette":[]}})"},
       {"velko_geotag", R"({"ids":["a"],"latitude":4.15})",
        R"(photo.geotag {"ids":["a"],"latitude":4.15})",
        R"({"updated":1,"skipped":[],"latitude":4.15})"},
@@ -144,6 +154,9 @@ TEST(LibraryAndOrganisationTools, ArgumentsThatDoNotDecodeSendNothing) {
       {"velko_list", R"({"limit":"5"})", "arguments.limit: expected an integer, found string"},
       {"velko_query", R"({"dateFrom":"yesterday"})", "arguments.dateFrom: "},
       {"velko_rate", R"({"ids":["a"]})", "arguments.rating: missing required key"},
+      {"velko_rate", R"({"ids":["a"],"rating":4.5})",
+       "arguments.rating: expected an integer, found a number with a fraction or exponent"},
+      {"velko_rate", R"({"ids":["a"],"rating":1e19})", "arguments.rating: integer out of range"},
       {"velko_rate", R"({"ids":["a", 2],"rating":1})",
        "arguments.ids[1]: expected a string, found number"},
       {"velko_hide", R"({"ids":["a"],"hidden":"yes"})",

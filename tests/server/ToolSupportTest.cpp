@@ -131,6 +131,11 @@ TEST(ToolSupport, DecodeArgumentsNamesTheKeyPath) {
     }
   }
   EXPECT_EQ(decodeArguments<NeedsId>(json::parse(R"({"id":"a","extra":1})")).id, "a");
+  // A whole number reads as an integer however it is written.
+  EXPECT_EQ(decodeArguments<NeedsId>(json::parse(R"({"id":"a","limit":3.0})")).limit, 3);
+  EXPECT_EQ(decodeArguments<NeedsId>(json::parse(R"({"id":"a","limit":-2e3})")).limit, -2000);
+  EXPECT_EQ(wholeNumbersAsIntegers(json::parse(R"({"a":[1.0,1.5,{"b":-0.0}],"c":"2.0"})")),
+            json::parse(R"({"a":[1,1.5,{"b":0}],"c":"2.0"})"));
 }
 
 } // namespace
