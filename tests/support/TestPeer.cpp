@@ -140,9 +140,12 @@ PeerStep PeerStep::unterminated(std::size_t bytes) {
   return step;
 }
 
-PeerStep PeerStep::hang() {
+PeerStep PeerStep::hang(std::string partialReply) {
   PeerStep step;
   step.kind = Kind::Hang;
+  if (!partialReply.empty()) {
+    step.writes.push_back(std::move(partialReply));
+  }
   return step;
 }
 
@@ -303,6 +306,11 @@ void TestPeer::answer(int connection) {
     writeAll(connection, std::string(step.size, 'x'));
     return;
   case PeerStep::Kind::Hang:
+    for (const std::string& bytes : step.writes) {
+      if (!writeAll(connection, bytes)) {
+        return;
+      }
+    }
     // Returns once the peer stops (or the client goes away).
     while (waitReadable(connection)) {
       if (::read(connection, chunk, sizeof chunk) < 1) {

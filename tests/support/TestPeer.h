@@ -56,7 +56,7 @@ struct PeerStep {
     CloseWithoutReply, ///< close at once
     CloseUnread,       ///< close before reading the request (nothing is recorded)
     Unterminated,      ///< write `size` bytes of 'x' with no newline, then close
-    Hang,              ///< keep the connection open until the peer is stopped
+    Hang,              ///< write `writes`, then keep the connection open until stopped
   };
 
   Kind kind = Kind::Write;
@@ -78,7 +78,8 @@ struct PeerStep {
   static PeerStep closeUnread();
   /// By default 9 MiB, past the 8 MiB frame limit.
   static PeerStep unterminated(std::size_t bytes = 9u << 20);
-  static PeerStep hang();
+  /// Writes `partialReply` (none by default) and then neither writes nor closes.
+  static PeerStep hang(std::string partialReply = {});
 };
 
 class TestPeer {
