@@ -10,6 +10,7 @@ packages=(
   libbenchmark-dev
   uuid-dev
   libvips-dev
+  clang libclang-rt-14-dev
 )
 
 # The MCP client tests (tests/clients) use npm packages pinned by its lock file; npm ci installs

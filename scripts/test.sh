@@ -6,3 +6,13 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 "$root/scripts/build.sh"
 cd "$root/build"
 ctest --output-on-failure -j"$(nproc)"
+
+# The whole suite again with AddressSanitizer and UndefinedBehaviorSanitizer: any finding fails.
+cmake -S "$root" -B "$root/build-asan" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELKO_SANITIZE=ON \
+  -DVELKO_BUILD_BENCHMARKS=OFF >/dev/null
+cmake --build "$root/build-asan" -j"$(nproc)"
+cd "$root/build-asan"
+ctest --output-on-failure -j"$(nproc)"
+
+# Every fuzz target for a bounded time from its seed corpus (clang++ with libFuzzer).
+"$root/fuzz/run.sh"
