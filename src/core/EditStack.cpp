@@ -8,6 +8,7 @@
 #include <charconv>
 #include <cmath>
 #include <limits>
+#include <stdexcept>
 
 namespace velko::core {
 namespace {
@@ -169,10 +170,19 @@ void EditStack::setMasks(std::vector<LocalMask> masks) {
   }
 }
 
+std::int64_t nextVersion(std::int64_t version) {
+  if (version == std::numeric_limits<std::int64_t>::max()) {
+    throw std::overflow_error("the edit stack's version " + std::to_string(version) +
+                              " is the largest there is and cannot advance");
+  }
+  return version + 1;
+}
+
 void EditStack::set(AdjustmentKind kind, AdjustmentPayload payload, const EditOrigin& origin,
                     json::Date at) {
+  const std::int64_t next = nextVersion(version);
   values.insert_or_assign(kind, AdjustmentValue{kind, std::move(payload), origin, at});
-  ++version;
+  version = next;
 }
 
 void EditStack::setScalar(AdjustmentKind kind, double v, const EditOrigin& origin, json::Date at) {
@@ -197,17 +207,20 @@ void EditStack::setPointColors(std::vector<PointColorTarget> targets, const Edit
 }
 
 void EditStack::clear(AdjustmentKind kind) {
-  if (values.erase(kind) > 0) {
-    ++version;
+  if (values.contains(kind)) {
+    const std::int64_t next = nextVersion(version);
+    values.erase(kind);
+    version = next;
   }
 }
 
 void EditStack::addMask(LocalMask mask) {
+  const std::int64_t next = nextVersion(version);
   if (!maskList) {
     maskList.emplace();
   }
   maskList->push_back(std::move(mask));
-  ++version;
+  version = next;
 }
 
 void EditStack::updateMask(const LocalMask& mask) {
@@ -219,18 +232,20 @@ void EditStack::updateMask(const LocalMask& mask) {
   if (it == maskList->end()) {
     return;
   }
+  const std::int64_t next = nextVersion(version);
   *it = mask;
-  ++version;
+  version = next;
 }
 
 void EditStack::removeMask(const Uuid& id) {
+  const std::int64_t next = nextVersion(version);
   if (maskList) {
     std::erase_if(*maskList, [&](const LocalMask& m) { return m.id == id; });
     if (maskList->empty()) {
       maskList.reset();
     }
   }
-  ++version;
+  version = next;
 }
 
 void EditStack::setFrameFit(FrameFit fit) {
@@ -251,6 +266,7 @@ void EditStack::setDevelopSource(DevelopSource source) {
 }
 
 void EditStack::applyGroups(const std::vector<EditGroup>& groups, const EditStack& other) {
+  const std::int64_t next = nextVersion(version);
   for (EditGroup group : groups) {
     if (group == EditGroup::Masks) {
       maskList = other.maskList;
@@ -267,7 +283,7 @@ void EditStack::applyGroups(const std::vector<EditGroup>& groups, const EditStac
       }
     }
   }
-  ++version;
+  version = next;
 }
 
 const AdjustmentValue* EditStack::find(AdjustmentKind kind) const {

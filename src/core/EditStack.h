@@ -58,6 +58,11 @@ struct FrameInsets {
 /// The current time at whole-second precision, as stored timestamps carry it.
 json::Date nowSeconds();
 
+/// `version` + 1. Throws std::overflow_error at the largest version rather than wrapping to a
+/// negative one that no stale-edit check could order; every change checks before it touches
+/// the stack, so a refused change leaves it as it was.
+std::int64_t nextVersion(std::int64_t version);
+
 class EditStack {
 public:
   /// A "frameAspect" of -1 means: use the photo's own aspect.

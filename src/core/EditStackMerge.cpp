@@ -26,7 +26,7 @@ EditStack merged(const EditStack& a, const EditStack& b) {
   out.setMasks(std::move(masks));
 
   // Newer than both inputs, so a client holding either old version gets a conflict.
-  out.version = std::max(a.version, b.version) + 1;
+  out.version = nextVersion(std::max(a.version, b.version));
   return out;
 }
 
@@ -44,10 +44,11 @@ EditStack presetSubset(const EditStack& stack) {
 }
 
 void applyPreset(EditStack& stack, const EditStack& preset) {
+  const std::int64_t next = nextVersion(stack.version);
   for (const auto& [kind, value] : preset.values) {
     stack.values.insert_or_assign(kind, value);
   }
-  ++stack.version;
+  stack.version = next;
 }
 
 } // namespace velko::core
