@@ -5,15 +5,18 @@
 #
 #   fuzz/run.sh                          every target, 20 seconds each
 #   fuzz/run.sh --time 600 mcp_line      one target for ten minutes
+#   fuzz/run.sh --seed 0 …               a fresh random seed each run (the default is 1)
 #   build-fuzz/fuzz/fuzz_mcp_line build-fuzz/artifacts/crash-…   replay one input
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build="$root/build-fuzz"
 seconds=20
+seed=1
 targets=()
 while (($#)); do
   case "$1" in
   --time) seconds="$2"; shift 2 ;;
+  --seed) seed="$2"; shift 2 ;;
   *) targets+=("${1#fuzz_}"); shift ;;
   esac
 done
@@ -31,7 +34,8 @@ for t in "${targets[@]}"; do
   work="$build/corpus/$t"
   mkdir -p "$work"
   echo "fuzz: $t for ${seconds}s" >&2
-  if ! "$build/fuzz/fuzz_$t" -max_total_time="$seconds" -rss_limit_mb=2048 -timeout=30 \
+  # A fixed seed makes a run repeatable: the same tree mutates the same inputs in the same order.
+  if ! "$build/fuzz/fuzz_$t" -seed="$seed" -max_total_time="$seconds" -rss_limit_mb=2048 -timeout=30 \
     -print_final_stats=1 -artifact_prefix="$build/artifacts/$t-" \
     "$work" "$root/fuzz/corpus/$t" 2>"$build/fuzz_$t.log"; then
     tail -n 60 "$build/fuzz_$t.log" >&2
