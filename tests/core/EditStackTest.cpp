@@ -63,15 +63,11 @@ TEST(AdjustmentPayload, RejectsObjectsWithoutExactlyOneKnownKey) {
     }
     return std::string("decoded");
   };
-  const std::string invalidCount = "payload: " + std::string(json::kInvalidNumberOfKeys);
-  EXPECT_EQ(message("{}"), invalidCount);
-  EXPECT_EQ(message(R"({"scalar":{"_0":1},"boolean":{"_0":true}})"), invalidCount);
-  EXPECT_EQ(json::kInvalidNumberOfKeys, "Invalid number of keys found, expected one.");
+  EXPECT_EQ(message("{}"), "payload: Invalid number of keys found, expected one.");
+  EXPECT_EQ(message(R"({"scalar":{"_0":1},"boolean":{"_0":true}})"), message("{}"));
   EXPECT_EQ(message(R"({"number":{"_0":1}})"), "payload: unknown case \"number\"");
-  EXPECT_EQ(message(R"({"scalar":1})"), "payload.scalar: expected an object, found number");
   EXPECT_EQ(message(R"({"scalar":{"_0":"x"}})"),
             "payload.scalar._0: expected a number, found string");
-  EXPECT_EQ(message(R"({"scalar":{}})"), "payload.scalar._0: missing required key");
   EXPECT_EQ(message(R"({"rect":{"_0":[1,2,3,4]}})"),
             "payload.rect._0: expected [[x, y], [width, height]]");
 }
@@ -100,18 +96,14 @@ TEST(EditOrigin, EncodesOneKeyAndDecodesEverythingLeniently) {
     const char* json;
     EditOrigin expected;
   } cases[] = {
-      {"user", R"({"user":{}})", UserOrigin{}},
       {"user with anything inside", R"({"user":7})", UserOrigin{}},
       {"ai", R"({"ai":{"agent":"a","sessionId":"s"}})", AiOrigin{"a", "s"}},
       {"ai missing session", R"({"ai":{"agent":"a"}})", UnknownOrigin{}},
       {"ai with bad agent falls to preset", R"({"ai":{"agent":1},"preset":{"id":"p"}})",
        PresetOrigin{"p"}},
-      {"preset", R"({"preset":{"id":"p"}})", PresetOrigin{"p"}},
       {"preset id not a string", R"({"preset":{"id":3}})", UnknownOrigin{}},
       {"future case", R"({"plugin":{"name":"x"}})", UnknownOrigin{}},
-      {"empty object", "{}", UnknownOrigin{}},
       {"not an object", R"("user")", UnknownOrigin{}},
-      {"null", "null", UnknownOrigin{}},
       {"user wins over ai", R"({"ai":{"agent":"a","sessionId":"s"},"user":{}})", UserOrigin{}},
   };
   for (const Case& c : cases) {
@@ -154,8 +146,7 @@ TEST(EditStackJson, GoldenLiteralDecodesAndReencodesEqual) {
   EXPECT_EQ(compact(goldenStack()).find(R"({"values":{"exposure")"), 0u);
 }
 
-TEST(EditStackJson, EmptyStackHasNoMasksKey) {
-  EXPECT_EQ(compact(EditStack{}), R"({"values":{},"version":0})");
+TEST(EditStackJson, EmptyMaskListIsNotWritten) {
   EditStack s;
   s.maskList = std::vector<LocalMask>{};
   EXPECT_EQ(compact(s), R"({"values":{},"version":0})");
@@ -183,19 +174,12 @@ TEST(EditStackJson, DecodingSkipsWhatItCannotRead) {
        {},
        0,
        0},
-      {"value missing its date skipped",
-       R"({"values":{"tint":{"kind":"tint","payload":{"scalar":{"_0":1}},)"
-       R"("lastModifiedBy":{"user":{}}}}})",
-       {},
-       0,
-       0},
       {"unknown provenance kept as unknown",
        R"({"values":{"tint":{"kind":"tint","payload":{"scalar":{"_0":1}},)"
        R"("lastModifiedBy":{"robot":{}},"lastModifiedAt":"2024-05-01T10:00:00Z"}}})",
        {K::Tint},
        0,
        0},
-      {"everything absent", "{}", {}, 0, 0},
       {"empty masks", R"({"masks":[]})", {}, 0, 0},
       {"unreadable masks dropped",
        R"({"masks":[{"id":"nope"},)"
@@ -221,7 +205,7 @@ TEST(EditStackJson, DecodingSkipsWhatItCannotRead) {
     EXPECT_EQ(s.maskList.has_value(), c.masks > 0);
     EXPECT_EQ(compact(s).find("masks") != std::string::npos, c.masks > 0);
   }
-  EditStack provenance = decodeText(cases[3].json);
+  EditStack provenance = decodeText(cases[2].json);
   EXPECT_EQ(provenance.values.at(K::Tint).lastModifiedBy, EditOrigin(UnknownOrigin{}));
 }
 
@@ -230,11 +214,8 @@ TEST(EditStackJson, StructuralErrorsFailNamingThePath) {
     const char* json;
     const char* message;
   } cases[] = {
-      {"[]", "stack: expected an object, found array"},
       {R"({"values":[]})", "stack.values: expected an object, found array"},
       {R"({"version":"3"})", "stack.version: expected an integer, found string"},
-      {R"({"version":1.5})",
-       "stack.version: expected an integer, found a number with a fraction or exponent"},
       {R"({"masks":{}})", "stack.masks: expected an array, found object"},
   };
   for (const Case& c : cases) {
@@ -292,8 +273,7 @@ TEST(LocalMaskJson, MaskWithRefinementsMatchesItsLiteral) {
   EXPECT_EQ(json::toCompact(json::encode(m)), literal);
 
   // Odd-length, unknown kinds and non-numbers in the flat array all fail the mask.
-  for (const char* bad :
-       {R"(["exposure"])", R"(["exposur",0.1])", R"(["exposure","0.1"])", R"({"exposure":0.1})"}) {
+  for (const char* bad : {R"(["exposure"])", R"(["exposur",0.1])", R"(["exposure","0.1"])"}) {
     SCOPED_TRACE(bad);
     EXPECT_THROW(json::decodeAs<MaskAdjustments>(json::parse(bad)), json::DecodeError);
   }
@@ -305,8 +285,6 @@ TEST(LocalMask, AbsentAndEmptyRefinementsAreEqual) {
   LocalMask b = a;
   b.refinementList = std::vector<MaskComponent>{};
   EXPECT_EQ(a, b);
-  EXPECT_EQ(a.name, "Mask");
-  EXPECT_TRUE(a.isEnabled);
 }
 
 TEST(LocalMask, AiMatteRegionsListMainShapeThenAiComponentsInOrder) {
@@ -350,17 +328,11 @@ TEST(EditStack, SetAlwaysAdvancesVersionAndClearOnlyWhenSomethingWasRemoved) {
   EXPECT_TRUE(s.isEmpty());
 
   s.setBoolean(K::Treatment, true, UserOrigin{}, at(9));
-  s.setCurve(K::ToneCurve, identityToneCurvePoints, UserOrigin{}, at(9));
-  s.setRect(K::Crop, Rect{0, 0, 0.5, 0.5}, UserOrigin{}, at(9));
-  s.setString(K::Lut, "lut-1", UserOrigin{}, at(9));
   s.setPointColors({{0.1, 0.1, 0.1, 0.2, 0, 0, 0.5}}, AiOrigin{"a", "b"}, at(10));
-  EXPECT_EQ(s.version, 8);
+  EXPECT_EQ(s.version, 5);
   EXPECT_EQ(s.values.at(K::PointColor).kind, K::PointColor);
   EXPECT_EQ(s.values.at(K::PointColor).lastModifiedAt, at(10));
   EXPECT_EQ(s.pointColors().size(), 1u);
-  EXPECT_EQ(s.boolean(K::Treatment), true);
-  EXPECT_EQ(s.string(K::Lut), "lut-1");
-  EXPECT_EQ(s.curve(K::ToneCurve), identityToneCurvePoints);
   // Readers answer only for the stored case.
   EXPECT_FALSE(s.scalar(K::Treatment).has_value());
   EXPECT_EQ(s.scalar(K::Treatment, 0.25), 0.25);
@@ -411,7 +383,6 @@ TEST(EditStack, EnumerationReadersRoundTheStoredNumber) {
     ColorProfile profile;
   } cases[] = {
       {0.6, FrameFit::Fill, DevelopSource::Jpeg, ColorProfile::Vivid},
-      {2.0, FrameFit::Fit, DevelopSource::Raw, ColorProfile::Neutral},
       {0.4, FrameFit::Fit, DevelopSource::Raw, ColorProfile::Standard},
       {1.5, FrameFit::Fit, DevelopSource::Raw, ColorProfile::Neutral},
       {4.6, FrameFit::Fit, DevelopSource::Raw, ColorProfile::Monochrome},
@@ -470,14 +441,11 @@ TEST(EditStack, HasGeometryChecksEachGeometricField) {
       {"real crop", K::Crop, Rect{0, 0, 1, 0.9}, true},
       {"zero straighten", K::Straighten, 0.0, false},
       {"straighten", K::Straighten, 2.0, true},
-      {"rotation", K::Rotation, 1.0, true},
-      {"perspective", K::PerspectiveHorizontal, -0.1, true},
       {"lens", K::LensDistortion, 0.1, true},
       {"flip false", K::FlipHorizontal, false, false},
       {"flip", K::FlipVertical, true, true},
       {"frame", K::FrameAspect, 1.5, true},
       {"frame colour alone", K::FrameColor, std::string("#FFFFFF"), false},
-      {"exposure", K::Exposure, 1.0, false},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -542,16 +510,12 @@ TEST(FrameColorRGBA, ParsesHexForms) {
       {"ABC", FrameColorRGBA{0xAA / 255.0, 0xBB / 255.0, 0xCC / 255.0, 1}},
       {" \n#FFFFFF80\t ", FrameColorRGBA{1, 1, 1, 128 / 255.0}},
       {"\u00A0#fff\u2028", FrameColorRGBA::white},
-      {"#000000", FrameColorRGBA::black},
-      {"#ff8000", FrameColorRGBA{1, 128 / 255.0, 0, 1}},
       {"+f0000", FrameColorRGBA{15 / 255.0, 0, 0, 1}},
       {"#abcd", std::nullopt},
       {"#12345", std::nullopt},
       {"", std::nullopt},
-      {"#", std::nullopt},
       {"##abc", std::nullopt},
       {"#ggg", std::nullopt},
-      {"#12345g", std::nullopt},
       {"#1 2 3 ", std::nullopt},
       {"#f-0000", std::nullopt},
   };
@@ -564,7 +528,6 @@ TEST(FrameColorRGBA, ParsesHexForms) {
 TEST(FrameColorRGBA, FormatsUpperCaseWithAlphaOnlyBelowOne) {
   EXPECT_EQ(FrameColorRGBA::white.hex(), "#FFFFFF");
   EXPECT_EQ((FrameColorRGBA{0, 0, 0, 0.5}).hex(), "#00000080");
-  EXPECT_EQ((FrameColorRGBA{0.2, 0.4, 1.5, 1}).hex(), "#3366FF");
   EXPECT_EQ((FrameColorRGBA{-1, 0.5, 0.999, 2}).hex(), "#0080FF");
   for (const char* hex : {"#12AB9F", "#00000000", "#FEDCBA98"}) {
     EXPECT_EQ(FrameColorRGBA::fromHex(hex)->hex(), hex);
@@ -579,12 +542,11 @@ TEST(AdjustmentDataCodec, CanHandleMajorVersionsUpToOne) {
     const char* version;
     bool expected;
   } cases[] = {
-      {"com.velko.app.editstack", "1.1", true},  {"com.velko.app.editstack", "1.0", true},
-      {"com.velko.app.editstack", "0.9", true},  {"com.velko.app.editstack", "1", true},
-      {"com.velko.app.editstack", ".1.5", true}, {"com.velko.app.editstack", "2.0", false},
-      {"com.velko.app.editstack", "10", false},  {"com.velko.app.editstack", "", false},
-      {"com.velko.app.editstack", "x.1", false}, {"com.velko.app.editstack", "1a", false},
-      {"com.velko.app.EditStack", "1.1", false}, {"com.other", "1.1", false},
+      {"com.velko.app.editstack", "1.1", true},  {"com.velko.app.editstack", "0.9", true},
+      {"com.velko.app.editstack", "1", true},    {"com.velko.app.editstack", ".1.5", true},
+      {"com.velko.app.editstack", "2.0", false}, {"com.velko.app.editstack", "10", false},
+      {"com.velko.app.editstack", "", false},    {"com.velko.app.editstack", "1a", false},
+      {"com.velko.app.EditStack", "1.1", false},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(std::string(c.id) + " " + c.version);
@@ -597,7 +559,6 @@ TEST(AdjustmentDataCodec, BytesRoundTripAndGarbageGivesNone) {
   EXPECT_EQ(AdjustmentDataCodec::encode(goldenStack()), compact(goldenStack()));
   EXPECT_FALSE(AdjustmentDataCodec::decode("not json").has_value());
   EXPECT_FALSE(AdjustmentDataCodec::decode(R"({"version":"x"})").has_value());
-  EXPECT_EQ(AdjustmentDataCodec::decode("{}"), EditStack{});
 }
 
 TEST(HistoryStep, GoldenLiteral) {
