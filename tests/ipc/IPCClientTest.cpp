@@ -65,7 +65,6 @@ TEST(IPCClient, ReplyFramingEdgeCases) {
       {"lines after the first ignored",
        PeerStep::raw(
            {"{\"id\":1,\"result\":{\"n\":7}}\n{\"id\":1,\"result\":{\"n\":8}}\n", "junk"})},
-      {"newline in a later read", PeerStep::raw({R"({"id":1,"result":{"n":7}})", "\n"})},
   };
   for (Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -76,22 +75,18 @@ TEST(IPCClient, ReplyFramingEdgeCases) {
   }
 }
 
-TEST(IPCClient, MissingSocketMeansTheAppIsNotRunning) {
+TEST(IPCClient, MissingSocketMeansNotRunningOrStaleTools) {
   TempDir home;
-  ClientError e = clientErrorOf([&] { clientInHome(home).call(IPCMethod::Ping, std::nullopt); });
   const std::string path = home.path() + "/.velko/ipc.sock";
+  ClientError e = clientErrorOf([&] { clientInHome(home).call(IPCMethod::Ping, std::nullopt); });
   EXPECT_EQ(e.kind(), ClientError::Kind::AppNotRunning);
   EXPECT_EQ(e.socketPath(), path);
   EXPECT_EQ(std::string(e.what()),
             "velko is not running (no socket at " + path + "). Launch the app and try again.");
-}
 
-TEST(IPCClient, LegacySocketMeansTheToolsAreStale) {
-  TempDir home;
   home.touch("Library/Containers/com.velko.app/Data/ipc.sock");
-  ClientError e = clientErrorOf([&] { clientInHome(home).call(IPCMethod::Ping, std::nullopt); });
+  e = clientErrorOf([&] { clientInHome(home).call(IPCMethod::Ping, std::nullopt); });
   // The text names the ~/.velko socket that was missing, not the legacy one that was found.
-  const std::string path = home.path() + "/.velko/ipc.sock";
   EXPECT_EQ(e.kind(), ClientError::Kind::StaleTooling);
   EXPECT_EQ(std::string(e.what()),
             "These velko command-line tools are out of date. They look for " + path +
@@ -124,19 +119,11 @@ TEST(IPCClient, OverlongPathFailsWithoutConnecting) {
   EXPECT_STREQ(e.what(), "could not connect to velko (errno 22)");
 }
 
-TEST(IPCClient, AnyFileNobodyListensOnIsRefused) {
-  // A leftover regular file passes the existence test; connect then reports ECONNREFUSED.
-  TempDir dir;
-  const std::string path = dir.touch("ipc.sock");
-  ClientError e = clientErrorOf([&] { IPCClient(path).call(IPCMethod::Ping, std::nullopt); });
-  EXPECT_EQ(e.kind(), ClientError::Kind::AppNotServing);
-  EXPECT_EQ(e.socketPath(), path);
-}
-
-TEST(IPCClient, PeerThatClosesEarlyEndsAsConnectionClosed) {
+TEST(IPCClient, PeerThatGoesAwayEndsAsConnectionClosed) {
   TestPeer peer;
   peer.push(PeerStep::closeWithoutReply());
   peer.push(PeerStep::raw({R"({"id":1,"result":)"})); // closes mid-line
+  peer.push(PeerStep::closeUnread());
   IPCClient client(peer.socketPath());
   for (int i = 0; i < 2; ++i) {
     ClientError e = clientErrorOf([&] { client.call(IPCMethod::Ping, std::nullopt); });
@@ -144,16 +131,10 @@ TEST(IPCClient, PeerThatClosesEarlyEndsAsConnectionClosed) {
     EXPECT_STREQ(e.what(), "velko closed the connection mid-request");
   }
   EXPECT_EQ(peer.requests().size(), 2u);
-}
-
-TEST(IPCClient, WritingToAVanishedPeerIsConnectionClosedNotSigpipe) {
-  TestPeer peer;
-  peer.push(PeerStep::closeUnread());
-  // Far more than a socket buffer holds, so the write meets the closed connection.
+  // Far more than a socket buffer holds, so the write meets the closed connection: no SIGPIPE.
   json::Value params = json::Object{{"paths", std::string(4u << 20, 'p')}};
-  ClientError e =
-      clientErrorOf([&] { IPCClient(peer.socketPath()).call(IPCMethod::ImportAssets, params); });
-  EXPECT_EQ(e.kind(), ClientError::Kind::ConnectionClosed);
+  EXPECT_EQ(clientErrorOf([&] { client.call(IPCMethod::ImportAssets, params); }).kind(),
+            ClientError::Kind::ConnectionClosed);
 }
 
 TEST(IPCClient, ErrorRepliesBecomeRpcErrors) {
@@ -198,21 +179,6 @@ TEST(IPCClient, LowerLayerErrorsPassUpUnchanged) {
   }
   EXPECT_THROW(client.call(IPCMethod::Ping, std::nullopt), json::DecodeError);
   EXPECT_THROW(client.pingCheckingVersion(), json::DecodeError);
-}
-
-TEST(IPCClient, HungAppBlocksUntilItCloses) {
-  TestPeer peer;
-  peer.push(PeerStep::hang());
-  std::thread stopper([&] {
-    while (peer.requests().empty()) {
-      std::this_thread::yield();
-    }
-    peer.stop();
-  });
-  ClientError e =
-      clientErrorOf([&] { IPCClient(peer.socketPath()).call(IPCMethod::Ping, std::nullopt); });
-  stopper.join();
-  EXPECT_EQ(e.kind(), ClientError::Kind::ConnectionClosed);
 }
 
 } // namespace

@@ -1,6 +1,6 @@
 #include "protocol/EditingRecords.h"
 
-#include "json/Writer.h"
+#include "Golden.h"
 
 #include <gtest/gtest.h>
 
@@ -8,16 +8,10 @@ namespace velko::protocol {
 namespace {
 
 using core::AdjustmentKind;
+using testing::decodeError;
+using testing::expectGolden;
 
 const core::Uuid kMaskId = *core::Uuid::parse("E621E1F8-C36C-495A-93FC-0C247A3E6E5F");
-
-// Decodes `text` into T and compares with `expected`, then encodes `expected` and compares with
-// `text` character for character, so a mistyped key or a wrong key order shows up.
-template <class T> void expectGolden(const char* name, const std::string& text, const T& expected) {
-  SCOPED_TRACE(name);
-  EXPECT_EQ(json::decodeAs<T>(json::parse(text)), expected);
-  EXPECT_EQ(json::toCompact(json::encode(expected)), text);
-}
 
 core::EditStack sampleStack() {
   core::EditStack s;
@@ -34,19 +28,14 @@ constexpr const char* kSampleStack =
     R"("lastModifiedAt":"2024-05-01T10:00:00Z"}},"version":3})";
 
 TEST(EditingRecords, GetAndReset) {
-  expectGolden("get params", R"({"id":"A"})", EditGetParams{"A"});
   expectGolden("reset params", R"({"id":"A"})", EditResetParams{"A"});
   expectGolden("get result", std::string(R"({"stack":)") + kSampleStack + R"(,"version":3})",
                EditGetResult{sampleStack(), 3});
-  EXPECT_THROW(json::decodeAs<EditGetResult>(json::parse(R"({"stack":{}})")), json::DecodeError);
 }
 
-TEST(EditingRecords, SetParamsWithOnlyIdAndOpsHasExactlyThoseKeys) {
+TEST(EditingRecords, SetParams) {
   expectGolden("minimal", R"({"id":"A","ops":[]})", EditSetParams{"A", {}});
-  EXPECT_THROW(json::decodeAs<EditSetParams>(json::parse(R"({"id":"A"})")), json::DecodeError);
-}
-
-TEST(EditingRecords, SetParamsCarryEveryFieldInOrder) {
+  EXPECT_EQ(decodeError<EditSetParams>(R"({"id":"A"})"), "ops: missing required key");
   EditSetParams p{"A", {}};
   core::EditPatchOp exposure;
   exposure.kind = AdjustmentKind::Exposure;
@@ -82,19 +71,12 @@ TEST(EditingRecords, SetParamsCarryEveryFieldInOrder) {
       p);
 
   // An unknown kind inside an op names its path.
-  try {
-    json::decodeAs<EditSetParams>(
-        json::parse(R"({"id":"A","ops":[{"kind":"exposure","scalar":1},{"kind":"glow"}]})"),
-        json::Path("params"));
-    FAIL() << "decoded an unknown kind";
-  } catch (const json::DecodeError& e) {
-    EXPECT_STREQ(e.what(), "params.ops[1].kind: unknown kind \"glow\"");
-  }
+  EXPECT_EQ(decodeError<EditSetParams>(
+                R"({"id":"A","ops":[{"kind":"exposure","scalar":1},{"kind":"glow"}]})", "params"),
+            "params.ops[1].kind: unknown kind \"glow\"");
 }
 
 TEST(EditingRecords, SetResultWithAndWithoutPreview) {
-  expectGolden("no preview", std::string(R"({"newVersion":4,"stack":)") + kSampleStack + "}",
-               EditSetResult{4, sampleStack(), std::nullopt});
   expectGolden("preview",
                std::string(R"({"newVersion":4,"stack":)") + kSampleStack +
                    R"(,"preview":{"pngBase64":"iVBO","width":2,"height":1,)"

@@ -1,15 +1,14 @@
 #include "protocol/IPCEndpoint.h"
 
 #include "json/Writer.h"
+
 #include <gtest/gtest.h>
 
 namespace velko::protocol {
 namespace {
 
 TEST(IPCEndpoint, PathsHangOffTheSupportDirectory) {
-  EXPECT_EQ(IPCEndpoint::supportDir("/Users/u"), "/Users/u/.velko");
   EXPECT_EQ(IPCEndpoint::clientSocketPath("/Users/u"), "/Users/u/.velko/ipc.sock");
-  EXPECT_EQ(IPCEndpoint::serverSocketPath("/Users/u"), "/Users/u/.velko/ipc.sock");
   EXPECT_EQ(IPCEndpoint::assistantSocketPath("/Users/u"), "/Users/u/.velko/assistant.sock");
   EXPECT_EQ(IPCEndpoint::exchangeDir("/Users/u"), "/Users/u/.velko/exchange");
   EXPECT_EQ(IPCEndpoint::legacySocketPath("/Users/u"),
@@ -26,7 +25,6 @@ TEST(IPCEndpoint, HomePrefersThePasswordEntry) {
     const char* expected;
   } cases[] = {
       {"entry wins", "/Users/u", "/container/home", "/Users/u"},
-      {"no entry", nullptr, "/container/home", "/container/home"},
       {"empty entry", "", "/env", "/env"},
       {"nothing at all", nullptr, nullptr, ""},
   };
