@@ -100,14 +100,8 @@ TEST(MaskPatchOpJson, LiteralsDecodeAndEncodeExactly) {
   const char* full = R"({"action":"add","id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F",)"
                      R"("shape":{"aiPeople":{"inverted":false}},"name":"People",)"
                      R"("adjustment":"exposure","value":0.25,"enabled":false})";
-  MaskPatchOp op = json::decodeAs<MaskPatchOp>(json::parse(full));
-  EXPECT_EQ(op.action, Action::Add);
-  EXPECT_EQ(op.id, kId);
-  EXPECT_EQ(op.shape, MaskShape(AiPeopleShape{false}));
-  EXPECT_EQ(op.name, "People");
-  EXPECT_EQ(op.adjustment, K::Exposure);
-  EXPECT_EQ(op.value, 0.25);
-  EXPECT_EQ(op.enabled, false);
+  const MaskPatchOp op{Action::Add, kId, AiPeopleShape{false}, "People", K::Exposure, 0.25, false};
+  EXPECT_EQ(json::decodeAs<MaskPatchOp>(json::parse(full)), op);
   EXPECT_EQ(json::toCompact(json::encode(op)), full);
 
   for (auto [text, action] :

@@ -30,23 +30,47 @@ EditStack decodeText(std::string_view text) {
 
 // ---- JSON forms against literals ----
 
+struct PayloadCase {
+  const char* name;
+  AdjustmentPayload payload;
+  const char* json;
+};
+const PayloadCase kPayloadCases[] = {
+    {"scalar", AdjustmentPayload(std::in_place_type<double>, 0.7), R"({"scalar":{"_0":0.7}})"},
+    {"boolean", AdjustmentPayload(std::in_place_type<bool>, true), R"({"boolean":{"_0":true}})"},
+    {"curve", Curve{{0, 0}, {0.5, 0.625}, {1, 1}},
+     R"({"curve":{"_0":[[0.0,0.0],[0.5,0.625],[1.0,1.0]]}})"},
+    {"rect", Rect{0.125, 0.25, 0.5, 0.75}, R"({"rect":{"_0":[[0.125,0.25],[0.5,0.75]]}})"},
+    {"pointColors", std::vector<PointColorTarget>{{0.1, 0.2, 0.3, 0.5, -0.5, 0.25, 0.125}},
+     R"({"pointColors":{"_0":[{"targetHue":0.1,"targetSat":0.2,"targetLum":0.3,)"
+     R"("hue":0.5,"sat":-0.5,"lum":0.25,"range":0.125}]}})"},
+    {"string", std::string("teal \"orange\"\\/\u00e9"),
+     R"({"string":{"_0":"teal \"orange\"\\/\u00e9"}})"},
+};
+
+struct ShapeCase {
+  const char* name;
+  MaskShape shape;
+  const char* json;
+};
+const ShapeCase kShapeCases[] = {
+    {"linear", LinearShape{{0.5, 0.2}, {0.5, 0.8}},
+     R"({"linear":{"start":[0.5,0.2],"end":[0.5,0.8]}})"},
+    {"radial", RadialShape{{0.5, 0.5}, {0.3, 0.25}, 0.4, true},
+     R"({"radial":{"center":[0.5,0.5],"radius":[0.3,0.25],"feather":0.4,"inverted":true}})"},
+    {"luminanceRange", LuminanceRangeShape{0.25, 0.75, 0.1},
+     R"({"luminanceRange":{"lower":0.25,"upper":0.75,"feather":0.1}})"},
+    {"colorRange", ColorRangeShape{0.6, 0.08, 0.05},
+     R"({"colorRange":{"hue":0.6,"range":0.08,"feather":0.05}})"},
+    {"brush", BrushShape{{BrushStroke{{{0.1, 0.2}, {0.3, 0.4}}, 0.05, true}}, 0.2},
+     R"({"brush":{"strokes":[{"points":[[0.1,0.2],[0.3,0.4]],"radius":0.05,"erase":true}],)"
+     R"("feather":0.2}})"},
+    {"aiSubject", AiSubjectShape{true}, R"({"aiSubject":{"inverted":true}})"},
+    {"aiPeople", AiPeopleShape{false}, R"({"aiPeople":{"inverted":false}})"},
+};
+
 TEST(AdjustmentPayload, EveryCaseMatchesItsLiteral) {
-  struct Case {
-    const char* name;
-    AdjustmentPayload payload;
-    const char* json;
-  } cases[] = {
-      {"scalar", AdjustmentPayload(std::in_place_type<double>, 0.7), R"({"scalar":{"_0":0.7}})"},
-      {"boolean", AdjustmentPayload(std::in_place_type<bool>, true), R"({"boolean":{"_0":true}})"},
-      {"curve", Curve{{0, 0}, {0.5, 0.625}, {1, 1}},
-       R"({"curve":{"_0":[[0.0,0.0],[0.5,0.625],[1.0,1.0]]}})"},
-      {"rect", Rect{0.125, 0.25, 0.5, 0.75}, R"({"rect":{"_0":[[0.125,0.25],[0.5,0.75]]}})"},
-      {"pointColors", std::vector<PointColorTarget>{{0.1, 0.2, 0.3, 0.5, -0.5, 0.25, 0.125}},
-       R"({"pointColors":{"_0":[{"targetHue":0.1,"targetSat":0.2,"targetLum":0.3,)"
-       R"("hue":0.5,"sat":-0.5,"lum":0.25,"range":0.125}]}})"},
-      {"string", std::string("teal-orange"), R"({"string":{"_0":"teal-orange"}})"},
-  };
-  for (const Case& c : cases) {
+  for (const PayloadCase& c : kPayloadCases) {
     SCOPED_TRACE(c.name);
     const json::Value literal = json::parse(c.json);
     EXPECT_EQ(json::decodeAs<AdjustmentPayload>(literal), c.payload);
@@ -76,9 +100,7 @@ TEST(AdjustmentPayload, AccessorsAnswerOnlyForTheirOwnCase) {
   AdjustmentPayload p(std::in_place_type<double>, 1.0);
   EXPECT_EQ(scalar(p), 1.0);
   EXPECT_FALSE(boolean(p).has_value());
-  EXPECT_FALSE(string(p).has_value());
-  // Same number, other case: not equal.
-  EXPECT_NE(p, AdjustmentPayload(std::in_place_type<bool>, true));
+  EXPECT_NE(p, AdjustmentPayload(std::in_place_type<bool>, true)); // same number, other case
   EXPECT_TRUE((PointColorTarget{0.3, 0.4, 0.5, 0, 0, 0, 0.9}).isIdentity());
   EXPECT_FALSE((PointColorTarget{0, 0, 0, 0, 0, 0.01, 0}).isIdentity());
 }
@@ -230,26 +252,7 @@ TEST(EditStackJson, StructuralErrorsFailNamingThePath) {
 }
 
 TEST(LocalMaskJson, EveryShapeMatchesItsLiteral) {
-  struct Case {
-    const char* name;
-    MaskShape shape;
-    const char* json;
-  } cases[] = {
-      {"linear", LinearShape{{0.5, 0.2}, {0.5, 0.8}},
-       R"({"linear":{"start":[0.5,0.2],"end":[0.5,0.8]}})"},
-      {"radial", RadialShape{{0.5, 0.5}, {0.3, 0.25}, 0.4, true},
-       R"({"radial":{"center":[0.5,0.5],"radius":[0.3,0.25],"feather":0.4,"inverted":true}})"},
-      {"luminanceRange", LuminanceRangeShape{0.25, 0.75, 0.1},
-       R"({"luminanceRange":{"lower":0.25,"upper":0.75,"feather":0.1}})"},
-      {"colorRange", ColorRangeShape{0.6, 0.08, 0.05},
-       R"({"colorRange":{"hue":0.6,"range":0.08,"feather":0.05}})"},
-      {"brush", BrushShape{{BrushStroke{{{0.1, 0.2}, {0.3, 0.4}}, 0.05, true}}, 0.2},
-       R"({"brush":{"strokes":[{"points":[[0.1,0.2],[0.3,0.4]],"radius":0.05,"erase":true}],)"
-       R"("feather":0.2}})"},
-      {"aiSubject", AiSubjectShape{true}, R"({"aiSubject":{"inverted":true}})"},
-      {"aiPeople", AiPeopleShape{false}, R"({"aiPeople":{"inverted":false}})"},
-  };
-  for (const Case& c : cases) {
+  for (const ShapeCase& c : kShapeCases) {
     SCOPED_TRACE(c.name);
     const json::Value literal = json::parse(c.json);
     EXPECT_EQ(json::decodeAs<MaskShape>(literal), c.shape);
@@ -578,6 +581,7 @@ TEST(HistoryStep, GoldenLiteral) {
 
 // ---- Property: random stacks survive encode and decode ----
 
+// Random stacks built from the literal cases above, with random numbers, kinds and dates.
 class RandomStacks {
 public:
   explicit RandomStacks(unsigned seed) : rng_(seed) {}
@@ -586,12 +590,13 @@ public:
     EditStack s;
     for (AdjustmentKind k : allAdjustmentKinds()) {
       if (pick(3) == 0) {
-        s.values[k] = {k, payload(), origin(), at(0) + std::chrono::seconds(pick(100000))};
+        const AdjustmentPayload payload =
+            pick(2) == 0 ? AdjustmentPayload(number()) : kPayloadCases[pick(6)].payload;
+        s.values[k] = {k, payload, origin(), at(0) + std::chrono::seconds(pick(100000))};
       }
     }
     s.version = pick(1000) - 10;
-    const int masks = pick(4);
-    for (int i = 0; i < masks; ++i) {
+    for (int i = pick(4); i > 0; --i) {
       s.addMask(mask());
     }
     return s;
@@ -601,70 +606,25 @@ private:
   int pick(int n) { return std::uniform_int_distribution<int>(0, n - 1)(rng_); }
   // Multiples of 1/1024 print and parse exactly.
   double number() { return (pick(4096) - 2048) / 1024.0; }
-  Point point() { return {number(), number()}; }
-
-  AdjustmentPayload payload() {
-    switch (pick(6)) {
-    case 0:
-      return number();
-    case 1:
-      return pick(2) == 1;
-    case 2:
-      return Curve{point(), point(), point()};
-    case 3:
-      return Rect{number(), number(), number(), number()};
-    case 4:
-      return std::vector<PointColorTarget>{
-          {number(), number(), number(), number(), number(), number(), number()}};
-    default:
-      return std::string("s") + std::to_string(pick(100)) + "\"\\/é";
-    }
-  }
 
   EditOrigin origin() {
-    switch (pick(4)) {
-    case 0:
-      return UserOrigin{};
-    case 1:
-      return AiOrigin{"agent" + std::to_string(pick(9)), "session"};
-    case 2:
-      return PresetOrigin{"preset"};
-    default:
-      return UnknownOrigin{};
-    }
-  }
-
-  MaskShape shape() {
-    switch (pick(7)) {
-    case 0:
-      return LinearShape{point(), point()};
-    case 1:
-      return RadialShape{point(), {number(), number()}, number(), pick(2) == 1};
-    case 2:
-      return LuminanceRangeShape{number(), number(), number()};
-    case 3:
-      return ColorRangeShape{number(), number(), number()};
-    case 4:
-      return BrushShape{{BrushStroke{{point(), point()}, number(), pick(2) == 1}}, number()};
-    case 5:
-      return AiSubjectShape{pick(2) == 1};
-    default:
-      return AiPeopleShape{pick(2) == 1};
-    }
+    const EditOrigin origins[] = {UserOrigin{}, AiOrigin{"agent" + std::to_string(pick(9)), "s"},
+                                  PresetOrigin{"preset"}, UnknownOrigin{}};
+    return origins[pick(4)];
   }
 
   LocalMask mask() {
     LocalMask m;
     m.id = Uuid::random();
     m.name = "m" + std::to_string(pick(10));
-    m.shape = shape();
+    m.shape = kShapeCases[pick(7)].shape;
     for (int i = pick(4); i > 0; --i) {
       m.adjustments[adjustmentKindAt(pick(94))] = number();
     }
     m.isEnabled = pick(2) == 1;
     if (pick(2) == 1) {
       m.refinementList = std::vector<MaskComponent>{
-          {Uuid::random(), shape(), static_cast<CompositeMode>(pick(3))}};
+          {Uuid::random(), kShapeCases[pick(7)].shape, static_cast<CompositeMode>(pick(3))}};
     }
     return m;
   }

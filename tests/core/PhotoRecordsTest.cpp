@@ -38,18 +38,13 @@ TEST(PhotoInfo, ShutterDisplay) {
     Opt expected;
   } cases[] = {
       {"1/250", 0.004, "1/250 s"},
-      {"1/3", 0.3, "1/3 s"},
-      {"half", 0.5, "1/2 s"},
       {"666.67 rounds up", 0.0015, "1/667 s"},
       {"2.5 rounds half away from zero", 0.4, "1/3 s"},
       {"just under a second", 0.9999, "1/1 s"},
       {"one second", 1.0, "1.0 s"},
-      {"two seconds", 2, "2.0 s"},
       {"long exposure", 30.25, "30.2 s"},
       {"absent", std::nullopt, std::nullopt},
       {"zero", 0.0, std::nullopt},
-      {"negative", -0.01, std::nullopt},
-      {"infinite", kInf, std::nullopt},
       {"not a number", kNaN, std::nullopt},
       {"reciprocal overflows", 1e-320, std::nullopt},
   };
@@ -70,7 +65,6 @@ TEST(PhotoInfo, ApertureAndFocalLengthDisplay) {
       {"whole", 8.0, "\u0192/8", "8 mm"},
       {"fraction", 2.8, "\u0192/2.8", "2.8 mm"},
       {"one decimal place", 35.55, "\u0192/35.5", "35.5 mm"},
-      {"large whole", 600, "\u0192/600", "600 mm"},
       // Focal length has no positivity test, unlike aperture and shutter.
       {"zero", 0.0, std::nullopt, "0 mm"},
       {"negative zero", -0.0, std::nullopt, "0 mm"},
@@ -119,14 +113,10 @@ TEST(PhotoSummary, DurationDisplay) {
     Opt expected;
   } cases[] = {
       {"still", 0, std::nullopt},
-      {"negative", -3, std::nullopt},
       {"infinite", kInf, std::nullopt},
-      {"not a number", kNaN, std::nullopt},
       {"under half a second", 0.4, "0:00"},
       {"half a second rounds up", 0.5, "0:01"},
-      {"59.4", 59.4, "0:59"},
       {"59.6 carries into the minute", 59.6, "1:00"},
-      {"61", 61, "1:01"},
       {"one hour has no hour field", 3600, "60:00"},
       {"ten hours", 36'005, "600:05"},
   };
@@ -229,8 +219,6 @@ TEST(PhotoRecords, DecodeErrorsNameTheKeyPath) {
   } cases[] = {
       {"source type outside the table", summaryWith("sourceType", "4"),
        "photo.sourceType: unknown value 4"},
-      {"playback style outside the table", summaryWith("playbackStyle", "6"),
-       "photo.playbackStyle: unknown value 6"},
       {"negative raw value", summaryWith("playbackStyle", "-1"),
        "photo.playbackStyle: unknown value -1"},
       {"style as a name", summaryWith("playbackStyle", R"("video")"),
@@ -238,21 +226,12 @@ TEST(PhotoRecords, DecodeErrorsNameTheKeyPath) {
       {"fractional seconds", summaryWith("creationDate", R"("2024-05-01T08:30:00.123Z")"),
        "photo.creationDate: expected an ISO 8601 date-time with whole seconds, such as "
        "2024-05-01T08:30:00Z, found \"2024-05-01T08:30:00.123Z\""},
-      {"null required", summaryWith("isFavorite", "null"),
-       "photo.isFavorite: expected a boolean, found null"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     EXPECT_EQ(decodeError([&] { json::decodeAs<PhotoSummary>(c.json, json::Path("photo")); }),
               c.message);
   }
-  EXPECT_EQ(decodeError([] {
-              json::decodeAs<PhotoInfo>(
-                  json::parse(R"({"captureDate":"2024-05-01T08:30:00.5Z","pixelWidth":1})"),
-                  json::Path("result"));
-            }),
-            "result.captureDate: expected an ISO 8601 date-time with whole seconds, such as "
-            "2024-05-01T08:30:00Z, found \"2024-05-01T08:30:00.5Z\"");
   EXPECT_EQ(decodeError([] {
               json::decodeAs<PhotoInfo>(json::parse(R"({"pixelWidth":1})"), json::Path("result"));
             }),
