@@ -23,109 +23,35 @@ std::vector<Tool> deliveryTable() {
   return table;
 }
 
-const json::Value kIdsProperty = json::parse(R"({"type": "array", "items": {"type": "string"},
-    "description": "Photo localIdentifiers (from velko_list / velko_selection)."})");
-
 TEST(DeliveryTools, AppendsFourRowsInListingOrder) {
   EXPECT_EQ(testing::toolNames(deliveryTable()),
             (std::vector<std::string_view>{"velko_export", "velko_video_commit", "velko_make_movie",
                                            "velko_movie_list"}));
 }
 
-TEST(DeliveryTools, SchemasFollowTheConventions) {
-  for (const Tool& tool : deliveryTable()) {
-    testing::expectSchemaFollowsConventions(tool);
-  }
-}
-
-TEST(DeliveryTools, RequiredLists) {
-  struct Case {
-    std::string_view tool;
-    std::vector<std::string> required;
-  };
-  const Case cases[] = {
-      {"velko_export", {"ids", "directory"}},
-      {"velko_video_commit", {"id"}},
-      {"velko_make_movie", {"ids"}},
-      {"velko_movie_list", {}},
-  };
-  std::vector<Tool> table = deliveryTable();
-  for (const Case& c : cases) {
-    SCOPED_TRACE(std::string(c.tool));
-    const Tool& tool = findTool(table, c.tool);
-    EXPECT_EQ(requiredNames(tool), c.required);
-    EXPECT_EQ(tool.inputSchema.as_object().contains("required"), !c.required.empty());
-  }
-}
-
-TEST(DeliveryTools, ExportSchemaProperties) {
+TEST(DeliveryTools, ExportSchemaAndDescription) {
   std::vector<Tool> table = deliveryTable();
   const Tool& exportTool = findTool(table, "velko_export");
   EXPECT_EQ(propertyNames(exportTool),
             (std::vector<std::string>{"ids", "directory", "format", "longEdge", "quality",
                                       "colorSpace", "filenamePrefix"}));
+  EXPECT_EQ(requiredNames(exportTool), (std::vector<std::string>{"ids", "directory"}));
   const json::Value& p = exportTool.inputSchema.at("properties");
-  EXPECT_EQ(p.at("ids"), kIdsProperty);
-  EXPECT_EQ(p.at("directory").at("description"),
-            "Destination folder (created if needed; ~ is expanded).");
-  // The enumerated and prefix properties carry no description of their own.
+  EXPECT_EQ(p.at("ids"), json::parse(R"({"type": "array", "items": {"type": "string"},
+      "description": "Photo localIdentifiers (from velko_list / velko_selection)."})"));
+  // The enumerated properties carry no description of their own.
   EXPECT_EQ(p.at("format"), json::parse(R"({"type": "string",
                                             "enum": ["jpeg", "heic", "png", "tiff16"]})"));
-  EXPECT_EQ(p.at("colorSpace"),
-            json::parse(R"({"type": "string", "enum": ["sRGB", "displayP3"]})"));
-  EXPECT_EQ(p.at("filenamePrefix"), json::parse(R"({"type": "string"})"));
-  EXPECT_EQ(p.at("longEdge"), json::parse(R"({"type": "integer",
-      "description": "Long-edge pixels; omit for full resolution."})"));
   EXPECT_EQ(p.at("quality"), json::parse(R"({"type": "number",
       "description": "0\u20131 for JPEG/HEIC (default 0.9)."})"));
-}
 
-TEST(DeliveryTools, OtherSchemaProperties) {
-  std::vector<Tool> table = deliveryTable();
-  const json::Value& video = findTool(table, "velko_video_commit").inputSchema.at("properties");
-  EXPECT_EQ(video, json::parse(R"({"id": {"type": "string"},
-      "startSeconds": {"type": "number", "description": "Trim start (omit to keep from the beginning)."},
-      "endSeconds": {"type": "number", "description": "Trim end (omit to keep to the end)."}})"));
-  const json::Value& movie = findTool(table, "velko_make_movie").inputSchema.at("properties");
-  EXPECT_EQ(movie.at("ids"), kIdsProperty);
-  EXPECT_EQ(movie.at("name").at("description"), "Movie name, e.g. 'Summer Reel'.");
-  EXPECT_EQ(findTool(table, "velko_movie_list").inputSchema,
-            json::parse(R"({"type": "object", "properties": {}})"));
-}
-
-TEST(DeliveryTools, DescriptionsKeepTheirExactCharacters) {
-  struct Case {
-    std::string_view tool;
-    std::string_view start;
-    std::string_view inside;
-    std::string_view end;
-  };
-  const Case cases[] = {
-      {"velko_export", "Export photos (WITH their edits) to real files on disk \u2014 the endpoint",
-       "the endpoint for \"cull, edit, then hand off the keepers\". Give {ids, directory};",
-       "so it works despite the app sandbox."},
-      {"velko_export", "Export", "quality (0\u20131, lossy formats), colorSpace (sRGB | displayP3)",
-       "sandbox."},
-      {"velko_export", "Export", "(files become prefix-1.jpg, prefix-2.jpg, \u2026; otherwise",
-       "sandbox."},
-      {"velko_video_commit", "Render a VIDEO with its edits and (optionally) trim it",
-       "DESTRUCTIVE \u2014 only when the user explicitly asks;",
-       "Non-destructive edits stay live in velko until then."},
-      {"velko_make_movie", "Assemble video clips into a movie project",
-       "Great for \"make a highlight reel from these clips\" \u2014 pair with velko_query "
-       "(videoOnly:true)",
-       "a movie references clips; it doesn't change Photos."},
-      {"velko_movie_list", "List the user's movie projects", "(id, name, clip count, duration)",
-       "duration)."},
-  };
-  std::vector<Tool> table = deliveryTable();
-  for (const Case& c : cases) {
-    SCOPED_TRACE(std::string(c.tool) + ": " + std::string(c.inside));
-    std::string_view text = findTool(table, c.tool).description;
-    EXPECT_TRUE(text.starts_with(c.start));
-    EXPECT_NE(text.find(c.inside), std::string_view::npos);
-    EXPECT_TRUE(text.ends_with(c.end));
-  }
+  std::string_view text = exportTool.description;
+  EXPECT_TRUE(text.starts_with(
+      "Export photos (WITH their edits) to real files on disk \u2014 the endpoint for \"cull, "
+      "edit, then hand off the keepers\". Give {ids, directory};"));
+  EXPECT_NE(text.find("(files become prefix-1.jpg, prefix-2.jpg, \u2026; otherwise"),
+            std::string_view::npos);
+  EXPECT_TRUE(text.ends_with("so it works despite the app sandbox."));
 }
 
 TEST(DeliveryTools, VideoCommitAndMoviesDecodeTheArgumentsIntoTheRecords) {

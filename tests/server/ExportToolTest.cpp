@@ -68,12 +68,9 @@ TEST_F(ExportTool, ArgumentErrorsSendAndCreateNothing) {
     const char* text;
   } cases[] = {
       {nullptr, "velko_export needs a non-empty ids array"},
-      {"[1]", "velko_export needs a non-empty ids array"},
-      {R"({"ids":"a","directory":"/x"})", "velko_export needs a non-empty ids array"},
       {R"({"ids":[7,null],"directory":"/x"})", "velko_export needs a non-empty ids array"},
       {R"({"ids":["a"]})", "velko_export needs a destination directory"},
       {R"({"ids":["a"],"directory":""})", "velko_export needs a destination directory"},
-      {R"({"ids":["a"],"directory":["/x"]})", "velko_export needs a destination directory"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.arguments ? c.arguments : "no arguments");

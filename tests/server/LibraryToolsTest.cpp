@@ -40,13 +40,8 @@ TEST(LibraryAndOrganisationTools, SendDecodedArgumentsAndShowTheReply) {
     const char* reply;
   } cases[] = {
       // Library and selection.
-      {"velko_list", nullptr, "library.list {}", R"({"photos":[]})"},
       {"velko_list", R"({"limit":5,"cursor":100,"extra":true})",
-       R"(library.list {"limit":5,"cursor":100})",
-       R"({"photos":[{"id":"p1","pixelWidth":4,"pixelHeight":3,"creationDate":"2026-07-12T00:00:00Z",)"
-       R"("isFavorite":false,"isHidden":false,"durationSeconds":0,"playbackStyle":1,"sourceType":1,)"
-       R"("representsBurst":false,"canEditContent":true,"canEditProperties":true,"canDelete":true,)"
-       R"("hasAdjustments":false}],"nextCursor":105})"},
+       R"(library.list {"limit":5,"cursor":100})", R"({"photos":[],"nextCursor":105})"},
       {"velko_selection", R"({"ignored":1})", "library.selection",
        R"({"ids":["a","b"],"primary":"a"})"},
       {"velko_get", R"({"id":"p1"})", R"(photo.get {"id":"p1"})",
@@ -72,8 +67,6 @@ TEST(LibraryAndOrganisationTools, SendDecodedArgumentsAndShowTheReply) {
       // A whole number written with a fraction or an exponent still fills an integer field.
       {"velko_rate", R"({"ids":["a"],"rating":4.0})", R"(photo.rate {"ids":["a"],"rating":4})",
        R"({"updated":1,"skipped":[]})"},
-      {"velko_list", R"({"limit":1e2,"cursor":-0.0})", R"(library.list {"limit":100,"cursor":0})",
-       R"({"photos":[]})"},
       {"velko_flag", R"({"ids":["a"],"flag":"maybe"})",
        R"(photo.flag {"ids":["a"],"flag":"maybe"})", R"({"updated":0,"skipped":["a"]})"},
       {"velko_label", R"({"ids":["a"],"color":"red"})",
@@ -122,11 +115,6 @@ TEST(LibraryAndOrganisationTools, SendDecodedArgumentsAndShowTheReply) {
        R"("subjects":[],"setting":"outdoor","palette":[]},"model":"m"})",
        R"({"annotation":{"caption":"A dog.","longDescription":"","keywords":["dog"],"subjects":[],)"
        R"("setting":"outdoor","palette":[]}})"},
-      {"velko_annotate_set", R"({"id":"a","annotation":{"caption":"Two.","peopleCount":2.0}})",
-       R"(annotate.set {"id":"a","annotation":{"caption":"Two.","longDescription":"","keywords":[],)"
-       R"("subjects":[],"peopleCount":2,"palette":[]}})",
-       R"({"annotation":{"caption":"Two.","longDescription":"","keywords":[],"subjects":[],)"
-       R"("peopleCount":2,"palette":[]}})"},
       {"velko_geotag", R"({"ids":["a"],"latitude":4.15})",
        R"(photo.geotag {"ids":["a"],"latitude":4.15})",
        R"({"updated":1,"skipped":[],"latitude":4.15})"},
@@ -148,27 +136,19 @@ TEST(LibraryAndOrganisationTools, ArgumentsThatDoNotDecodeSendNothing) {
     const char* error;
   } cases[] = {
       {"velko_get", "{}", "arguments.id: missing required key"},
-      {"velko_get", nullptr, "arguments.id: missing required key"},
       {"velko_exif", R"({"id":7})", "arguments.id: expected a string, found number"},
-      {"velko_show", R"({"title":"x"})", "arguments.ids: missing required key"},
       {"velko_list", R"({"limit":"5"})", "arguments.limit: expected an integer, found string"},
       {"velko_query", R"({"dateFrom":"yesterday"})", "arguments.dateFrom: "},
-      {"velko_rate", R"({"ids":["a"]})", "arguments.rating: missing required key"},
       {"velko_rate", R"({"ids":["a"],"rating":4.5})",
        "arguments.rating: expected an integer, found a number with a fraction or exponent"},
       {"velko_rate", R"({"ids":["a"],"rating":1e19})", "arguments.rating: integer out of range"},
       {"velko_rate", R"({"ids":["a", 2],"rating":1})",
        "arguments.ids[1]: expected a string, found number"},
-      {"velko_hide", R"({"ids":["a"],"hidden":"yes"})",
-       "arguments.hidden: expected a boolean, found string"},
-      {"velko_collection_create", R"({"ids":["a"]})", "arguments.name: missing required key"},
-      {"velko_album_add", R"({"name":"Trip"})", "arguments.ids: missing required key"},
       {"velko_annotate_set", R"({"id":"a"})", "arguments.annotation: missing required key"},
       {"velko_annotate_set", R"({"id":"a","annotation":{"keywords":["x"]}})",
        "arguments.annotation.caption: missing required key"},
       {"velko_annotate_set", R"({"id":"a","annotation":{"caption":"c","setting":"attic"}})",
        "arguments.annotation.setting: unknown value \"attic\""},
-      {"velko_geotag", "[]", "arguments: expected an object, found array"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(std::string(c.tool) + " " + (c.arguments ? c.arguments : "(none)"));

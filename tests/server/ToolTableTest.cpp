@@ -9,34 +9,20 @@
 namespace velko::server {
 namespace {
 
-TEST(ToolTable, EveryListedToolHasExactlyOneRow) {
-  const std::vector<Tool> rows = collectToolRows();
+TEST(ToolTable, EveryListedToolHasExactlyOneRowInListingOrder) {
   std::multiset<std::string_view> names;
-  for (const Tool& row : rows) {
+  for (const Tool& row : collectToolRows()) {
     names.insert(row.name);
   }
-  for (std::string_view name : kToolOrder) {
-    EXPECT_EQ(names.count(name), 1u) << name;
-  }
-  for (const Tool& row : rows) {
-    EXPECT_NE(std::find(kToolOrder.begin(), kToolOrder.end(), row.name), kToolOrder.end())
-        << "unlisted row " << row.name;
-  }
-  EXPECT_EQ(rows.size(), 50u);
-}
+  EXPECT_EQ(names, std::multiset<std::string_view>(kToolOrder.begin(), kToolOrder.end()));
 
-TEST(ToolTable, ListingOrder) {
-  const std::vector<Tool>& table = toolTable();
-  ASSERT_EQ(table.size(), 50u);
-  const std::vector<std::string_view> names = testing::toolNames(table);
-  EXPECT_TRUE(std::equal(names.begin(), names.end(), kToolOrder.begin()));
-  EXPECT_EQ(names.front(), "velko_ping");
-  EXPECT_EQ(names.back(), "velko_movie_list");
-  auto lutList = std::find(names.begin(), names.end(), "velko_lut_list");
-  ASSERT_NE(lutList, names.end());
+  const std::vector<std::string_view> ordered = testing::toolNames(toolTable());
+  ASSERT_EQ(ordered.size(), 50u);
+  EXPECT_TRUE(std::equal(ordered.begin(), ordered.end(), kToolOrder.begin()));
+  EXPECT_EQ(ordered.front(), "velko_ping");
+  auto lutList = std::find(ordered.begin(), ordered.end(), "velko_lut_list");
+  ASSERT_NE(lutList, ordered.end());
   EXPECT_EQ(*(lutList - 1), "velko_video_commit");
-  EXPECT_EQ(*(lutList + 1), "velko_lut");
-  EXPECT_EQ(std::set<std::string_view>(names.begin(), names.end()).size(), 50u);
 }
 
 TEST(ToolTable, EverySchemaFollowsTheConventions) {
