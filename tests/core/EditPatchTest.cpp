@@ -119,21 +119,7 @@ TEST(MaskPatchOpJson, LiteralsDecodeAndEncodeExactly) {
 
 // ---- Phases and atomicity ----
 
-TEST(EditPatch, VersionConflictChangesNothing) {
-  EditStack s = startingStack();
-  const std::string before = bytes(s);
-  try {
-    s.apply({scalarOp(K::Contrast, 0.3)}, {maskOp(Action::Remove, kId)}, kAgent, kNoon, 7);
-    FAIL() << "applied against a stale version";
-  } catch (const EditPatchError& e) {
-    EXPECT_EQ(e.kind(), EditPatchError::Kind::VersionMismatch);
-    EXPECT_EQ(e.expected(), 7);
-    EXPECT_EQ(e.actual(), 8);
-  }
-  EXPECT_EQ(bytes(s), before);
-}
-
-TEST(EditPatch, MalformedOperationsChangeNothing) {
+TEST(EditPatch, StaleVersionsAndMalformedOperationsChangeNothing) {
   const EditPatchOp noValue{.kind = K::Contrast};
   const EditPatchOp removeFalse{.kind = K::Contrast, .remove = false};
   const EditPatchOp twoValues{.kind = K::Contrast, .scalar = 1, .string = "x"};
@@ -144,7 +130,13 @@ TEST(EditPatch, MalformedOperationsChangeNothing) {
     std::vector<EditPatchOp> ops;
     std::vector<MaskPatchOp> maskOps;
     EditPatchError::Kind kind;
+    std::optional<std::int64_t> expected = std::nullopt;
   } cases[] = {
+      {"stale version",
+       {scalarOp(K::Contrast, 0.3)},
+       {maskOp(Action::Remove, kId)},
+       EditPatchError::Kind::VersionMismatch,
+       7},
       {"no value", {scalarOp(K::Exposure, 0.5), noValue}, {}, EditPatchError::Kind::MalformedOp},
       {"remove false alone",
        {scalarOp(K::Exposure, 0.5), removeFalse},
@@ -164,15 +156,21 @@ TEST(EditPatch, MalformedOperationsChangeNothing) {
     SCOPED_TRACE(c.name);
     EditStack s = startingStack();
     const std::string before = bytes(s);
-    EXPECT_EQ(errorKind(s, c.ops, c.maskOps, std::nullopt), c.kind);
+    EXPECT_EQ(errorKind(s, c.ops, c.maskOps, c.expected), c.kind);
     EXPECT_EQ(bytes(s), before);
   }
 
   EditStack s = startingStack();
   try {
-    s.apply({scalarOp(K::Exposure, 0.5), noValue}, {}, kAgent, kNoon, std::nullopt);
+    s.apply({noValue}, {}, kAgent, kNoon, std::nullopt);
   } catch (const EditPatchError& e) {
     EXPECT_EQ(e.adjustmentKind(), K::Contrast);
+  }
+  try {
+    s.apply({}, {}, kAgent, kNoon, 7);
+  } catch (const EditPatchError& e) {
+    EXPECT_EQ(e.expected(), 7);
+    EXPECT_EQ(e.actual(), 8);
   }
 }
 

@@ -202,7 +202,6 @@ TEST(EditStackJson, DecodingSkipsWhatItCannotRead) {
        {K::Tint},
        0,
        0},
-      {"empty masks", R"({"masks":[]})", {}, 0, 0},
       {"unreadable masks dropped",
        R"({"masks":[{"id":"nope"},)"
        R"({"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","name":"m","shape":{"hologram":{}},)"

@@ -155,26 +155,27 @@ const char* const kFullSummary =
     R"("cloudIdentifier":"C1"})";
 
 TEST(PhotoSummary, JsonFormMatchesGolden) {
-  PhotoSummary expected{"X/L0/001",
-                        4032,
-                        3024,
-                        may1At0830(),
-                        json::Date{sys_days{2024y / May / 2}},
-                        "HEIC",
-                        4.1420,
-                        -73.6266,
-                        true,
-                        false,
-                        12.5,
-                        PhotoPlaybackStyle::VideoLooping,
-                        PhotoSourceType::ITunesSynced,
-                        "B1",
-                        true,
-                        true,
-                        false,
-                        true,
-                        true,
-                        "C1"};
+  const json::Date may2 = json::Date(sys_days(2024y / May / 2));
+  const PhotoSummary expected{"X/L0/001",
+                              4032,
+                              3024,
+                              may1At0830(),
+                              may2,
+                              "HEIC",
+                              4.1420,
+                              -73.6266,
+                              true,
+                              false,
+                              12.5,
+                              PhotoPlaybackStyle::VideoLooping,
+                              PhotoSourceType::ITunesSynced,
+                              "B1",
+                              true,
+                              true,
+                              false,
+                              true,
+                              true,
+                              "C1"};
   EXPECT_EQ(json::decodeAs<PhotoSummary>(json::parse(kFullSummary)), expected);
   EXPECT_EQ(json::toCompact(json::encode(expected)), kFullSummary);
 
