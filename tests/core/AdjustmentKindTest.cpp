@@ -94,6 +94,7 @@ TEST(ColorMixerAndGrade, KindsAreComputedFromTheOrdinal) {
 
   // Kind names use singular words, raw values plural.
   EXPECT_EQ(json::enumName(ColorGradeRegion::Shadows), "shadows");
+  EXPECT_EQ(displayName(ColorGradeRegion::Midtones), "Midtones");
   EXPECT_EQ(rawValue(hueKind(ColorGradeRegion::Shadows)), "cgShadowHue");
   EXPECT_EQ(rawValue(saturationKind(ColorGradeRegion::Midtones)), "cgMidSat");
   EXPECT_EQ(rawValue(luminanceKind(ColorGradeRegion::Highlights)), "cgHighlightLum");
@@ -107,6 +108,7 @@ TEST(ColorProfile, TraitsAndRawValues) {
     EXPECT_EQ(isMonochrome(p), p == ColorProfile::Monochrome);
     EXPECT_EQ(traits(p).warmth != 0, p == ColorProfile::Portrait);
   }
+  EXPECT_EQ(displayName(ColorProfile::Portrait), "Portrait");
   EXPECT_EQ(json::enumFromValue<ColorProfile>(5), ColorProfile::Monochrome);
   EXPECT_FALSE(json::enumFromValue<ColorProfile>(6).has_value());
   EXPECT_EQ(json::encode(ColorProfile::Landscape), json::Value(4));
