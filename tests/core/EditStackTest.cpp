@@ -28,6 +28,15 @@ EditStack decodeText(std::string_view text) {
   return json::decodeAs<EditStack>(json::parse(text));
 }
 
+template <class T> std::string decodeError(const char* text, const char* root) {
+  try {
+    json::decodeAs<T>(json::parse(text), json::Path(root));
+  } catch (const json::DecodeError& e) {
+    return e.what();
+  }
+  return "decoded";
+}
+
 // ---- JSON forms against literals ----
 
 struct PayloadCase {
@@ -80,12 +89,7 @@ TEST(AdjustmentPayload, EveryCaseMatchesItsLiteral) {
 
 TEST(AdjustmentPayload, RejectsObjectsWithoutExactlyOneKnownKey) {
   auto message = [](const char* text) {
-    try {
-      json::decodeAs<AdjustmentPayload>(json::parse(text), json::Path("payload"));
-    } catch (const json::DecodeError& e) {
-      return std::string(e.what());
-    }
-    return std::string("decoded");
+    return decodeError<AdjustmentPayload>(text, "payload");
   };
   EXPECT_EQ(message("{}"), "payload: Invalid number of keys found, expected one.");
   EXPECT_EQ(message(R"({"scalar":{"_0":1},"boolean":{"_0":true}})"), message("{}"));
@@ -231,23 +235,12 @@ TEST(EditStackJson, DecodingSkipsWhatItCannotRead) {
 }
 
 TEST(EditStackJson, StructuralErrorsFailNamingThePath) {
-  struct Case {
-    const char* json;
-    const char* message;
-  } cases[] = {
-      {R"({"values":[]})", "stack.values: expected an object, found array"},
-      {R"({"version":"3"})", "stack.version: expected an integer, found string"},
-      {R"({"masks":{}})", "stack.masks: expected an array, found object"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.json);
-    try {
-      json::decodeAs<EditStack>(json::parse(c.json), json::Path("stack"));
-      ADD_FAILURE() << "decoded";
-    } catch (const json::DecodeError& e) {
-      EXPECT_STREQ(e.what(), c.message);
-    }
-  }
+  EXPECT_EQ(decodeError<EditStack>(R"({"values":[]})", "stack"),
+            "stack.values: expected an object, found array");
+  EXPECT_EQ(decodeError<EditStack>(R"({"version":"3"})", "stack"),
+            "stack.version: expected an integer, found string");
+  EXPECT_EQ(decodeError<EditStack>(R"({"masks":{}})", "stack"),
+            "stack.masks: expected an array, found object");
 }
 
 TEST(LocalMaskJson, EveryShapeMatchesItsLiteral) {
