@@ -261,10 +261,6 @@ TEST(EditingTools, MaskAddBuildsTheShapeAndItsAdjustments) {
       {R"({"id":"A","type":"linear","adjustments":{"saturation":0.2,"exposure":-0.1}})",
        core::LinearShape{{0.5, 0.2}, {0.5, 0.8}}, nullptr,
        R"([["saturation",0.2],["exposure",-0.1]])"},
-      {R"({"id":"A","type":"luminance"})", core::LuminanceRangeShape{0.25, 0.75, 0.1}, nullptr,
-       "[]"},
-      {R"({"id":"A","action":"add","type":"color"})", core::ColorRangeShape{0.6, 0.08, 0.05},
-       nullptr, "[]"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.arguments);

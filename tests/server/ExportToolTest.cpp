@@ -9,7 +9,6 @@
 #include "support/TestPeer.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 namespace velko::server {
 namespace {
@@ -182,47 +181,6 @@ TEST_F(ExportTool, NamesWithSpacesAndNonAsciiAndHostileSuggestions) {
   EXPECT_EQ(namesIn(folder),
             (std::vector<std::string>{"Strand am Meer – Tag 1.jpg", "escape.png"}));
   EXPECT_NE(s.text.find("Strand am Meer – Tag 1.jpg"), std::string::npos);
-}
-
-// Through a real socket: the peer plays the application, rendering into its own folder (on
-// another file system when /dev/shm is one, so the move has to copy).
-TEST_F(ExportTool, AgainstThePeer) {
-  std::string renderDir = sandbox();
-  struct stat shm {
-  }, here{};
-  if (::stat("/dev/shm", &shm) == 0 && ::stat(tmp.path().c_str(), &here) == 0 &&
-      shm.st_dev != here.st_dev) {
-    renderDir = "/dev/shm/" + std::filesystem::path(tmp.path()).filename().string();
-  }
-  std::filesystem::create_directories(renderDir);
-  velko::testing::TestPeer peer;
-  int renders = 0;
-  peer.setHandler([&](const std::string& line) {
-    const json::Value request = json::parse(line);
-    const std::string id(request.at("params").at("id").as_string());
-    const std::string path = writeFile(renderDir + "/r" + std::to_string(++renders), "image " + id);
-    return json::toCompact(json::Object{{"jsonrpc", "2.0"},
-                                        {"id", 1},
-                                        {"result", json::Object{{"path", path},
-                                                                {"format", "jpeg"},
-                                                                {"suggestedFilename", id + ".jpg"},
-                                                                {"bytes", 7}}}});
-  });
-  ipc::IPCClient client(peer.socketPath(), tmp.file("legacy.sock"));
-
-  const json::Object args{{"ids", json::Array{"one", "two"}}, {"directory", "~/Out"}};
-  const Shown s = shown(runExport(args, client, home()));
-  EXPECT_FALSE(s.isError) << s.text;
-  EXPECT_EQ(readFile(home() + "/Out/two.jpg"), "image two");
-  EXPECT_EQ(namesIn(home() + "/Out"), (std::vector<std::string>{"one.jpg", "two.jpg"}));
-  EXPECT_EQ(namesIn(renderDir), std::vector<std::string>{});
-  std::filesystem::remove_all(renderDir);
-
-  // With the application gone every id fails, and the result says so rather than erroring.
-  peer.stop();
-  const Shown gone = shown(runExport(args, client, home()));
-  EXPECT_TRUE(gone.isError);
-  EXPECT_NE(gone.text.find(R"("one",)"), std::string::npos);
 }
 
 } // namespace

@@ -23,16 +23,13 @@ bool startsWith(std::string_view text, std::string_view prefix) {
   return text.substr(0, prefix.size()) == prefix;
 }
 
-TEST(Prompts, CullTextQuotesTheScopeOrAsks) {
+TEST(Prompts, TextsQuoteTheArgumentOrUseTheDefault) {
   EXPECT_TRUE(startsWith(cullWorkflowText("yesterday"),
                          "Help me cull and deliver \"yesterday\" in velko. Drive the app so I SEE "
                          "each step \u2014 don't just describe it."));
   EXPECT_TRUE(startsWith(cullWorkflowText(""), "Help me cull and deliver the photos I mean (ask if "
                                                "it's unclear) in velko. Drive the app"));
   EXPECT_TRUE(startsWith(cullWorkflowText("  "), "Help me cull and deliver \"  \" in velko."));
-}
-
-TEST(Prompts, EditTextQuotesTheLookOrUsesTheDefault) {
   EXPECT_TRUE(startsWith(editWorkflowText("warm film"),
                          "Edit the photo I'm working on in velko to achieve \"warm film\". Follow "
                          "this loop exactly \u2014 do not skip steps"));
@@ -82,10 +79,6 @@ TEST(Prompts, ListEntries) {
   EXPECT_EQ(json::toCompact(cullPromptListEntry().at("arguments")),
             R"([{"name":"scope","description":"Which photos to work through (e.g. 'yesterday', )"
             R"('near the beach', 'the selected photos', 'my 4-star picks').","required":false}])");
-  const json::Object edit = promptListEntry();
-  EXPECT_EQ(edit.at("name"), "velko_edit");
-  EXPECT_EQ(edit.at("arguments").at(0).at("name"), "look");
-  EXPECT_EQ(edit.at("arguments").at(0).at("required"), false);
 }
 
 TEST(Prompts, RenderReadsArgumentsLeniently) {

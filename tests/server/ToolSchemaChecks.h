@@ -2,11 +2,13 @@
 // Caller that fails the test if a handler reaches the application.
 #pragma once
 
+#include "json/Writer.h"
 #include "server/Tool.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -15,68 +17,55 @@
 namespace velko::server::testing {
 
 /// Checks one property schema (recursively for arrays and nested objects): a known `type`,
-/// only the permitted keywords, `items` on every array, `required` names that exist.
+/// only the permitted keywords, `items` on every array, `required` names that exist. The top
+/// level is an object schema with a `properties` object.
 inline void expectPropertyFollowsConventions(const json::Value& schema, const std::string& where) {
   SCOPED_TRACE(where);
   ASSERT_TRUE(schema.is_object());
   const json::Object& obj = schema.as_object();
+  static const std::set<std::string_view> kAllowed = {
+      "type", "description", "enum", "minimum", "maximum", "items", "properties", "required"};
+  static const std::set<std::string_view> kTypes = {"string",  "integer", "number",
+                                                    "boolean", "array",   "object"};
   for (const auto& member : obj) {
-    static constexpr std::string_view kAllowed[] = {
-        "type", "description", "enum", "minimum", "maximum", "items", "properties", "required"};
-    EXPECT_NE(std::find(std::begin(kAllowed), std::end(kAllowed), member.key()), std::end(kAllowed))
-        << "keyword " << member.key();
+    EXPECT_TRUE(kAllowed.contains(member.key())) << "keyword " << member.key();
   }
-  const json::Value* type = obj.if_contains("type");
-  ASSERT_NE(type, nullptr) << "no type";
-  ASSERT_TRUE(type->is_string());
-  static constexpr std::string_view kTypes[] = {"string",  "integer", "number",
-                                                "boolean", "array",   "object"};
-  EXPECT_NE(std::find(std::begin(kTypes), std::end(kTypes), type->as_string()), std::end(kTypes))
-      << "type " << type->as_string();
+  ASSERT_TRUE(obj.contains("type") && obj.at("type").is_string()) << "no type";
+  const std::string_view type = obj.at("type").as_string();
+  EXPECT_TRUE(kTypes.contains(type)) << "type " << type;
   if (const json::Value* description = obj.if_contains("description")) {
-    ASSERT_TRUE(description->is_string());
-    EXPECT_FALSE(description->as_string().empty());
+    EXPECT_TRUE(description->is_string() && !description->as_string().empty());
   }
   if (const json::Value* values = obj.if_contains("enum")) {
-    ASSERT_TRUE(values->is_array());
-    EXPECT_FALSE(values->as_array().empty());
+    EXPECT_TRUE(values->is_array() && !values->as_array().empty());
   }
-  if (type->as_string() == "array") {
-    const json::Value* items = obj.if_contains("items");
-    ASSERT_NE(items, nullptr) << "array without items";
-    expectPropertyFollowsConventions(*items, where + "[]");
-  } else {
-    EXPECT_EQ(obj.if_contains("items"), nullptr);
+  EXPECT_EQ(type == "array", obj.contains("items")) << "items go with arrays only";
+  if (type == "array" && obj.contains("items")) {
+    expectPropertyFollowsConventions(obj.at("items"), where + "[]");
   }
   if (const json::Value* properties = obj.if_contains("properties")) {
-    ASSERT_EQ(type->as_string(), "object");
+    ASSERT_EQ(type, "object");
     ASSERT_TRUE(properties->is_object());
     for (const auto& p : properties->as_object()) {
       expectPropertyFollowsConventions(p.value(), where + "." + std::string(p.key()));
     }
   }
   if (const json::Value* required = obj.if_contains("required")) {
-    const json::Value* properties = obj.if_contains("properties");
-    ASSERT_NE(properties, nullptr);
-    ASSERT_TRUE(required->is_array());
+    ASSERT_TRUE(obj.contains("properties") && required->is_array());
     EXPECT_FALSE(required->as_array().empty()) << "empty required list";
     for (const json::Value& name : required->as_array()) {
-      ASSERT_TRUE(name.is_string());
-      EXPECT_TRUE(properties->as_object().contains(name.as_string()))
-          << "required " << name.as_string() << " is not a property";
+      EXPECT_TRUE(name.is_string() && obj.at("properties").as_object().contains(name.as_string()))
+          << "required " << json::toCompact(name) << " is not a property";
     }
   }
 }
 
-/// The top level: an object schema with a `properties` object.
 inline void expectSchemaFollowsConventions(const Tool& tool) {
-  SCOPED_TRACE(std::string(tool.name));
   ASSERT_TRUE(tool.inputSchema.is_object());
-  const json::Object& schema = tool.inputSchema.as_object();
-  ASSERT_NE(schema.if_contains("type"), nullptr);
-  EXPECT_EQ(schema.at("type"), "object");
-  ASSERT_NE(schema.if_contains("properties"), nullptr);
-  EXPECT_TRUE(schema.at("properties").is_object());
+  EXPECT_TRUE(tool.inputSchema.as_object().contains("type") &&
+              tool.inputSchema.at("type") == "object")
+      << tool.name;
+  EXPECT_TRUE(tool.inputSchema.as_object().contains("properties")) << tool.name;
   expectPropertyFollowsConventions(tool.inputSchema, std::string(tool.name));
 }
 
