@@ -97,7 +97,6 @@ TEST(EditingTools, SchemaPropertiesInOrderWithEnumsAndBounds) {
 
 // ---- Handlers against a recording Caller -----------------------------------------------------
 
-constexpr const char* kStack = R"({"values":{},"version":5})";
 constexpr const char* kEditSetReply = R"({"newVersion":5,"stack":{"values":{},"version":5}})";
 constexpr const char* kEditSetReplyWithPreview =
     R"({"newVersion":5,"stack":{"values":{},"version":5},"preview":{"pngBase64":"UE5H",)"
@@ -120,53 +119,19 @@ std::string sentOps(const RecordingCaller& caller) {
   return json::toCompact(caller.requests.back().params->at("ops"));
 }
 
-TEST(EditingTools, StackReadsAndCommitsSendTheIdAndShowTheReply) {
-  struct Case {
-    const char* tool;
-    const char* sent;
-    std::string reply;
-  } cases[] = {
-      {"velko_edit_get", R"(edit.get {"id":"A"})",
-       std::string(R"({"stack":)") + kStack + R"(,"version":5})"},
-      {"velko_edit_reset", R"(edit.reset {"id":"A"})",
-       std::string(R"({"stack":)") + kStack + R"(,"version":6})"},
-      {"velko_edit_commit", R"(edit.commit {"id":"A"})", R"({"committed":true,"version":5})"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.tool);
-    RecordingCaller caller;
-    caller.answer(c.reply);
-    ToolResult result = invoke(c.tool, R"({"id":"A","extra":1})", caller);
-    EXPECT_EQ(caller.sent(), std::vector<std::string>{c.sent});
-    EXPECT_EQ(result.at("isError"), false);
-    EXPECT_EQ(textAt(result, 0), json::toPretty(json::parse(c.reply)));
-  }
-}
-
-TEST(EditingTools, HandlersThatNeedAnIdThrowBeforeCallingTheApp) {
-  for (const char* tool : {"velko_edit_get", "velko_edit_reset", "velko_edit_commit",
-                           "velko_edit_set", "velko_mask", "velko_preview_render"}) {
-    for (const char* arguments : {static_cast<const char*>(nullptr), R"({"id":7})"}) {
-      SCOPED_TRACE(std::string(tool) + " " + (arguments ? arguments : "(no arguments)"));
-      RecordingCaller caller;
-      try {
-        invoke(tool, arguments, caller);
-        ADD_FAILURE() << "no error";
-      } catch (const ToolError& e) {
-        EXPECT_STREQ(e.what(), "id is required");
-      }
-      EXPECT_TRUE(caller.requests.empty());
-    }
-  }
-}
-
-TEST(EditingTools, SnapshotsAndLutListDecodeTheArgumentsIntoTheRecords) {
+TEST(EditingTools, SimpleToolsSendTheirArgumentsAndShowTheReply) {
   struct Case {
     const char* tool;
     const char* arguments;
     const char* sent;
     const char* reply;
   } cases[] = {
+      {"velko_edit_get", R"({"id":"A","extra":1})", R"(edit.get {"id":"A"})",
+       R"({"stack":{"values":{},"version":5},"version":5})"},
+      {"velko_edit_reset", R"({"id":"A"})", R"(edit.reset {"id":"A"})",
+       R"({"stack":{"values":{},"version":6},"version":6})"},
+      {"velko_edit_commit", R"({"id":"A"})", R"(edit.commit {"id":"A"})",
+       R"({"committed":true,"version":5})"},
       {"velko_snapshot_list", R"({"id":"A"})", R"(snapshot.list {"id":"A"})",
        R"({"snapshots":[{"name":"warm","createdAt":"2026-07-12T08:30:00Z"}]})"},
       {"velko_snapshot_save", R"({"id":"A","name":"warm"})",
@@ -184,11 +149,29 @@ TEST(EditingTools, SnapshotsAndLutListDecodeTheArgumentsIntoTheRecords) {
     caller.answer(c.reply);
     ToolResult result = invoke(c.tool, c.arguments, caller);
     EXPECT_EQ(caller.sent(), std::vector<std::string>{c.sent});
+    EXPECT_EQ(result.at("isError"), false);
     EXPECT_EQ(textAt(result, 0), json::toPretty(json::parse(c.reply)));
   }
   RecordingCaller caller;
   EXPECT_THROW(invoke("velko_snapshot_save", R"({"id":"A"})", caller), json::DecodeError);
   EXPECT_TRUE(caller.requests.empty());
+}
+
+TEST(EditingTools, HandlersThatNeedAnIdThrowBeforeCallingTheApp) {
+  for (const char* tool : {"velko_edit_get", "velko_edit_reset", "velko_edit_commit",
+                           "velko_edit_set", "velko_mask", "velko_preview_render"}) {
+    for (const char* arguments : {static_cast<const char*>(nullptr), R"({"id":7})"}) {
+      SCOPED_TRACE(std::string(tool) + " " + (arguments ? arguments : "(no arguments)"));
+      RecordingCaller caller;
+      try {
+        invoke(tool, arguments, caller);
+        ADD_FAILURE() << "no error";
+      } catch (const ToolError& e) {
+        EXPECT_STREQ(e.what(), "id is required");
+      }
+      EXPECT_TRUE(caller.requests.empty());
+    }
+  }
 }
 
 TEST(EditingTools, EditSetSendsTheOpsWithTheAgentName) {
