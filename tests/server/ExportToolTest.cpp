@@ -16,19 +16,10 @@ namespace {
 using testing::namesIn;
 using testing::readFile;
 using testing::RecordingCaller;
+using testing::Shown;
+using testing::shown;
 using testing::writeFile;
 using velko::testing::TempDir;
-
-struct Shown {
-  std::string text;
-  bool isError;
-};
-
-Shown shown(const ToolResult& result) {
-  const json::Array& content = result.at("content").as_array();
-  EXPECT_EQ(content.size(), 1u);
-  return {std::string(content.at(0).at("text").as_string()), result.at("isError").as_bool()};
-}
 
 class ExportTool : public ::testing::Test {
 protected:

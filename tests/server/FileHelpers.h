@@ -1,9 +1,12 @@
 // Small file helpers for handler tests that work on real files in temporary folders.
 #pragma once
 
+#include "server/Tool.h"
+
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <gtest/gtest.h>
 #include <iterator>
 #include <sstream>
 #include <string>
@@ -39,6 +42,18 @@ inline std::vector<std::string> namesIn(const std::string& folder) {
   }
   std::sort(names.begin(), names.end());
   return names;
+}
+
+/// The one text item of a tool result and its error flag.
+struct Shown {
+  std::string text;
+  bool isError;
+};
+
+inline Shown shown(const ToolResult& result) {
+  const json::Array& content = result.at("content").as_array();
+  EXPECT_EQ(content.size(), 1u);
+  return {std::string(content.at(0).at("text").as_string()), result.at("isError").as_bool()};
 }
 
 } // namespace velko::server::testing
