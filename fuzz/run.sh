@@ -6,6 +6,7 @@
 #   fuzz/run.sh                          every target, 20 seconds each
 #   fuzz/run.sh --time 600 mcp_line      one target for ten minutes
 #   fuzz/run.sh --seed 0 …               a fresh random seed each run (the default is 1)
+#   fuzz/run.sh --build build-test       use a build tree configured with -DVELKO_FUZZ=ON already
 #   build-fuzz/fuzz/fuzz_mcp_line build-fuzz/artifacts/crash-…   replay one input
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -17,6 +18,7 @@ while (($#)); do
   case "$1" in
   --time) seconds="$2"; shift 2 ;;
   --seed) seed="$2"; shift 2 ;;
+  --build) build=$(cd "$2" && pwd); shift 2 ;;
   *) targets+=("${1#fuzz_}"); shift ;;
   esac
 done
@@ -24,7 +26,8 @@ if ((${#targets[@]} == 0)); then
   targets=(line_scanner rpc_response edit_stack edit_patch mcp_line)
 fi
 
-cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ \
+[[ -f "$build/CMakeCache.txt" ]] ||
+  cmake -S "$root" -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ \
   -DVELKO_FUZZ=ON -DVELKO_BUILD_TESTS=OFF -DVELKO_BUILD_BENCHMARKS=OFF >/dev/null
 cmake --build "$build" -j"$(nproc)" --target "${targets[@]/#/fuzz_}"
 

@@ -1,19 +1,18 @@
 #!/usr/bin/env bash
-# Sets up, builds and runs every test: the Release suite, the fuzz targets for a bounded time,
-# then the whole suite again under the sanitizers (its ctest summary is the closing line).
+# Sets up, builds once and runs every test. One clang++ build with AddressSanitizer,
+# UndefinedBehaviorSanitizer and libFuzzer's coverage hooks serves both stages: the fuzz targets
+# run for a bounded time from their seed corpora, then the whole suite runs under the sanitizers
+# (its ctest summary is the closing line). Benchmarks are not built here.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
+build="$root/build-test"
 "$root/scripts/setup.sh"
-"$root/scripts/build.sh"
-cd "$root/build"
-ctest --output-on-failure -j"$(nproc)"
+cmake -S "$root" -B "$build" -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O1 -gline-tables-only" \
+  -DVELKO_SANITIZE=ON -DVELKO_FUZZ=ON -DVELKO_BUILD_BENCHMARKS=OFF >/dev/null
+cmake --build "$build" -j"$(nproc)"
 
-# Every fuzz target for a bounded time from its seed corpus (clang++ with libFuzzer).
-"$root/fuzz/run.sh"
+"$root/fuzz/run.sh" --build "$build"
 
-# The whole suite again with AddressSanitizer and UndefinedBehaviorSanitizer: any finding fails.
-cmake -S "$root" -B "$root/build-asan" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELKO_SANITIZE=ON \
-  -DVELKO_BUILD_BENCHMARKS=OFF >/dev/null
-cmake --build "$root/build-asan" -j"$(nproc)"
-cd "$root/build-asan"
+cd "$build"
 ctest --output-on-failure -j"$(nproc)"

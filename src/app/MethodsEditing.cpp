@@ -1,0 +1,7 @@
+#include "app/Methods.h"
+
+namespace velko::app {
+
+void addEditingMethods(MethodTable&) {}
+
+} // namespace velko::app

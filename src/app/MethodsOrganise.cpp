@@ -1,0 +1,7 @@
+#include "app/Methods.h"
+
+namespace velko::app {
+
+void addOrganiseMethods(MethodTable&) {}
+
+} // namespace velko::app

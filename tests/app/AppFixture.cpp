@@ -1,0 +1,192 @@
+#include "app/AppFixture.h"
+
+#include "app/Library.h"
+#include "app/Methods.h"
+#include "json/Codec.h"
+#include "json/Writer.h"
+
+#include <cmath>
+#include <filesystem>
+#include <libexif/exif-data.h>
+#include <vips/vips8>
+
+namespace velko::app::testing {
+namespace {
+
+ExifEntry* entry(ExifData* data, ExifIfd ifd, ExifTag tag) {
+  ExifEntry* e = exif_content_get_entry(data->ifd[ifd], tag);
+  if (!e) {
+    e = exif_entry_new();
+    e->tag = tag;
+    exif_content_add_entry(data->ifd[ifd], e);
+    exif_entry_initialize(e, tag);
+    exif_entry_unref(e);
+  }
+  return e;
+}
+
+void setAscii(ExifData* data, ExifIfd ifd, ExifTag tag, const std::string& text) {
+  ExifEntry* e = exif_content_get_entry(data->ifd[ifd], tag);
+  if (!e) {
+    e = exif_entry_new();
+    e->tag = tag;
+    exif_content_add_entry(data->ifd[ifd], e);
+    exif_entry_unref(e);
+  }
+  free(e->data);
+  e->format = EXIF_FORMAT_ASCII;
+  e->components = text.size() + 1;
+  e->size = static_cast<unsigned>(text.size() + 1);
+  e->data = static_cast<unsigned char*>(malloc(e->size));
+  std::memcpy(e->data, text.c_str(), text.size() + 1);
+}
+
+void setRationals(ExifData* data, ExifIfd ifd, ExifTag tag, std::initializer_list<ExifRational> values) {
+  ExifEntry* e = exif_content_get_entry(data->ifd[ifd], tag);
+  if (!e) {
+    e = exif_entry_new();
+    e->tag = tag;
+    exif_content_add_entry(data->ifd[ifd], e);
+    exif_entry_unref(e);
+  }
+  free(e->data);
+  e->format = EXIF_FORMAT_RATIONAL;
+  e->components = values.size();
+  e->size = static_cast<unsigned>(8 * values.size());
+  e->data = static_cast<unsigned char*>(malloc(e->size));
+  unsigned i = 0;
+  for (const ExifRational& r : values) {
+    exif_set_rational(e->data + 8 * i++, EXIF_BYTE_ORDER_INTEL, r);
+  }
+}
+
+ExifRational rational(double v, unsigned denominator) {
+  return {static_cast<ExifLong>(std::llround(v * denominator)), denominator};
+}
+
+void setDegrees(ExifData* data, int tag, int refTag, double value, const char* pos,
+                const char* neg) {
+  const double a = std::fabs(value);
+  const double d = std::floor(a);
+  const double m = std::floor((a - d) * 60);
+  const double s = ((a - d) * 60 - m) * 60;
+  setRationals(data, EXIF_IFD_GPS, static_cast<ExifTag>(tag), {rational(d, 1), rational(m, 1), rational(s, 10000)});
+  setAscii(data, EXIF_IFD_GPS, static_cast<ExifTag>(refTag), value < 0 ? neg : pos);
+}
+
+std::string exifBlock(const PhotoSpec& spec) {
+  ExifData* data = exif_data_new();
+  exif_data_set_byte_order(data, EXIF_BYTE_ORDER_INTEL);
+  exif_data_set_data_type(data, EXIF_DATA_TYPE_COMPRESSED);
+  exif_set_short(entry(data, EXIF_IFD_0, EXIF_TAG_ORIENTATION)->data, EXIF_BYTE_ORDER_INTEL,
+                 static_cast<ExifShort>(spec.orientation));
+  if (spec.make) setAscii(data, EXIF_IFD_0, EXIF_TAG_MAKE, *spec.make);
+  if (spec.model) setAscii(data, EXIF_IFD_0, EXIF_TAG_MODEL, *spec.model);
+  if (spec.lens) setAscii(data, EXIF_IFD_EXIF, EXIF_TAG_LENS_MODEL, *spec.lens);
+  if (spec.dateTimeOriginal) {
+    setAscii(data, EXIF_IFD_EXIF, EXIF_TAG_DATE_TIME_ORIGINAL, *spec.dateTimeOriginal);
+  }
+  if (spec.iso) {
+    exif_set_short(entry(data, EXIF_IFD_EXIF, EXIF_TAG_ISO_SPEED_RATINGS)->data,
+                   EXIF_BYTE_ORDER_INTEL, static_cast<ExifShort>(*spec.iso));
+  }
+  if (spec.exposureSeconds) {
+    const double t = *spec.exposureSeconds;
+    setRationals(data, EXIF_IFD_EXIF, EXIF_TAG_EXPOSURE_TIME,
+                 {t < 1 ? ExifRational{1, static_cast<ExifLong>(std::llround(1 / t))}
+                        : rational(t, 10)});
+  }
+  if (spec.fNumber) setRationals(data, EXIF_IFD_EXIF, EXIF_TAG_FNUMBER, {rational(*spec.fNumber, 10)});
+  if (spec.focalLength) {
+    setRationals(data, EXIF_IFD_EXIF, EXIF_TAG_FOCAL_LENGTH, {rational(*spec.focalLength, 10)});
+  }
+  if (spec.latitude && spec.longitude) {
+    setDegrees(data, EXIF_TAG_GPS_LATITUDE, EXIF_TAG_GPS_LATITUDE_REF, *spec.latitude, "N", "S");
+    setDegrees(data, EXIF_TAG_GPS_LONGITUDE, EXIF_TAG_GPS_LONGITUDE_REF, *spec.longitude, "E", "W");
+  }
+  unsigned char* bytes = nullptr;
+  unsigned int size = 0;
+  exif_data_save_data(data, &bytes, &size);
+  std::string block(reinterpret_cast<char*>(bytes), size);
+  free(bytes);
+  exif_data_unref(data);
+  return block;
+}
+
+} // namespace
+
+void writePhoto(const std::string& path, const PhotoSpec& spec) {
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+  vips::VImage image;
+  if (spec.pattern) {
+    vips::VImage x = vips::VImage::xyz(spec.width, spec.height);
+    vips::VImage dx = x[0] - spec.width / 2.0, dy = x[1] - spec.height / 2.0;
+    vips::VImage disc = ((dx * dx + dy * dy) < (spec.height * spec.height / 9.0)).ifthenelse(255, 0);
+    image = (x[0] * (255.0 / spec.width)).bandjoin({x[1] * (255.0 / spec.height), disc});
+  } else {
+    image = vips::VImage::black(spec.width, spec.height, vips::VImage::option()->set("bands", 3)) +
+            std::vector<double>{double(spec.red), double(spec.green), double(spec.blue)};
+  }
+  image = image.cast(VIPS_FORMAT_UCHAR).copy(
+      vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+  const std::string block = exifBlock(spec);
+  image.set("exif-data", nullptr, const_cast<char*>(block.data()), block.size());
+  // libvips rewrites the orientation tag from this field when it saves.
+  image.set("orientation", spec.orientation);
+  image.write_to_file(path.c_str());
+}
+
+AppFixture::AppFixture()
+    : home_(root_.path() + "/home"), library_(root_.path() + "/library") {
+  std::filesystem::create_directories(home_);
+  std::filesystem::create_directories(library_);
+  options_.library = library_;
+  options_.catalog = home_ + "/.velko/headless/catalog.sqlite";
+  options_.luts = home_ + "/.velko/luts";
+}
+
+AppFixture::~AppFixture() { app_.reset(); }
+
+void AppFixture::open(bool scan) {
+  app_.reset();
+  app_ = std::make_unique<App>(options_, Folders::forHome(home_));
+  if (scan) {
+    app_->library().scan();
+  }
+}
+
+json::Value AppFixture::call(std::string_view method, const json::Value& params) {
+  json::Object request{{"jsonrpc", "2.0"}, {"id", 1}, {"method", method}};
+  if (!params.is_null()) {
+    request["params"] = params;
+  }
+  const std::string reply = answer(*app_, json::toCompact(request));
+  json::Value parsed = json::parse(reply);
+  const json::Object& o = parsed.as_object();
+  if (const json::Value* e = o.if_contains("error")) {
+    throw CallError(e->at("code").to_number<std::int64_t>(),
+                    std::string(e->at("message").as_string()));
+  }
+  return o.at("result");
+}
+
+CallError AppFixture::callError(std::string_view method, const json::Value& params) {
+  try {
+    json::Value result = call(method, params);
+    ADD_FAILURE() << method << " succeeded: " << json::toCompact(result);
+  } catch (const CallError& e) {
+    return e;
+  }
+  return CallError(0, "");
+}
+
+std::vector<std::string> AppFixture::ids() {
+  std::vector<std::string> out;
+  json::Value page = call("library.list", json::Object{{"limit", 500}});
+  for (const json::Value& p : page.at("photos").as_array()) {
+    out.emplace_back(p.at("id").as_string());
+  }
+  return out;
+}
+
+} // namespace velko::app::testing
