@@ -10,6 +10,10 @@ packages=(
   libbenchmark-dev
   uuid-dev
   libvips-dev
+  libsqlite3-dev libexif-dev libxxhash-dev
+  ffmpeg
+  tzdata
+  exiv2 mate-backgrounds
   clang libclang-rt-14-dev
 )
 
