@@ -5,6 +5,7 @@
 
 #include "app/App.h"
 #include "json/Value.h"
+#include "json/Writer.h"
 #include "protocol/Rpc.h"
 #include "support/TestPeer.h"
 

@@ -1,0 +1,188 @@
+// The socket side of the application: many clients at once, hostile peers, the request path's
+// error codes, the command line and the catalogue lock.
+#include "app/AppFixture.h"
+#include "app/Listener.h"
+#include "app/Methods.h"
+#include "app/Options.h"
+#include "json/Value.h"
+
+#include <atomic>
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <thread>
+#include <unistd.h>
+
+namespace velko::app::testing {
+namespace {
+
+int connectTo(const std::string& path) {
+  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_un a{};
+  a.sun_family = AF_UNIX;
+  std::strncpy(a.sun_path, path.c_str(), sizeof a.sun_path - 1);
+  if (::connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) {
+    ::close(fd);
+    return -1;
+  }
+  return fd;
+}
+
+/// One request on a fresh connection; the reply line, or "" when the connection closed first.
+std::string exchange(const std::string& path, std::string_view bytes) {
+  const int fd = connectTo(path);
+  if (fd < 0) {
+    return "";
+  }
+  ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+  std::string reply;
+  char buffer[4096];
+  ssize_t n = 0;
+  while (reply.find('\n') == std::string::npos && (n = ::recv(fd, buffer, sizeof buffer, 0)) > 0) {
+    reply.append(buffer, static_cast<std::size_t>(n));
+  }
+  ::close(fd);
+  return reply;
+}
+
+class Serving : public AppFixture {
+protected:
+  void SetUp() override {
+    writePhoto(libraryFile("a.jpg"), {});
+    open();
+    socket_ = root_.path() + "/ipc.sock";
+    listener_ = std::make_unique<Listener>(socket_);
+    server_ = std::thread([this] { listener_->serve([this](std::string_view f) { return answer(app(), f); }); });
+  }
+  void TearDown() override {
+    listener_->stop();
+    server_.join();
+  }
+  std::string socket_;
+  std::unique_ptr<Listener> listener_;
+  std::thread server_;
+};
+
+TEST_F(Serving, AnswersManyClientsAtOnce) {
+  constexpr int kClients = 8, kCalls = 40;
+  std::atomic<int> good{0};
+  std::vector<std::thread> clients;
+  for (int c = 0; c < kClients; ++c) {
+    clients.emplace_back([&, c] {
+      for (int i = 0; i < kCalls; ++i) {
+        const std::string id = std::to_string(c * 1000 + i);
+        const std::string reply = exchange(socket_, R"({"jsonrpc":"2.0","id":)" + id + R"(,"method":"system.ping"})" "\n");
+        if (reply.find(R"("id":)" + id + ",") != std::string::npos &&
+            reply.find(R"("photoCount":1)") != std::string::npos) {
+          ++good;
+        }
+      }
+    });
+  }
+  for (auto& t : clients) {
+    t.join();
+  }
+  EXPECT_EQ(good.load(), kClients * kCalls);
+}
+
+TEST_F(Serving, HostilePeersDoNotStopOthers) {
+  // A peer that connects and says nothing, one that leaves mid-frame, and one whose frame is
+  // past the size limit: each is dropped alone while ordinary requests are answered.
+  const int silent = connectTo(socket_);
+  ASSERT_GE(silent, 0);
+  const int leaving = connectTo(socket_);
+  ::send(leaving, "{\"jsonrpc\":", 11, MSG_NOSIGNAL);
+  ::close(leaving);
+  const std::string huge(8 * 1024 * 1024 + 16, ' ');
+  EXPECT_EQ(exchange(socket_, huge), "");
+  EXPECT_NE(exchange(socket_, "{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"system.ping\"}\n").find("photoCount"),
+            std::string::npos);
+  ::close(silent);
+}
+
+TEST_F(Serving, RefusesASecondListenerOnALiveSocket) {
+  try {
+    Listener second(socket_);
+    ADD_FAILURE() << "a second listener started";
+  } catch (const std::runtime_error& e) {
+    EXPECT_NE(std::string(e.what()).find("already serving"), std::string::npos) << e.what();
+  }
+}
+
+class RequestPath : public AppFixture {};
+
+TEST_F(RequestPath, ErrorCodes) {
+  open();
+  struct Case {
+    const char* name;
+    const char* frame;
+    std::int64_t code;
+    const char* says;
+  };
+  const Case cases[] = {
+      {"not JSON", "{oops", -32700, "not JSON"},
+      {"not an object", "[1,2]", -32600, "JSON-RPC"},
+      {"no method", R"({"jsonrpc":"2.0","id":1})", -32600, "method"},
+      {"unknown method", R"({"jsonrpc":"2.0","id":1,"method":"photo.paint"})", -32601, "photo.paint"},
+      {"params of the wrong shape", R"({"jsonrpc":"2.0","id":1,"method":"photo.get","params":{"id":7}})", -32602, "params.id"},
+      {"params missing", R"({"jsonrpc":"2.0","id":1,"method":"photo.get"})", -32602, "params"},
+      {"unknown photo", R"({"jsonrpc":"2.0","id":1,"method":"photo.get","params":{"id":"X/L0/001"}})", -32602, "no photo with id X/L0/001"},
+      {"bad flag", R"({"jsonrpc":"2.0","id":1,"method":"library.query","params":{"flag":"maybe"}})", -32602, "pick, reject or none"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const json::Value reply = json::parse(answer(app(), c.frame));
+    ASSERT_TRUE(reply.as_object().contains("error")) << json::toCompact(reply);
+    EXPECT_EQ(reply.at("error").at("code").as_int64(), c.code);
+    EXPECT_NE(std::string(reply.at("error").at("message").as_string()).find(c.says), std::string::npos)
+        << reply.at("error").at("message");
+  }
+}
+
+TEST_F(RequestPath, EveryMethodHasAHandler) {
+  for (protocol::IPCMethod m : protocol::allIPCMethods()) {
+    EXPECT_NE(MethodTable::all().find(m), nullptr) << protocol::rawValue(m);
+  }
+}
+
+TEST_F(RequestPath, ASecondProcessCannotOpenTheSameCatalogue) {
+  open();
+  try {
+    Catalog second(options_.catalog);
+    ADD_FAILURE() << "the catalogue opened twice";
+  } catch (const StoreError& e) {
+    EXPECT_NE(std::string(e.what()).find("in use by another velko-headless"), std::string::npos);
+  }
+}
+
+TEST(CommandLine, ParsesAndRefuses) {
+  struct Case {
+    std::vector<std::string> args;
+    int status;
+    const char* says; ///< in the text, or "" for a run
+  };
+  const Case cases[] = {
+      {{"--library", "/p"}, 0, ""},
+      {{"--library", "/p", "--allow-delete", "--allow-saving", "--catalog", "/c.db"}, 0, ""},
+      {{}, 2, "--library DIR is required"},
+      {{"--library"}, 2, "--library needs a path"},
+      {{"--library", "/p", "--fast"}, 2, "unknown argument \"--fast\""},
+      {{"--help"}, 0, "usage: velko-headless"},
+      {{"--version"}, 0, "velko-headless 0.1.0"},
+  };
+  for (const Case& c : cases) {
+    const CommandLine cmd = parseCommandLine(c.args, "/home/u");
+    SCOPED_TRACE(c.args.empty() ? "(none)" : c.args.back());
+    EXPECT_EQ(cmd.exitStatus, c.status);
+    EXPECT_NE(cmd.text.find(c.says), std::string::npos) << cmd.text;
+    EXPECT_EQ(cmd.run.has_value(), std::string_view(c.says).empty());
+  }
+  const Options o = *parseCommandLine({"--library", "~/Pictures", "--luts", "/l"}, "/home/u").run;
+  EXPECT_EQ(o.library, "/home/u/Pictures");
+  EXPECT_EQ(o.catalog, "/home/u/.velko/headless/catalog.sqlite");
+  EXPECT_EQ(o.luts, "/l");
+  EXPECT_FALSE(o.allowDelete);
+}
+
+} // namespace
+} // namespace velko::app::testing
