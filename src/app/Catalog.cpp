@@ -54,7 +54,7 @@ CREATE TABLE photos(
 CREATE UNIQUE INDEX photos_path ON photos(path) WHERE state = 0;
 CREATE INDEX photos_fingerprint ON photos(fingerprint);
 CREATE INDEX photos_created ON photos(created DESC, pk DESC);
-CREATE INDEX photos_location ON photos(latitude, longitude);
+CREATE INDEX photos_location ON photos(latitude, longitude, created);
 CREATE VIRTUAL TABLE photo_text USING fts5(filename, annotation,
   tokenize = 'unicode61 remove_diacritics 2');
 CREATE TABLE view_state(key TEXT PRIMARY KEY, value TEXT NOT NULL);

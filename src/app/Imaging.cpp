@@ -1,10 +1,106 @@
 #include "app/Imaging.h"
 
+#include <algorithm>
+#include <cmath>
 #include <mutex>
 #include <stdexcept>
-#include <vips/vips8>
 
 namespace velko::app {
+namespace {
+
+using vips::VImage;
+using core::AdjustmentKind;
+
+/// The geometry kinds rendered so far, read once from the stack.
+struct Geometry {
+  int quarterTurns = 0; ///< clockwise, 0..3
+  bool flipHorizontal = false;
+  bool flipVertical = false;
+  core::Rect crop{0, 0, 1, 1}; ///< inside the unit square, never empty
+
+  explicit Geometry(const core::EditStack& stack) {
+    const double turns = stack.scalar(AdjustmentKind::Rotation, 0);
+    if (std::isfinite(turns)) {
+      quarterTurns = ((static_cast<int>(std::lround(std::fmod(turns, 4))) % 4) + 4) % 4;
+    }
+    flipHorizontal = stack.boolean(AdjustmentKind::FlipHorizontal, false);
+    flipVertical = stack.boolean(AdjustmentKind::FlipVertical, false);
+    if (auto r = stack.rect(AdjustmentKind::Crop)) {
+      const double x = std::clamp(r->x, 0.0, 1.0);
+      const double y = std::clamp(r->y, 0.0, 1.0);
+      const double w = std::min(r->width, 1 - x);
+      const double h = std::min(r->height, 1 - y);
+      // A degenerate rectangle (or NaN) would leave nothing to show; it is ignored.
+      if (w > 0 && h > 0) {
+        crop = {x, y, w, h};
+      }
+    }
+  }
+};
+
+VImage applyGeometry(VImage image, const Geometry& g) {
+  static constexpr VipsAngle kAngles[] = {VIPS_ANGLE_D0, VIPS_ANGLE_D90, VIPS_ANGLE_D180,
+                                          VIPS_ANGLE_D270};
+  if (g.quarterTurns != 0) {
+    image = image.rot(kAngles[g.quarterTurns]);
+  }
+  if (g.flipHorizontal) {
+    image = image.flip(VIPS_DIRECTION_HORIZONTAL);
+  }
+  if (g.flipVertical) {
+    image = image.flip(VIPS_DIRECTION_VERTICAL);
+  }
+  if (g.crop.width < 1 || g.crop.height < 1) {
+    const int w = image.width();
+    const int h = image.height();
+    const int left = std::min(w - 1, static_cast<int>(std::lround(g.crop.x * w)));
+    const int top = std::min(h - 1, static_cast<int>(std::lround(g.crop.y * h)));
+    const int width = std::clamp(static_cast<int>(std::lround(g.crop.width * w)), 1, w - left);
+    const int height = std::clamp(static_cast<int>(std::lround(g.crop.height * h)), 1, h - top);
+    image = image.extract_area(left, top, width, height);
+  }
+  return image;
+}
+
+/// Exposure in stops, as a gain on linear light; alpha is left alone.
+VImage applyExposure(VImage image, double ev) {
+  if (ev == 0 || !std::isfinite(ev)) {
+    return image;
+  }
+  image = image.colourspace(VIPS_INTERPRETATION_scRGB);
+  std::vector<double> gain(static_cast<std::size_t>(image.bands()), std::exp2(ev));
+  if (image.has_alpha()) {
+    gain.back() = 1;
+  }
+  return image.linear(gain, std::vector<double>(gain.size(), 0.0));
+}
+
+bool isGrey(const VImage& image) { return image.bands() < 3; }
+
+/// The image in 8-bit sRGB or grey, alpha kept.
+VImage eightBit(VImage image) {
+  image = image.colourspace(isGrey(image) ? VIPS_INTERPRETATION_B_W : VIPS_INTERPRETATION_sRGB);
+  return image.format() == VIPS_FORMAT_UCHAR ? image : image.cast(VIPS_FORMAT_UCHAR);
+}
+
+/// The image in 16-bit RGB or grey, alpha kept.
+VImage sixteenBit(VImage image) {
+  image = image.colourspace(isGrey(image) ? VIPS_INTERPRETATION_GREY16 : VIPS_INTERPRETATION_RGB16);
+  return image.format() == VIPS_FORMAT_USHORT ? image : image.cast(VIPS_FORMAT_USHORT);
+}
+
+/// The size of the photo as it is shown: after the EXIF orientation, read from the header only.
+std::pair<int, int> uprightSize(const std::string& path) {
+  const VImage header = VImage::new_from_file(path.c_str());
+  int w = header.width();
+  int h = header.height();
+  if (header.get_typeof(VIPS_META_ORIENTATION) != 0 && header.get_int(VIPS_META_ORIENTATION) >= 5) {
+    std::swap(w, h);
+  }
+  return {w, h};
+}
+
+} // namespace
 
 void initImaging() {
   static std::once_flag once;
@@ -18,28 +114,102 @@ void initImaging() {
   });
 }
 
-EncodedImage renderPng(const std::string& path, int longEdge) {
+VImage renderStack(const std::string& path, const core::EditStack& stack,
+                   std::optional<int> longEdge) {
   try {
-    // thumbnail shrinks on load and applies the EXIF orientation.
-    vips::VImage image = vips::VImage::thumbnail(
-        path.c_str(), longEdge,
-        vips::VImage::option()->set("height", longEdge)->set("size", VIPS_SIZE_DOWN));
-    if (image.has_alpha() && image.bands() > 4) {
-      image = image.extract_band(0, vips::VImage::option()->set("n", 4));
+    const Geometry geometry(stack);
+    auto [w, h] = uprightSize(path);
+    if (geometry.quarterTurns % 2 == 1) {
+      std::swap(w, h);
     }
-    image = image.colourspace(image.bands() >= 3 ? VIPS_INTERPRETATION_sRGB
-                                                 : VIPS_INTERPRETATION_B_W);
-    image = image.cast(VIPS_FORMAT_UCHAR);
+    // The long edge asked for belongs to the cropped result, so the decode aims at the size
+    // that leaves that many pixels once the crop is cut out.
+    const double croppedLong = std::max(w * geometry.crop.width, h * geometry.crop.height);
+    const double scale = longEdge ? std::min(1.0, *longEdge / croppedLong) : 1.0;
+    const int target = std::max(1, static_cast<int>(std::lround(std::max(w, h) * scale)));
+    // thumbnail shrinks on load and applies the EXIF orientation.
+    VImage image = VImage::thumbnail(
+        path.c_str(), target, VImage::option()->set("height", target)->set("size", VIPS_SIZE_DOWN));
+    switch (image.interpretation()) {
+    case VIPS_INTERPRETATION_sRGB:
+    case VIPS_INTERPRETATION_B_W:
+    case VIPS_INTERPRETATION_RGB16:
+    case VIPS_INTERPRETATION_GREY16:
+    case VIPS_INTERPRETATION_scRGB:
+      break;
+    default:
+      image = image.colourspace(VIPS_INTERPRETATION_sRGB); // CMYK, Lab and the like
+    }
+    image = applyGeometry(image, geometry);
+    if (longEdge) {
+      // Rounding in the decode and the crop can leave the long edge a pixel off.
+      const int wanted = std::max(1, static_cast<int>(std::lround(std::min<double>(*longEdge, croppedLong))));
+      const int actual = std::max(image.width(), image.height());
+      if (actual != wanted) {
+        image = image.resize(static_cast<double>(wanted) / actual);
+      }
+    }
+    return applyExposure(image, stack.scalar(AdjustmentKind::Exposure, 0));
+  } catch (const vips::VError& e) {
+    throw std::runtime_error("cannot render " + path + ": " + e.what());
+  }
+}
+
+EncodedImage encodePng(const VImage& rendered) {
+  try {
+    const VImage image = eightBit(rendered);
     void* buffer = nullptr;
     std::size_t size = 0;
     image.write_to_buffer(".png", &buffer, &size,
-                          vips::VImage::option()->set("compression", 1)->set("strip", true));
+                          VImage::option()->set("compression", 1)->set("strip", true));
     EncodedImage out{std::string(static_cast<const char*>(buffer), size), image.width(),
                      image.height()};
     g_free(buffer);
     return out;
   } catch (const vips::VError& e) {
-    throw std::runtime_error("cannot render " + path + ": " + e.what());
+    throw std::runtime_error(std::string("cannot encode a PNG: ") + e.what());
+  }
+}
+
+EncodedImage renderPng(const std::string& path, int longEdge) {
+  return encodePng(renderStack(path, core::EditStack{}, longEdge));
+}
+
+void saveImage(VImage image, const std::string& path, const SaveSettings& settings) {
+  try {
+    image = settings.format == FileFormat::Tiff16 ? sixteenBit(image) : eightBit(image);
+    if (settings.format == FileFormat::Jpeg && image.has_alpha()) {
+      image = image.flatten(VImage::option()->set("background", std::vector<double>{255}));
+      image = image.cast(VIPS_FORMAT_UCHAR);
+    }
+    // A private copy takes the metadata changes; the pixels are upright, and say they are sRGB.
+    image = image.copy();
+    image.set(VIPS_META_ORIENTATION, 1);
+    VipsBlob* profile = nullptr;
+    if (vips_profile_load("srgb", &profile, nullptr) == 0 && profile != nullptr) {
+      std::size_t length = 0;
+      const void* data = vips_blob_get(profile, &length);
+      vips_image_set_blob_copy(image.get_image(), VIPS_META_ICC_NAME, data, length);
+      vips_area_unref(VIPS_AREA(profile));
+    }
+    const char* file = path.c_str();
+    switch (settings.format) {
+    case FileFormat::Jpeg:
+      image.jpegsave(file, VImage::option()->set("Q", settings.quality));
+      break;
+    case FileFormat::Png:
+      image.pngsave(file, VImage::option()->set("compression", 6));
+      break;
+    case FileFormat::Heic:
+      image.heifsave(file, VImage::option()->set("Q", settings.quality)->set(
+                               "compression", VIPS_FOREIGN_HEIF_COMPRESSION_HEVC));
+      break;
+    case FileFormat::Tiff16:
+      image.tiffsave(file, VImage::option()->set("compression", VIPS_FOREIGN_TIFF_COMPRESSION_DEFLATE));
+      break;
+    }
+  } catch (const vips::VError& e) {
+    throw std::runtime_error("cannot write " + path + ": " + e.what());
   }
 }
 

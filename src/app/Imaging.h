@@ -1,22 +1,55 @@
-// libvips for the application: start-up settings, and the plain renders of this program
-// (decode with EXIF orientation, resize, encode).
+// libvips for the application: start-up settings, the render of a photo with its edit stack,
+// and the encoders of previews, renditions and exports.
 #pragma once
+
+#include "core/EditStack.h"
 
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vips/vips8>
 
 namespace velko::app {
 
 /// Starts libvips once per process with the cache and concurrency this program wants.
 void initImaging();
 
-/// A PNG of the photo with its long edge at `longEdge` pixels (never enlarged), upright.
+/// The photo at `path`, upright (EXIF orientation applied), with the stack's edits, with its
+/// long edge at `longEdge` pixels (never enlarged) or at full size when absent. A sized render
+/// shrinks on load and works at that size only.
+///
+/// Done so far, in this order: quarter-turn rotation, flips, crop (a rectangle of the rotated
+/// and flipped frame, normalised 0..1), exposure (a gain of 2^EV in linear light). The other
+/// kinds are not rendered yet. The result's band format and interpretation vary (sRGB, B_W,
+/// scRGB, 16-bit); the encoders below bring it to their own. Throws std::runtime_error naming
+/// the file when it cannot be decoded.
+vips::VImage renderStack(const std::string& path, const core::EditStack& stack,
+                         std::optional<int> longEdge);
+
+/// An encoded image and its size in pixels.
 struct EncodedImage {
   std::string bytes;
   std::int64_t width = 0;
   std::int64_t height = 0;
 };
+
+/// An 8-bit sRGB (or grey) PNG without metadata, fast compression.
+EncodedImage encodePng(const vips::VImage& image);
+
+/// A PNG of the unedited photo with its long edge at `longEdge` pixels (never enlarged), upright.
 EncodedImage renderPng(const std::string& path, int longEdge);
+
+/// The file formats written to disk.
+enum class FileFormat { Jpeg, Png, Heic, Tiff16 };
+
+struct SaveSettings {
+  FileFormat format = FileFormat::Jpeg;
+  int quality = 90; ///< libvips Q, 1..100, for JPEG and HEIC
+};
+
+/// Writes the image to `path` in the format, as sRGB with the sRGB profile embedded (8 bits, or
+/// 16 for Tiff16), alpha flattened onto white for JPEG. The EXIF block the decoder found is
+/// kept with its orientation set to 1, since the pixels are upright. Throws std::runtime_error.
+void saveImage(vips::VImage image, const std::string& path, const SaveSettings& settings);
 
 } // namespace velko::app

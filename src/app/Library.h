@@ -14,6 +14,8 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <unordered_map>
+#include <unordered_set>
 
 namespace velko::app {
 
@@ -74,6 +76,9 @@ public:
 
 private:
   void run();
+  /// Tries prints for up to `limit` stills without one after row `cursor`, moving the cursor
+  /// on; returns how many were tried and adds the ones made to `made`.
+  std::int64_t printBatch(std::int64_t limit, std::int64_t& cursor, std::int64_t& made);
 
   const Options& options_;
   Catalog& catalog_;
@@ -81,7 +86,14 @@ private:
   std::mutex wakeMutex_;
   std::condition_variable wake_;
   bool stopping_ = false;
+  std::atomic<bool> cancel_{false}; ///< makes a running scan return early on stop()
   std::thread thread_;
+  std::mutex noteMutex_;            ///< guards what follows
+  std::unordered_map<std::string, std::pair<std::int64_t, std::int64_t>> badFiles_; ///< size, mtime
+  std::unordered_set<std::int64_t> printFailed_; ///< rows whose print failed this run
+  std::unordered_set<std::string> unreadableFolders_; ///< logged once each
+  bool printFailureLogged_ = false;
+  bool unreadableLogged_ = false;
 };
 
 } // namespace velko::app

@@ -122,7 +122,7 @@ void writePhoto(const std::string& path, const PhotoSpec& spec) {
     vips::VImage x = vips::VImage::xyz(spec.width, spec.height);
     vips::VImage dx = x[0] - spec.width / 2.0, dy = x[1] - spec.height / 2.0;
     vips::VImage disc = ((dx * dx + dy * dy) < (spec.height * spec.height / 9.0)).ifthenelse(255, 0);
-    image = (x[0] * (255.0 / spec.width)).bandjoin({x[1] * (255.0 / spec.height), disc});
+    image = vips::VImage::bandjoin({x[0] * (255.0 / spec.width), x[1] * (255.0 / spec.height), disc});
   } else {
     image = vips::VImage::black(spec.width, spec.height, vips::VImage::option()->set("bands", 3)) +
             std::vector<double>{double(spec.red), double(spec.green), double(spec.blue)};

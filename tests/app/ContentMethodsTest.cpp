@@ -1,1 +1,259 @@
 #include "app/AppFixture.h"
+#include "app/ChildProcess.h"
+#include "app/FileMove.h"
+#include "app/Imaging.h"
+#include "app/Library.h"
+#include "core/Uuid.h"
+#include "json/Writer.h"
+
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <glib.h>
+#include <set>
+#include <sys/stat.h>
+#include <vips/vips8>
+
+namespace velko::app::testing {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string readAll(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+class ContentFixture : public AppFixture {
+protected:
+  ContentFixture() { initImaging(); }
+
+  std::string idOf(const std::string& path) {
+    auto a = app().catalog().access();
+    auto s = a->prepare("SELECT id FROM photos WHERE path = ?");
+    s->bind(1, path);
+    return s->step() ? s->text(0) : "";
+  }
+  static std::string base64(const std::string& bytes) {
+    gchar* text = g_base64_encode(reinterpret_cast<const guchar*>(bytes.data()), bytes.size());
+    std::string out(text);
+    g_free(text);
+    return out;
+  }
+  /// Writes a test-pattern video; false when ffmpeg is not installed.
+  static bool writeClip(const std::string& path, int seconds) {
+    fs::create_directories(fs::path(path).parent_path());
+    try {
+      return runProcess({"ffmpeg", "-nostdin", "-loglevel", "error", "-y", "-f", "lavfi", "-i",
+                         "testsrc=duration=" + std::to_string(seconds) + ":size=64x48:rate=10",
+                         "-pix_fmt", "yuv420p", path})
+                 .exitStatus == 0;
+    } catch (const ProgramNotFound&) {
+      return false;
+    }
+  }
+};
+
+using ContentSimilar = ContentFixture;
+using ContentDelete = ContentFixture;
+using ContentImport = ContentFixture;
+using ContentMovies = ContentFixture;
+
+TEST(ContentFileMove, TakesAFreeNameAndNeverReplacesOnOneOrAcrossFileSystems) {
+  velko::testing::TempDir here;
+  const std::string dir = here.path() + "/to";
+  fs::create_directories(dir);
+  std::ofstream(dir + "/x.jpg") << "taken";
+  struct stat a {
+  }, b{};
+  const bool shm =
+      ::stat("/dev/shm", &a) == 0 && ::stat(here.path().c_str(), &b) == 0 && a.st_dev != b.st_dev;
+  for (const std::string& from :
+       {here.path() + "/x.jpg", std::string("/dev/shm/velko-move-test.jpg")}) {
+    if (from.starts_with("/dev/shm") && !shm)
+      continue; // no second file system here
+    SCOPED_TRACE(from);
+    std::ofstream(from) << "moved";
+    EXPECT_THROW(moveFile(from, dir + "/x.jpg"), std::system_error);
+    EXPECT_EQ(readAll(from), "moved");
+    const std::string placed = moveIntoFolder(from, dir, "x.jpg");
+    EXPECT_FALSE(fs::exists(from));
+    EXPECT_EQ(readAll(placed), "moved");
+    EXPECT_EQ(readAll(dir + "/x.jpg"), "taken");
+    fs::remove(placed);
+  }
+  EXPECT_EQ(std::distance(fs::directory_iterator(dir), {}), 1); // no temporary copies left
+}
+
+TEST_F(ContentSimilar, RanksAResizedReencodedCopyFirst) {
+  writePhoto(libraryFile("a.jpg"), {.width = 64, .height = 48, .pattern = true});
+  writePhoto(libraryFile("b.jpg"), {.width = 48, .height = 64, .pattern = true});
+  writePhoto(libraryFile("c.jpg"), {.width = 96, .height = 48, .pattern = true});
+  writePhoto(libraryFile("d.jpg"), {.red = 200, .green = 40, .blue = 40});
+  writePhoto(libraryFile("e.png"), {.red = 40, .green = 40, .blue = 200});
+  vips::VImage::thumbnail(libraryFile("a.jpg").c_str(), 40)
+      .write_to_file(libraryFile("copy.jpg").c_str(), vips::VImage::option()->set("Q", 40));
+  open();
+  const std::string a = idOf(libraryFile("a.jpg")), copy = idOf(libraryFile("copy.jpg"));
+
+  // Before the background pass the query photo's print is made on demand.
+  json::Value r = call("similar.find", json::Object{{"id", a}});
+  EXPECT_EQ(r.at("indexed").as_int64(), 1);
+  EXPECT_TRUE(r.at("matches").as_array().empty());
+
+  EXPECT_EQ(app().library().makePrints(100), 5);
+  r = call("similar.find", json::Object{{"id", a}, {"limit", 3}});
+  EXPECT_EQ(r.at("indexed").as_int64(), 6);
+  const json::Array& m = r.at("matches").as_array();
+  ASSERT_EQ(m.size(), 3u);
+  EXPECT_EQ(m[0].at("id").as_string(), copy);
+  EXPECT_LT(m[0].at("distance").to_number<double>(), m[1].at("distance").to_number<double>());
+  EXPECT_LT(m[1].at("distance").to_number<double>(), m[2].at("distance").to_number<double>());
+
+  // By image: a larger PNG of the same photo finds it and its copy first.
+  void* png = nullptr;
+  std::size_t size = 0;
+  vips::VImage::thumbnail(libraryFile("a.jpg").c_str(), 128,
+                          vips::VImage::option()->set("size", VIPS_SIZE_FORCE)->set("height", 96))
+      .write_to_buffer(".png", &png, &size);
+  const std::string pngBytes(static_cast<const char*>(png), size);
+  g_free(png);
+  r = call("similar.find", json::Object{{"imageBase64", base64(pngBytes)}});
+  const json::Array& byImage = r.at("matches").as_array();
+  ASSERT_EQ(byImage.size(), 6u);
+  EXPECT_EQ((std::set<std::string>{std::string(byImage[0].at("id").as_string()),
+                                   std::string(byImage[1].at("id").as_string())}),
+            (std::set<std::string>{a, copy}));
+
+  // Hidden photos are left out.
+  call("photo.hide", json::Object{{"ids", json::Array{copy}}, {"hidden", true}});
+  r = call("similar.find", json::Object{{"id", a}});
+  EXPECT_EQ(r.at("matches").as_array().size(), 4u);
+  EXPECT_NE(r.at("matches").as_array()[0].at("id").as_string(), copy);
+}
+
+TEST_F(ContentSimilar, RefusesBadQueries) {
+  writePhoto(libraryFile("a.jpg"), {});
+  open();
+  const std::string jpegHead = base64(std::string("\xFF\xD8\xFF\xE0 truncated", 14));
+  const std::pair<json::Object, const char*> rows[] = {
+      {{}, "exactly one of"},
+      {{{"id", idOf(libraryFile("a.jpg"))}, {"imageBase64", jpegHead}}, "exactly one of"},
+      {{{"imageBase64", "not*base64!"}}, "not valid base64"},
+      {{{"imageBase64", base64("plain text, no image")}}, "not a PNG or JPEG"},
+      {{{"imageBase64", jpegHead}}, "cannot be decoded"},
+      {{{"id", "nope"}}, "no photo with id nope"},
+  };
+  for (const auto& [params, text] : rows) {
+    SCOPED_TRACE(text);
+    const CallError e = callError("similar.find", params);
+    EXPECT_EQ(e.code, -32602);
+    EXPECT_NE(std::string(e.what()).find(text), std::string::npos) << e.what();
+  }
+}
+
+TEST_F(ContentDelete, NeedsTheFlagThenMovesToTrash) {
+  writePhoto(libraryFile("a.jpg"), {});
+  writePhoto(libraryFile("sub/b.jpg"), {});
+  open();
+  const std::string a = idOf(libraryFile("a.jpg"));
+  const CallError off = callError("photo.delete", json::Object{{"ids", json::Array{a}}});
+  EXPECT_EQ(off.code, -32603);
+  EXPECT_NE(std::string(off.what()).find("--allow-delete"), std::string::npos);
+  EXPECT_TRUE(fs::exists(libraryFile("a.jpg")));
+
+  options_.allowDelete = true;
+  open();
+  json::Value r = call("photo.delete", json::Object{{"ids", json::Array{a, "nope", a}}});
+  EXPECT_EQ(r.at("updated").as_int64(), 1);
+  EXPECT_EQ(r.at("skipped"), (json::Array{"nope", a}));
+  EXPECT_FALSE(fs::exists(libraryFile("a.jpg")));
+  EXPECT_EQ(ids(), std::vector<std::string>{idOf(libraryFile("sub/b.jpg"))});
+
+  auto db = app().catalog().access();
+  auto s = db->prepare("SELECT original_path, trash_path FROM trash WHERE photo_id = ?");
+  s->bind(1, a);
+  ASSERT_TRUE(s->step());
+  EXPECT_EQ(s->text(0), libraryFile("a.jpg"));
+  EXPECT_TRUE(s->text(1).starts_with(app().folders().trash + "/"));
+  EXPECT_TRUE(fs::is_regular_file(s->text(1)));
+}
+
+TEST_F(ContentImport, ImportsGoodStagedFilesAndRefusesTheRest) {
+  char date[16];
+  const std::time_t now = std::time(nullptr);
+  std::tm tm{};
+  localtime_r(&now, &tm);
+  std::strftime(date, sizeof date, "%Y-%m-%d", &tm);
+  const std::string day = libraryFile("Imported/") + date;
+  writePhoto(day + "/IMG_1.jpg", {}); // taken: the import goes to IMG_1-2.jpg
+  open();
+  const std::string exchange = app().folders().exchange;
+  const std::string good = exchange + "/" + core::Uuid::random().str() + "-IMG_1.jpg";
+  const std::string bad = exchange + "/" + core::Uuid::random().str() + "-broken.jpg";
+  const std::string outside = root_.path() + "/outside.jpg";
+  const std::string link = exchange + "/link.jpg";
+  writePhoto(good, {.red = 10});
+  std::ofstream(bad) << "\xFF\xD8\xFF not really a JPEG";
+  writePhoto(outside, {});
+  fs::create_symlink(outside, link);
+  const std::string escape = exchange + "/../../../outside.jpg";
+
+  json::Value r =
+      call("library.import",
+           json::Object{{"paths", json::Array{good, bad, outside, link, escape, "relative.jpg"}}});
+  ASSERT_EQ(r.at("importedIDs").as_array().size(), 1u);
+  EXPECT_EQ(r.at("failed"), (json::Array{bad, outside, link, escape, "relative.jpg"}));
+  EXPECT_EQ(idOf(day + "/IMG_1-2.jpg"), r.at("importedIDs").at(0).as_string());
+  EXPECT_FALSE(fs::exists(good));
+  EXPECT_FALSE(fs::exists(bad));
+  EXPECT_TRUE(fs::exists(outside));
+  EXPECT_EQ(ids().size(), 2u);
+}
+
+TEST_F(ContentMovies, MakesAndListsMoviesOfVideosOnly) {
+  if (!writeClip(libraryFile("one.mp4"), 2) || !writeClip(libraryFile("two.mp4"), 1)) {
+    GTEST_SKIP() << "ffmpeg is not installed";
+  }
+  writePhoto(libraryFile("still.jpg"), {});
+  open();
+  const std::string one = idOf(libraryFile("one.mp4")), two = idOf(libraryFile("two.mp4"));
+  const std::string still = idOf(libraryFile("still.jpg"));
+
+  json::Value reel = call(
+      "movie.make", json::Object{{"ids", json::Array{one, still, two, "nope"}}, {"name", "Reel"}});
+  EXPECT_EQ(reel.at("name").as_string(), "Reel");
+  EXPECT_EQ(reel.at("clipCount").as_int64(), 2);
+  EXPECT_NEAR(reel.at("durationSeconds").to_number<double>(), 3, 0.2);
+  json::Value unnamed = call("movie.make", json::Object{{"ids", json::Array{two}}});
+  EXPECT_TRUE(unnamed.at("name").as_string().starts_with("Movie "));
+  EXPECT_EQ(callError("movie.make", json::Object{{"ids", json::Array{still}}}).code, -32602);
+
+  EXPECT_EQ(call("movie.list").at("movies"), (json::Array{unnamed, reel}));
+
+  // video.commit: refused without the flag, then trims into a rendition.
+  const json::Object trim{{"id", one}, {"startSeconds", 0.5}, {"endSeconds", 1.5}};
+  EXPECT_NE(std::string(callError("video.commit", trim).what()).find("--allow-saving"),
+            std::string::npos);
+  options_.allowSaving = true;
+  open();
+  for (const json::Object& bad :
+       {json::Object{{"id", one}, {"startSeconds", 1.5}, {"endSeconds", 1.0}},
+        json::Object{{"id", one}, {"endSeconds", 9.0}},
+        json::Object{{"id", one}, {"startSeconds", -1.0}}, json::Object{{"id", still}}}) {
+    SCOPED_TRACE(json::toCompact(bad));
+    EXPECT_EQ(callError("video.commit", bad).code, -32602);
+  }
+  EXPECT_EQ(call("video.commit", trim), (json::Object{{"committed", true}, {"version", 0}}));
+  std::vector<fs::path> renditions(fs::directory_iterator(app().folders().renditions), {});
+  ASSERT_EQ(renditions.size(), 1u); // no temporary file left behind
+  const ProcessResult probe =
+      runProcess({"ffprobe", "-v", "error", "-show_entries", "format=duration", "-of", "csv=p=0",
+                  renditions[0].string()});
+  EXPECT_NEAR(std::stod(probe.output), 1.0, 0.15);
+  EXPECT_TRUE(
+      call("photo.get", json::Object{{"id", one}}).at("photo").at("hasAdjustments").as_bool());
+}
+
+} // namespace
+} // namespace velko::app::testing

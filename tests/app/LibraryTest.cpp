@@ -1,1 +1,242 @@
 #include "app/AppFixture.h"
+#include "app/ChildProcess.h"
+#include "app/Exif.h"
+#include "app/Imaging.h"
+#include "app/Library.h"
+#include "core/Uuid.h"
+
+#include <filesystem>
+#include <fstream>
+
+namespace velko::app::testing {
+namespace {
+
+namespace fs = std::filesystem;
+
+class LibraryScan : public AppFixture {
+protected:
+  void SetUp() override { initImaging(); }
+
+  ScanReport scan() { return app().library().scan(); }
+
+  std::int64_t column(const std::string& id, const std::string& sql) {
+    auto a = app().catalog().access();
+    auto s = a->prepare(sql);
+    s->bind(1, id);
+    return s->step() ? s->int64(0) : -100;
+  }
+  std::int64_t state(const std::string& id) { return column(id, "SELECT state FROM photos WHERE id = ?"); }
+  std::int64_t rating(const std::string& id) { return column(id, "SELECT rating FROM photos WHERE id = ?"); }
+};
+
+TEST(LibraryFormats, ByExtensionIgnoringCase) {
+  const std::pair<const char*, std::optional<std::string>> cases[] = {
+      {"a.JPG", "JPEG"}, {"a.jpeg", "JPEG"}, {"a.Heif", "HEIC"}, {"a.tif", "TIFF"},
+      {"a.webp", "WebP"}, {"a.M4V", "M4V"},  {"a.mov", "MOV"},   {"a.txt", std::nullopt},
+      {"jpg", std::nullopt}, {"a.jpg.xmp", std::nullopt}};
+  for (const auto& [name, label] : cases) {
+    EXPECT_EQ(formatOfName(name), label) << name;
+  }
+}
+
+TEST(LibraryExif, MalformedBlocksGiveNoFacts) {
+  for (std::string_view block : {std::string_view(""), std::string_view("Exif\0\0garbage", 13),
+                                 std::string_view("\xff\xd8\xff\xe1\x00\x02", 6)}) {
+    const ExifFacts f = parseExif(block);
+    EXPECT_FALSE(f.captureTime || f.latitude || f.cameraMake || f.iso);
+    EXPECT_EQ(f.orientation, 1);
+  }
+}
+
+TEST_F(LibraryScan, ExifFactsReadBack) {
+  struct Case {
+    const char* name;
+    PhotoSpec spec;
+  };
+  Case cases[] = {
+      {"north-east", {.dateTimeOriginal = "2021:07:04 18:30:15", .latitude = 48.8584, .longitude = 2.2945}},
+      {"south-west", {.latitude = -33.8568, .longitude = -70.6483}},
+      {"north-west", {.latitude = 40.6892, .longitude = -74.0445}},
+      {"south-east", {.latitude = -33.8568, .longitude = 151.2153}},
+      {"camera", {.make = "Acme", .model = "X100", .lens = "23mm F2", .iso = 400,
+                  .exposureSeconds = 1.0 / 250, .fNumber = 5.6, .focalLength = 23}},
+      {"rotated", {.width = 60, .height = 40, .orientation = 6}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string path = libraryFile(std::string(c.name) + ".jpg");
+    writePhoto(path, c.spec);
+    const MediaFacts m = readMedia(path);
+    EXPECT_EQ(m.format, "JPEG");
+    EXPECT_FALSE(m.isVideo);
+    if (c.spec.dateTimeOriginal) {
+      EXPECT_EQ(m.captureTime, 1625423415); // 2021-07-04T18:30:15Z
+    } else {
+      EXPECT_FALSE(m.captureTime);
+    }
+    if (c.spec.latitude) {
+      ASSERT_TRUE(m.latitude && m.longitude);
+      EXPECT_NEAR(*m.latitude, *c.spec.latitude, 1e-6);
+      EXPECT_NEAR(*m.longitude, *c.spec.longitude, 1e-6);
+    } else {
+      EXPECT_FALSE(m.latitude || m.longitude);
+    }
+    EXPECT_EQ(m.cameraMake, c.spec.make);
+    EXPECT_EQ(m.cameraModel, c.spec.model);
+    EXPECT_EQ(m.lens, c.spec.lens);
+    EXPECT_EQ(m.iso, c.spec.iso);
+    if (c.spec.exposureSeconds) {
+      EXPECT_NEAR(m.shutterSeconds.value_or(0), 1.0 / 250, 1e-9);
+      EXPECT_NEAR(m.aperture.value_or(0), 5.6, 1e-9);
+      EXPECT_NEAR(m.focalLengthMM.value_or(0), 23, 1e-9);
+    }
+    EXPECT_EQ(m.orientation, c.spec.orientation);
+    const bool swapped = c.spec.orientation >= 5;
+    EXPECT_EQ(m.width, swapped ? c.spec.height : c.spec.width);
+    EXPECT_EQ(m.height, swapped ? c.spec.width : c.spec.height);
+  }
+  EXPECT_THROW(readMedia(libraryFile("none.jpg")), std::runtime_error);
+}
+
+TEST_F(LibraryScan, OtherStillFormatsCarryTheirExif) {
+  // libvips 8.14 writes no EXIF into TIFF, so a TIFF here only carries its orientation.
+  for (const char* name : {"p.png", "w.webp", "t.tif"}) {
+    const bool exif = std::string_view(name) != "t.tif";
+    SCOPED_TRACE(name);
+    writePhoto(libraryFile(name), {.width = 30, .height = 20, .dateTimeOriginal = "2021:07:04 18:30:15",
+                                   .make = "Acme", .orientation = 8});
+    const MediaFacts m = readMedia(libraryFile(name));
+    EXPECT_EQ(m.format, formatOfName(name));
+    EXPECT_EQ(m.captureTime, exif ? std::optional<std::int64_t>(1625423415) : std::nullopt);
+    EXPECT_EQ(m.cameraMake, exif ? std::optional<std::string>("Acme") : std::nullopt);
+    EXPECT_EQ(m.width, 20);
+  }
+}
+
+TEST_F(LibraryScan, VideosThroughFfprobe) {
+  const std::string plain = root_.path() + "/plain.mp4", clip = libraryFile("clip.mp4");
+  try {
+    // Stream copy is how ffmpeg 5 writes a rotation (a display matrix) into MP4.
+    ASSERT_EQ(runProcess({"ffmpeg", "-v", "error", "-f", "lavfi", "-i", "testsrc=size=64x48:rate=10",
+                          "-t", "1.5", "-pix_fmt", "yuv420p", "-y", plain}).exitStatus, 0);
+    ASSERT_EQ(runProcess({"ffmpeg", "-v", "error", "-i", plain, "-c", "copy",
+                          "-metadata:s:v:0", "rotate=90", "-y", clip}).exitStatus, 0);
+  } catch (const ProgramNotFound&) {
+    GTEST_SKIP() << "ffmpeg is not installed";
+  }
+  const MediaFacts m = readMedia(clip);
+  EXPECT_TRUE(m.isVideo);
+  EXPECT_EQ(m.format, "MP4");
+  EXPECT_NEAR(m.durationSeconds, 1.5, 0.15);
+  EXPECT_EQ(m.width, 48); // rotated a quarter turn
+  EXPECT_EQ(m.height, 64);
+  std::ofstream(libraryFile("broken.mov")) << "no movie";
+  EXPECT_THROW(readMedia(libraryFile("broken.mov")), std::runtime_error);
+}
+
+TEST_F(LibraryScan, IdsSurviveReopenRenameMoveAndDeletion) {
+  writePhoto(libraryFile("a.jpg"), {.dateTimeOriginal = "2020:01:01 10:00:00"});
+  writePhoto(libraryFile("b.jpg"), {.red = 10, .dateTimeOriginal = "2020:01:02 10:00:00"});
+  writePhoto(libraryFile("c.jpg"), {.red = 250, .dateTimeOriginal = "2020:01:03 10:00:00"});
+  open();
+  const std::vector<std::string> first = ids();
+  ASSERT_EQ(first.size(), 3u);
+  const auto uuid = core::Uuid::parse(first[0].substr(0, 36));
+  ASSERT_TRUE(uuid);
+  EXPECT_EQ(uuid->str() + "/L0/001", first[0]);
+  const std::string c = first[0], b = first[1], a = first[2];
+  call("photo.rate", json::Object{{"ids", json::Array{a, b}}, {"rating", 4}});
+
+  close();
+  open();
+  EXPECT_EQ(ids(), first);
+
+  fs::rename(libraryFile("a.jpg"), libraryFile("renamed.jpg"));
+  fs::create_directories(libraryFile("sub"));
+  fs::rename(libraryFile("b.jpg"), libraryFile("sub/b.jpg"));
+  const std::string outside = root_.path() + "/c.jpg";
+  fs::rename(libraryFile("c.jpg"), outside);
+  ScanReport r = scan();
+  EXPECT_EQ(r.moved, 2);
+  EXPECT_EQ(r.added, 0);
+  EXPECT_EQ(r.missing, 1);
+  EXPECT_EQ(rating(a), 4);
+  EXPECT_EQ(rating(b), 4);
+  EXPECT_EQ(state(c), 1);
+  EXPECT_EQ(ids(), (std::vector<std::string>{b, a}));
+  {
+    auto acc = app().catalog().access();
+    auto s = acc->prepare("SELECT count(*) FROM photo_text WHERE photo_text MATCH 'renamed'");
+    ASSERT_TRUE(s->step());
+    EXPECT_EQ(s->int64(0), 1);
+  }
+
+  // Back from missing, then back from the trash, each time with its id.
+  fs::rename(outside, libraryFile("c.jpg"));
+  r = scan();
+  EXPECT_EQ(r.moved, 1);
+  EXPECT_EQ(state(c), 0);
+  fs::rename(libraryFile("c.jpg"), outside);
+  app().catalog().write([&](Database& db) {
+    db.prepare("UPDATE photos SET state = 2 WHERE id = ?")->bindAll(c).run();
+    db.prepare("INSERT INTO trash VALUES(?, ?, ?, 0)")->bindAll(c, libraryFile("c.jpg"), outside).run();
+  });
+  EXPECT_EQ(scan().missing, 0);
+  fs::rename(outside, libraryFile("sub/c.jpg"));
+  scan();
+  EXPECT_EQ(state(c), 0);
+  EXPECT_EQ(column(c, "SELECT count(*) FROM trash WHERE photo_id = ?"), 0);
+  EXPECT_EQ(ids().size(), 3u);
+}
+
+TEST_F(LibraryScan, RescanReadsOnlyChangesAndSkipsWhatItCannotRead) {
+  writePhoto(libraryFile("a.jpg"), {});
+  writePhoto(libraryFile("deep/er/b.png"), {});
+  std::ofstream(libraryFile("bad.jpg")) << "not a jpeg at all";
+  std::ofstream(libraryFile("notes.txt")) << "text";
+  writePhoto(libraryFile(".hidden/h.jpg"), {});
+  writePhoto(root_.path() + "/outside/o.jpg", {});
+  fs::create_directory_symlink(root_.path() + "/outside", libraryFile("link"));
+  open(false);
+  ScanReport r = scan();
+  EXPECT_EQ(r.added, 2);
+  EXPECT_EQ(r.failed, 1);
+  EXPECT_EQ(ids().size(), 2u);
+
+  writePhoto(libraryFile("c.jpg"), {.red = 3});
+  writePhoto(libraryFile("a.jpg"), {.width = 80});
+  r = scan();
+  EXPECT_EQ(r.added, 1);
+  EXPECT_EQ(r.changed, 1);
+  EXPECT_EQ(r.unchanged, 1);
+  EXPECT_EQ(r.failed, 1); // still unreadable, and not logged again
+  EXPECT_EQ(ids().size(), 3u);
+}
+
+TEST_F(LibraryScan, VanishedLibraryFolderMarksNothingMissing) {
+  writePhoto(libraryFile("a.jpg"), {});
+  open();
+  ASSERT_EQ(ids().size(), 1u);
+  fs::rename(library_, library_ + "-away");
+  EXPECT_FALSE(app().library().readable());
+  EXPECT_EQ(scan().missing, 0);
+  EXPECT_EQ(ids().size(), 1u);
+  EXPECT_FALSE(call("system.ping").at("libraryAuthorized").as_bool());
+  fs::rename(library_ + "-away", library_);
+  EXPECT_EQ(scan().unchanged, 1);
+}
+
+TEST_F(LibraryScan, BackgroundScanPicksUpNewFilesAndStopsPromptly) {
+  open(false);
+  app().library().start();
+  writePhoto(libraryFile("late.jpg"), {});
+  const std::string id = app().library().addFile(libraryFile("late.jpg"));
+  EXPECT_EQ(ids(), std::vector<std::string>{id});
+  EXPECT_THROW(app().library().addFile(libraryFile("missing.jpg")), std::runtime_error);
+  const auto t0 = std::chrono::steady_clock::now();
+  app().library().stop();
+  EXPECT_LT(std::chrono::steady_clock::now() - t0, std::chrono::seconds(2));
+}
+
+} // namespace
+} // namespace velko::app::testing

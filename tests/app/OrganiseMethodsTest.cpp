@@ -1,1 +1,258 @@
 #include "app/AppFixture.h"
+#include "app/Gazetteer.h"
+
+#include <cmath>
+
+namespace velko::app::testing {
+namespace {
+
+class OrganiseMethods : public AppFixture {
+protected:
+  /// Opens a library of `n` stills taken a day apart; ids newest first.
+  std::vector<std::string> openWith(int n) {
+    for (int i = 0; i < n; ++i) {
+      PhotoSpec spec;
+      spec.dateTimeOriginal = "2024:05:0" + std::to_string(i + 1) + " 10:00:00";
+      writePhoto(libraryFile("p" + std::to_string(i) + ".jpg"), spec);
+    }
+    open();
+    return ids();
+  }
+  std::int64_t code(std::string_view method, const json::Object& params) {
+    return callError(method, params).code;
+  }
+};
+
+TEST_F(OrganiseMethods, ChangesShowInPhotoGetAndSkipUnknownOrRepeatedIds) {
+  const std::string a = openWith(1).at(0);
+  struct Row {
+    const char* method;
+    const char* key;
+    json::Value value;
+    const char *record, *field;
+    json::Value expected;
+  } rows[] = {
+      {"photo.rate", "rating", 4, "metadata", "rating", 4},
+      {"photo.flag", "flag", "reject", "metadata", "flag", -1},
+      {"photo.flag", "flag", "pick", "metadata", "flag", 1},
+      {"photo.label", "color", "purple", "metadata", "colorLabel", 5},
+      {"photo.label", "color", "none", "metadata", "colorLabel", 0},
+      {"photo.favorite", "favorite", true, "photo", "isFavorite", true},
+      {"photo.hide", "hidden", true, "photo", "isHidden", true},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(std::string(row.method) + " " + json::toCompact(row.value));
+    json::Value r =
+        call(row.method, json::Object{{"ids", json::Array{a, "nope", a}}, {row.key, row.value}});
+    EXPECT_EQ(r.at("updated").as_int64(), 1);
+    EXPECT_EQ(r.at("skipped"), (json::Array{"nope", a}));
+    EXPECT_EQ(call("photo.get", json::Object{{"id", a}}).at(row.record).at(row.field),
+              row.expected);
+  }
+}
+
+TEST_F(OrganiseMethods, RefusesValuesOutsideTheAcceptedOnes) {
+  const std::string a = openWith(1).at(0);
+  const std::pair<const char*, json::Object> rows[] = {
+      {"0 to 5", {{"ids", json::Array{a}}, {"rating", 6}}},
+      {"0 to 5", {{"ids", json::Array{a}}, {"rating", -1}}},
+      {"pick, reject or none", {{"ids", json::Array{a}}, {"flag", "maybe"}}},
+      {"none, red, yellow, green, blue or purple", {{"ids", json::Array{a}}, {"color", "pink"}}},
+  };
+  for (const auto& [accepted, params] : rows) {
+    const char* method = params.contains("rating") ? "photo.rate"
+                         : params.contains("flag") ? "photo.flag"
+                                                   : "photo.label";
+    SCOPED_TRACE(json::toCompact(params));
+    CallError e = callError(method, params);
+    EXPECT_EQ(e.code, -32602);
+    EXPECT_NE(std::string(e.what()).find(accepted), std::string::npos) << e.what();
+  }
+  EXPECT_EQ(call("photo.get", json::Object{{"id", a}}).at("metadata").at("rating").as_int64(), 0);
+}
+
+TEST_F(OrganiseMethods, GroupsByIdAndByNameWithNestingAndCounts) {
+  const auto ids = openWith(3);
+  json::Value animals = call(
+      "keyword.create", json::Object{{"name", " Animals "}, {"ids", json::Array{ids[0], "nope"}}});
+  const std::string animalsID(animals.at("id").as_string());
+  EXPECT_EQ(animals.at("name"), "Animals");
+  EXPECT_EQ(animals.at("count").as_int64(), 1);
+  json::Value dogs =
+      call("keyword.create", json::Object{{"name", "dogs"}, {"parentID", animalsID}});
+  EXPECT_EQ(dogs.at("parentID").as_string(), animalsID);
+  // The same name under the same parent is the same keyword, with the new photos added.
+  json::Value again =
+      call("keyword.create",
+           json::Object{{"name", "Dogs"}, {"parentID", animalsID}, {"ids", json::Array{ids[1]}}});
+  EXPECT_EQ(again.at("id"), dogs.at("id"));
+  EXPECT_EQ(again.at("count").as_int64(), 1);
+
+  json::Value r =
+      call("keyword.assign",
+           json::Object{{"name", "DOGS"}, {"ids", json::Array{ids[1], ids[2], "nope"}}});
+  EXPECT_EQ(r, (json::Object{{"updated", 2}, {"skipped", json::Array{"nope"}}}));
+  call("keyword.remove",
+       json::Object{{"id", dogs.at("id")}, {"name", "Animals"}, {"ids", json::Array{ids[1]}}});
+  json::Value list = call("keyword.list");
+  ASSERT_EQ(list.at("keywords").as_array().size(), 2u);
+  EXPECT_EQ(list.at("keywords").at(0).at("name"), "Animals");
+  EXPECT_EQ(list.at("keywords").at(0).at("count").as_int64(), 1);
+  EXPECT_EQ(list.at("keywords").at(1).at("count").as_int64(), 1); // ids[2] left in dogs
+
+  json::Value album =
+      call("album.create", json::Object{{"name", "Trip"}, {"ids", json::Array{ids[0], ids[1]}}});
+  EXPECT_EQ(album.at("title"), "Trip");
+  EXPECT_EQ(album.at("count").as_int64(), 2);
+  call("collection.create", json::Object{{"name", "b"}});
+  call("collection.create", json::Object{{"name", "A"}});
+  json::Value collections = call("collection.list").at("collections");
+  EXPECT_EQ(collections.at(0).at("name"), "A");
+  EXPECT_EQ(collections.at(0).at("isSmart"), false);
+
+  const std::tuple<const char*, json::Object, const char*> errors[] = {
+      {"keyword.assign", {{"name", "x"}, {"ids", json::Array{}}}, "no keyword named \"x\""},
+      {"collection.add", {{"id", animalsID}, {"ids", json::Array{}}}, "no collection with id"},
+      {"album.remove", {{"ids", json::Array{}}}, "params.id or params.name"},
+      {"keyword.create", {{"name", "x"}, {"parentID", album.at("id")}}, "is not a keyword"},
+      {"collection.create", {{"name", "  "}}, "params.name is empty"},
+  };
+  for (const auto& [method, params, message] : errors) {
+    SCOPED_TRACE(method);
+    CallError e = callError(method, params);
+    EXPECT_EQ(e.code, -32602);
+    EXPECT_NE(std::string(e.what()).find(message), std::string::npos) << e.what();
+  }
+}
+
+TEST_F(OrganiseMethods, PendingPutsTheSelectionFirstThenTheNewest) {
+  const auto ids = openWith(4); // newest first
+  call("library.select", json::Object{{"ids", json::Array{ids[3], ids[2]}}});
+  json::Value r = call("annotate.pending", json::Object{{"limit", 3}});
+  EXPECT_EQ(r, (json::Object{{"ids", json::Array{ids[3], ids[2], ids[0]}}, {"remaining", 4}}));
+
+  call("annotate.set",
+       json::Object{{"id", ids[3]}, {"annotation", json::Object{{"caption", "A cat."}}}});
+  call("photo.hide", json::Object{{"ids", json::Array{ids[0]}}, {"hidden", true}});
+  r = call("annotate.pending", json::Object{{"limit", 0}});
+  EXPECT_EQ(r, (json::Object{{"ids", json::Array{ids[2]}}, {"remaining", 2}}));
+}
+
+TEST_F(OrganiseMethods, SetStoresATidyAnnotationThatTextQueriesFind) {
+  const auto ids = openWith(2);
+  json::Value stored =
+      call("annotate.set",
+           json::Object{{"id", ids[1]},
+                        {"model", "test-model"},
+                        {"annotation",
+                         json::Object{{"caption", "  A red kayak on a lake. "},
+                                      {"keywords", json::Array{" Kayak", "kayak", "", "Lake "}},
+                                      {"subjects", json::Array{"boat", "Boat"}},
+                                      {"scene", " "},
+                                      {"keeperScore", 1.5}}}})
+          .at("annotation");
+  EXPECT_EQ(stored.at("caption"), "A red kayak on a lake.");
+  EXPECT_EQ(stored.at("keywords"), (json::Array{"Kayak", "Lake"}));
+  EXPECT_EQ(stored.at("subjects"), (json::Array{"boat"}));
+  EXPECT_FALSE(stored.as_object().contains("scene"));
+  EXPECT_EQ(stored.at("keeperScore").to_number<double>(), 1.0);
+  EXPECT_EQ(call("photo.get", json::Object{{"id", ids[1]}}).at("annotation"), stored);
+
+  for (const char* text : {"kayak", "Lake KAY", "boat red"}) {
+    SCOPED_TRACE(text);
+    EXPECT_EQ(call("library.query", json::Object{{"text", text}}).at("ids"), json::Array{ids[1]});
+  }
+  EXPECT_EQ(call("library.query", json::Object{{"text", "kayak cat"}}).at("count").as_int64(), 0);
+  EXPECT_EQ(code("annotate.set", {{"id", "nope"}, {"annotation", json::Object{{"caption", "x"}}}}),
+            -32602);
+}
+
+TEST_F(OrganiseMethods, GeotagNeedsTheFlagThenTakesOneForm) {
+  writePhoto(libraryFile("a.jpg"), {});
+  open();
+  const std::string a = ids().at(0);
+  CallError refused =
+      callError("photo.geotag", json::Object{{"ids", json::Array{a}}, {"clear", true}});
+  EXPECT_EQ(refused.code, -32603);
+  EXPECT_NE(std::string(refused.what()).find("--allow-saving"), std::string::npos);
+
+  options_.allowSaving = true;
+  open(false);
+  auto location = [&] {
+    return call("photo.get", json::Object{{"id", a}}).at("photo");
+  };
+  json::Value r = call(
+      "photo.geotag",
+      json::Object{{"ids", json::Array{a, "nope"}}, {"latitude", 4.15}, {"longitude", -73.63}});
+  EXPECT_EQ(r, (json::Object{{"updated", 1},
+                             {"skipped", json::Array{"nope"}},
+                             {"latitude", 4.15},
+                             {"longitude", -73.63}}));
+  EXPECT_EQ(location().at("latitude").to_number<double>(), 4.15);
+
+  for (const char* place : {"Paris", "paris, FRANCE", "Europe/Paris"}) {
+    SCOPED_TRACE(place);
+    r = call("photo.geotag", json::Object{{"ids", json::Array{a}}, {"place", place}});
+    EXPECT_NEAR(r.at("latitude").to_number<double>(), 48.86, 0.05);
+    EXPECT_NEAR(r.at("longitude").to_number<double>(), 2.35, 0.05);
+    EXPECT_NEAR(location().at("latitude").to_number<double>(), 48.86, 0.05);
+  }
+  CallError unknown = callError(
+      "photo.geotag", json::Object{{"ids", json::Array{a}}, {"place", "Villavicencio, Colombia"}});
+  EXPECT_EQ(unknown.code, -32602);
+  EXPECT_NE(std::string(unknown.what()).find("pass latitude and longitude"), std::string::npos);
+
+  r = call("photo.geotag", json::Object{{"ids", json::Array{a}}, {"clear", true}});
+  EXPECT_FALSE(r.as_object().contains("latitude"));
+  EXPECT_FALSE(location().as_object().contains("latitude"));
+
+  const json::Object badForms[] = {
+      {{"ids", json::Array{a}}},
+      {{"ids", json::Array{a}}, {"latitude", 10}},
+      {{"ids", json::Array{a}}, {"latitude", 91}, {"longitude", 0}},
+      {{"ids", json::Array{a}}, {"place", "Paris"}, {"clear", true}},
+  };
+  for (const json::Object& params : badForms) {
+    SCOPED_TRACE(json::toCompact(params));
+    EXPECT_EQ(code("photo.geotag", params), -32602);
+  }
+}
+
+TEST(OrganiseGazetteer, MatchesCitiesAndCountriesLoosely) {
+  const Gazetteer g(
+      "#codes\tcoordinates\tTZ\n"
+      "BR\t-2332-04637\tAmerica/Sao_Paulo\n"
+      "AU\t-3133+15905\tAustralia/Lord_Howe\n"
+      "AU\t-3157+14127\tAustralia/Broken_Hill\n"
+      "AU\t-3455+13835\tAustralia/Adelaide\n"
+      "AU\t-3352+15113\tAustralia/Sydney\n"
+      "KR\t+3733+12658\tAsia/Seoul\n"
+      "US\t+404251-0740023\tAmerica/New_York\n"
+      "US\t+415100-0873900\tAmerica/Chicago\n",
+      "BR\tBrazil\nAU\tAustralia\nKP\tKorea (North)\nKR\tKorea (South)\nUS\tUnited States\n");
+  const std::pair<const char*, const char*> rows[] = {
+      {"São Paulo, Brasil", ""},
+      {"SÃO PAULO", "America/Sao_Paulo"},
+      {"sao_paulo, BR", "America/Sao_Paulo"},
+      {"Australia", "Australia/Sydney"},
+      {"South Korea", "Asia/Seoul"},
+      {"Korea", ""},
+      {"New York, USA", "America/New_York"},
+      {"Sydney, United States", ""},
+      {"United States", "America/New_York"},
+      {"kiev", ""},
+      {"Springfield", ""},
+  };
+  for (const auto& [query, zone] : rows) {
+    SCOPED_TRACE(query);
+    const auto place = g.find(query);
+    EXPECT_EQ(place ? place->zone : "", zone);
+  }
+  const auto ny = g.find("new york");
+  ASSERT_TRUE(ny);
+  EXPECT_NEAR(ny->latitude, 40.714, 1e-3);
+  EXPECT_NEAR(ny->longitude, -74.006, 1e-3);
+}
+
+} // namespace
+} // namespace velko::app::testing

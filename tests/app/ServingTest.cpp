@@ -29,7 +29,7 @@ int connectTo(const std::string& path) {
 }
 
 /// One request on a fresh connection; the reply line, or "" when the connection closed first.
-std::string exchange(const std::string& path, std::string_view bytes) {
+std::string roundTrip(const std::string& path, std::string_view bytes) {
   const int fd = connectTo(path);
   if (fd < 0) {
     return "";
@@ -71,7 +71,7 @@ TEST_F(Serving, AnswersManyClientsAtOnce) {
     clients.emplace_back([&, c] {
       for (int i = 0; i < kCalls; ++i) {
         const std::string id = std::to_string(c * 1000 + i);
-        const std::string reply = exchange(socket_, R"({"jsonrpc":"2.0","id":)" + id + R"(,"method":"system.ping"})" "\n");
+        const std::string reply = roundTrip(socket_, R"({"jsonrpc":"2.0","id":)" + id + R"(,"method":"system.ping"})" "\n");
         if (reply.find(R"("id":)" + id + ",") != std::string::npos &&
             reply.find(R"("photoCount":1)") != std::string::npos) {
           ++good;
@@ -94,8 +94,8 @@ TEST_F(Serving, HostilePeersDoNotStopOthers) {
   ::send(leaving, "{\"jsonrpc\":", 11, MSG_NOSIGNAL);
   ::close(leaving);
   const std::string huge(8 * 1024 * 1024 + 16, ' ');
-  EXPECT_EQ(exchange(socket_, huge), "");
-  EXPECT_NE(exchange(socket_, "{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"system.ping\"}\n").find("photoCount"),
+  EXPECT_EQ(roundTrip(socket_, huge), "");
+  EXPECT_NE(roundTrip(socket_, "{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"system.ping\"}\n").find("photoCount"),
             std::string::npos);
   ::close(silent);
 }

@@ -1,0 +1,22 @@
+// Moving the user's files (into the trash, from the exchange folder into the library) so that
+// none is ever lost or overwritten: a rename that refuses to replace, and across file systems a
+// copy that is synced and linked into place before the source goes.
+#pragma once
+
+#include <string>
+
+namespace velko::app {
+
+/// Moves the file `from` to `to`, which must not exist. Never replaces a file. Across file
+/// systems it copies to a temporary name beside `to`, syncs it, renames it into place and only
+/// then unlinks `from`; any failure leaves `from` where it was and no file at `to`.
+/// Throws std::system_error (EEXIST when `to` exists).
+void moveFile(const std::string& from, const std::string& to);
+
+/// Moves `from` into the folder `dir` (created when missing) as `name`, or, when that is taken,
+/// as name-2.ext, name-3.ext, …; the free name is claimed by the move itself, so two movers
+/// never pick the same one. Returns the path the file now has. Throws std::system_error.
+std::string moveIntoFolder(const std::string& from, const std::string& dir,
+                           const std::string& name);
+
+} // namespace velko::app
