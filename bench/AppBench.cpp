@@ -41,28 +41,28 @@ const velko::testing::TempDir& photoLibrary() {
     std::mt19937 random(7);
     std::uniform_real_distribution<double> lat(-60, 70), lon(-180, 180);
     for (int i = 0; i < kFiles; ++i) {
-      PhotoSpec spec;
-      spec.width = 96;
-      spec.height = 64;
-      spec.red = static_cast<unsigned char>(i);
-      spec.green = static_cast<unsigned char>(i >> 8);
-      spec.blue = static_cast<unsigned char>(i * 7);
+      PhotoSpec shot;
+      shot.width = 96;
+      shot.height = 64;
+      shot.red = static_cast<unsigned char>(i);
+      shot.green = static_cast<unsigned char>(i >> 8);
+      shot.blue = static_cast<unsigned char>(i * 7);
       char date[32];
       std::snprintf(date, sizeof date, "20%02d:%02d:%02d 12:%02d:%02d", 10 + i % 14, 1 + i % 12,
                     1 + i % 28, i % 60, (i / 60) % 60);
-      spec.dateTimeOriginal = date;
-      spec.latitude = lat(random);
-      spec.longitude = lon(random);
-      spec.make = "Acme";
-      spec.model = "X100";
-      spec.iso = 100 + i % 3200;
-      spec.exposureSeconds = 1.0 / 250;
-      spec.fNumber = 5.6;
-      spec.focalLength = 23;
-      spec.orientation = i % 10 == 0 ? 6 : 1;
+      shot.dateTimeOriginal = date;
+      shot.latitude = lat(random);
+      shot.longitude = lon(random);
+      shot.make = "Acme";
+      shot.model = "X100";
+      shot.iso = 100 + i % 3200;
+      shot.exposureSeconds = 1.0 / 250;
+      shot.fNumber = 5.6;
+      shot.focalLength = 23;
+      shot.orientation = i % 10 == 0 ? 6 : 1;
       char name[64];
       std::snprintf(name, sizeof name, "/library/%03d/IMG_%05d.jpg", i / 500, i);
-      app::testing::writePhoto(dir.path() + name, spec);
+      app::testing::writePhoto(dir.path() + name, shot);
     }
     return true;
   }();

@@ -74,35 +74,35 @@ void setDegrees(ExifData* data, int tag, int refTag, double value, const char* p
   setAscii(data, EXIF_IFD_GPS, static_cast<ExifTag>(refTag), value < 0 ? neg : pos);
 }
 
-std::string exifBlock(const PhotoSpec& spec) {
+std::string exifBlock(const PhotoSpec& shot) {
   ExifData* data = exif_data_new();
   exif_data_set_byte_order(data, EXIF_BYTE_ORDER_INTEL);
   exif_data_set_data_type(data, EXIF_DATA_TYPE_COMPRESSED);
   exif_set_short(entry(data, EXIF_IFD_0, EXIF_TAG_ORIENTATION)->data, EXIF_BYTE_ORDER_INTEL,
-                 static_cast<ExifShort>(spec.orientation));
-  if (spec.make) setAscii(data, EXIF_IFD_0, EXIF_TAG_MAKE, *spec.make);
-  if (spec.model) setAscii(data, EXIF_IFD_0, EXIF_TAG_MODEL, *spec.model);
-  if (spec.lens) setAscii(data, EXIF_IFD_EXIF, EXIF_TAG_LENS_MODEL, *spec.lens);
-  if (spec.dateTimeOriginal) {
-    setAscii(data, EXIF_IFD_EXIF, EXIF_TAG_DATE_TIME_ORIGINAL, *spec.dateTimeOriginal);
+                 static_cast<ExifShort>(shot.orientation));
+  if (shot.make) setAscii(data, EXIF_IFD_0, EXIF_TAG_MAKE, *shot.make);
+  if (shot.model) setAscii(data, EXIF_IFD_0, EXIF_TAG_MODEL, *shot.model);
+  if (shot.lens) setAscii(data, EXIF_IFD_EXIF, EXIF_TAG_LENS_MODEL, *shot.lens);
+  if (shot.dateTimeOriginal) {
+    setAscii(data, EXIF_IFD_EXIF, EXIF_TAG_DATE_TIME_ORIGINAL, *shot.dateTimeOriginal);
   }
-  if (spec.iso) {
+  if (shot.iso) {
     exif_set_short(entry(data, EXIF_IFD_EXIF, EXIF_TAG_ISO_SPEED_RATINGS)->data,
-                   EXIF_BYTE_ORDER_INTEL, static_cast<ExifShort>(*spec.iso));
+                   EXIF_BYTE_ORDER_INTEL, static_cast<ExifShort>(*shot.iso));
   }
-  if (spec.exposureSeconds) {
-    const double t = *spec.exposureSeconds;
+  if (shot.exposureSeconds) {
+    const double t = *shot.exposureSeconds;
     setRationals(data, EXIF_IFD_EXIF, EXIF_TAG_EXPOSURE_TIME,
                  {t < 1 ? ExifRational{1, static_cast<ExifLong>(std::llround(1 / t))}
                         : rational(t, 10)});
   }
-  if (spec.fNumber) setRationals(data, EXIF_IFD_EXIF, EXIF_TAG_FNUMBER, {rational(*spec.fNumber, 10)});
-  if (spec.focalLength) {
-    setRationals(data, EXIF_IFD_EXIF, EXIF_TAG_FOCAL_LENGTH, {rational(*spec.focalLength, 10)});
+  if (shot.fNumber) setRationals(data, EXIF_IFD_EXIF, EXIF_TAG_FNUMBER, {rational(*shot.fNumber, 10)});
+  if (shot.focalLength) {
+    setRationals(data, EXIF_IFD_EXIF, EXIF_TAG_FOCAL_LENGTH, {rational(*shot.focalLength, 10)});
   }
-  if (spec.latitude && spec.longitude) {
-    setDegrees(data, EXIF_TAG_GPS_LATITUDE, EXIF_TAG_GPS_LATITUDE_REF, *spec.latitude, "N", "S");
-    setDegrees(data, EXIF_TAG_GPS_LONGITUDE, EXIF_TAG_GPS_LONGITUDE_REF, *spec.longitude, "E", "W");
+  if (shot.latitude && shot.longitude) {
+    setDegrees(data, EXIF_TAG_GPS_LATITUDE, EXIF_TAG_GPS_LATITUDE_REF, *shot.latitude, "N", "S");
+    setDegrees(data, EXIF_TAG_GPS_LONGITUDE, EXIF_TAG_GPS_LONGITUDE_REF, *shot.longitude, "E", "W");
   }
   unsigned char* bytes = nullptr;
   unsigned int size = 0;
@@ -115,24 +115,24 @@ std::string exifBlock(const PhotoSpec& spec) {
 
 } // namespace
 
-void writePhoto(const std::string& path, const PhotoSpec& spec) {
+void writePhoto(const std::string& path, const PhotoSpec& shot) {
   std::filesystem::create_directories(std::filesystem::path(path).parent_path());
   vips::VImage image;
-  if (spec.pattern) {
-    vips::VImage x = vips::VImage::xyz(spec.width, spec.height);
-    vips::VImage dx = x[0] - spec.width / 2.0, dy = x[1] - spec.height / 2.0;
-    vips::VImage disc = ((dx * dx + dy * dy) < (spec.height * spec.height / 9.0)).ifthenelse(255, 0);
-    image = vips::VImage::bandjoin({x[0] * (255.0 / spec.width), x[1] * (255.0 / spec.height), disc});
+  if (shot.pattern) {
+    vips::VImage x = vips::VImage::xyz(shot.width, shot.height);
+    vips::VImage dx = x[0] - shot.width / 2.0, dy = x[1] - shot.height / 2.0;
+    vips::VImage disc = ((dx * dx + dy * dy) < (shot.height * shot.height / 9.0)).ifthenelse(255, 0);
+    image = vips::VImage::bandjoin({x[0] * (255.0 / shot.width), x[1] * (255.0 / shot.height), disc});
   } else {
-    image = vips::VImage::black(spec.width, spec.height, vips::VImage::option()->set("bands", 3)) +
-            std::vector<double>{double(spec.red), double(spec.green), double(spec.blue)};
+    image = vips::VImage::black(shot.width, shot.height, vips::VImage::option()->set("bands", 3)) +
+            std::vector<double>{double(shot.red), double(shot.green), double(shot.blue)};
   }
   image = image.cast(VIPS_FORMAT_UCHAR).copy(
       vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
-  const std::string block = exifBlock(spec);
+  const std::string block = exifBlock(shot);
   image.set("exif-data", nullptr, const_cast<char*>(block.data()), block.size());
   // libvips rewrites the orientation tag from this field when it saves.
-  image.set("orientation", spec.orientation);
+  image.set("orientation", shot.orientation);
   image.write_to_file(path.c_str());
 }
 

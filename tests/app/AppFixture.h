@@ -30,8 +30,8 @@ struct PhotoSpec {
   int orientation = 1;
 };
 
-/// Writes a JPEG (or, by the extension, PNG/TIFF/WebP) of that spec; EXIF is attached for JPEG.
-void writePhoto(const std::string& path, const PhotoSpec& spec);
+/// Writes a JPEG (or, by the extension, PNG/TIFF/WebP) of that shot; EXIF is attached for JPEG.
+void writePhoto(const std::string& path, const PhotoSpec& shot);
 
 /// A reply's error, thrown by AppFixture::call.
 struct CallError : std::runtime_error {

@@ -16,19 +16,19 @@ protected:
   EditingMethods() { initImaging(); }
 
   /// A file outside the library folder, catalogued directly, so these tests need no scan.
-  std::string addPhoto(const std::string& name, const PhotoSpec& spec, bool video = false) {
+  std::string addPhoto(const std::string& name, const PhotoSpec& shot, bool video = false) {
     const std::string path = root_.path() + "/files/" + name;
     if (video) {
       fs::create_directories(root_.path() + "/files");
       std::ofstream(path) << "not decoded";
     } else {
-      writePhoto(path, spec);
+      writePhoto(path, shot);
     }
     const std::string id = core::Uuid::random().str() + "/L0/001";
     app().catalog().write([&](Database& db) {
       auto s = db.prepare("INSERT INTO photos(id, path, size, mtime_ns, fingerprint, is_video, "
                           "width, height, added) VALUES(?, ?, 0, 0, ?, ?, ?, ?, 0)");
-      s->bindAll(id, path, id, video, spec.width, spec.height);
+      s->bindAll(id, path, id, video, shot.width, shot.height);
       s->run();
     });
     return id;

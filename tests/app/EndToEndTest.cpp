@@ -32,24 +32,24 @@ public:
   Session() {
     // Photos a day apart, newest last, spread around Paris; one rotated, one with a lens.
     for (int i = 0; i < kPhotos; ++i) {
-      PhotoSpec spec;
-      spec.width = 96 + 8 * i;
-      spec.height = 64;
-      spec.pattern = i % 2 == 0;
-      spec.red = static_cast<unsigned char>(40 * i);
-      spec.green = static_cast<unsigned char>(200 - 30 * i);
-      spec.dateTimeOriginal = "2024:05:0" + std::to_string(i + 1) + " 10:00:00";
-      spec.latitude = 48.8566 + 0.001 * i;
-      spec.longitude = 2.3522;
-      spec.make = "Velkon";
-      spec.model = "V" + std::to_string(i);
-      spec.lens = "24-70mm";
-      spec.iso = 100 * (i + 1);
-      spec.exposureSeconds = 1.0 / 250;
-      spec.fNumber = 2.8;
-      spec.focalLength = 35;
-      spec.orientation = i == 1 ? 6 : 1;
-      writePhoto(library() + "/roll/p" + std::to_string(i) + ".jpg", spec);
+      PhotoSpec shot;
+      shot.width = 96 + 8 * i;
+      shot.height = 64;
+      shot.pattern = i % 2 == 0;
+      shot.red = static_cast<unsigned char>(40 * i);
+      shot.green = static_cast<unsigned char>(200 - 30 * i);
+      shot.dateTimeOriginal = "2024:05:0" + std::to_string(i + 1) + " 10:00:00";
+      shot.latitude = 48.8566 + 0.001 * i;
+      shot.longitude = 2.3522;
+      shot.make = "Velkon";
+      shot.model = "V" + std::to_string(i);
+      shot.lens = "24-70mm";
+      shot.iso = 100 * (i + 1);
+      shot.exposureSeconds = 1.0 / 250;
+      shot.fNumber = 2.8;
+      shot.focalLength = 35;
+      shot.orientation = i == 1 ? 6 : 1;
+      writePhoto(library() + "/roll/p" + std::to_string(i) + ".jpg", shot);
     }
     std::filesystem::create_directories(home() + "/.velko/luts");
     std::ofstream(home() + "/.velko/luts/Warm.cube")
@@ -287,9 +287,9 @@ TEST_F(EndToEnd, ContentTools) {
   ASSERT_EQ(s().ids.size(), static_cast<std::size_t>(kPhotos));
   // A file from outside the library comes in through the exchange folder.
   const std::string incoming = s().home() + "/incoming.jpg";
-  PhotoSpec spec;
-  spec.dateTimeOriginal = "2025:01:01 12:00:00";
-  writePhoto(incoming, spec);
+  PhotoSpec shot;
+  shot.dateTimeOriginal = "2025:01:01 12:00:00";
+  writePhoto(incoming, shot);
   const json::Value imported = s().ok("velko_import", json::Object{{"paths", json::Array{incoming}}});
   ASSERT_EQ(imported.at("importedIDs").as_array().size(), 1u) << json::toCompact(imported);
   const std::string newId(imported.at("importedIDs").at(0).as_string());

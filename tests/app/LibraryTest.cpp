@@ -51,7 +51,7 @@ TEST(LibraryExif, MalformedBlocksGiveNoFacts) {
 TEST_F(LibraryScan, ExifFactsReadBack) {
   struct Case {
     const char* name;
-    PhotoSpec spec;
+    PhotoSpec shot;
   };
   Case cases[] = {
       {"north-east", {.dateTimeOriginal = "2021:07:04 18:30:15", .latitude = 48.8584, .longitude = 2.2945}},
@@ -65,35 +65,35 @@ TEST_F(LibraryScan, ExifFactsReadBack) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     const std::string path = libraryFile(std::string(c.name) + ".jpg");
-    writePhoto(path, c.spec);
+    writePhoto(path, c.shot);
     const MediaFacts m = readMedia(path);
     EXPECT_EQ(m.format, "JPEG");
     EXPECT_FALSE(m.isVideo);
-    if (c.spec.dateTimeOriginal) {
+    if (c.shot.dateTimeOriginal) {
       EXPECT_EQ(m.captureTime, 1625423415); // 2021-07-04T18:30:15Z
     } else {
       EXPECT_FALSE(m.captureTime);
     }
-    if (c.spec.latitude) {
+    if (c.shot.latitude) {
       ASSERT_TRUE(m.latitude && m.longitude);
-      EXPECT_NEAR(*m.latitude, *c.spec.latitude, 1e-6);
-      EXPECT_NEAR(*m.longitude, *c.spec.longitude, 1e-6);
+      EXPECT_NEAR(*m.latitude, *c.shot.latitude, 1e-6);
+      EXPECT_NEAR(*m.longitude, *c.shot.longitude, 1e-6);
     } else {
       EXPECT_FALSE(m.latitude || m.longitude);
     }
-    EXPECT_EQ(m.cameraMake, c.spec.make);
-    EXPECT_EQ(m.cameraModel, c.spec.model);
-    EXPECT_EQ(m.lens, c.spec.lens);
-    EXPECT_EQ(m.iso, c.spec.iso);
-    if (c.spec.exposureSeconds) {
+    EXPECT_EQ(m.cameraMake, c.shot.make);
+    EXPECT_EQ(m.cameraModel, c.shot.model);
+    EXPECT_EQ(m.lens, c.shot.lens);
+    EXPECT_EQ(m.iso, c.shot.iso);
+    if (c.shot.exposureSeconds) {
       EXPECT_NEAR(m.shutterSeconds.value_or(0), 1.0 / 250, 1e-9);
       EXPECT_NEAR(m.aperture.value_or(0), 5.6, 1e-9);
       EXPECT_NEAR(m.focalLengthMM.value_or(0), 23, 1e-9);
     }
-    EXPECT_EQ(m.orientation, c.spec.orientation);
-    const bool swapped = c.spec.orientation >= 5;
-    EXPECT_EQ(m.width, swapped ? c.spec.height : c.spec.width);
-    EXPECT_EQ(m.height, swapped ? c.spec.width : c.spec.height);
+    EXPECT_EQ(m.orientation, c.shot.orientation);
+    const bool swapped = c.shot.orientation >= 5;
+    EXPECT_EQ(m.width, swapped ? c.shot.height : c.shot.width);
+    EXPECT_EQ(m.height, swapped ? c.shot.width : c.shot.height);
   }
   EXPECT_THROW(readMedia(libraryFile("none.jpg")), std::runtime_error);
 }
