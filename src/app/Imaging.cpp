@@ -1,5 +1,7 @@
 #include "app/Imaging.h"
 
+#include "app/RenderPipeline.h"
+
 #include <algorithm>
 #include <cmath>
 #include <mutex>
@@ -60,19 +62,6 @@ VImage applyGeometry(VImage image, const Geometry& g) {
     image = image.extract_area(left, top, width, height);
   }
   return image;
-}
-
-/// Exposure in stops, as a gain on linear light; alpha is left alone.
-VImage applyExposure(VImage image, double ev) {
-  if (ev == 0 || !std::isfinite(ev)) {
-    return image;
-  }
-  image = image.colourspace(VIPS_INTERPRETATION_scRGB);
-  std::vector<double> gain(static_cast<std::size_t>(image.bands()), std::exp2(ev));
-  if (image.has_alpha()) {
-    gain.back() = 1;
-  }
-  return image.linear(gain, std::vector<double>(gain.size(), 0.0));
 }
 
 bool isGrey(const VImage& image) { return image.bands() < 3; }
@@ -149,7 +138,12 @@ VImage renderStack(const std::string& path, const core::EditStack& stack,
         image = image.resize(static_cast<double>(wanted) / actual);
       }
     }
-    return applyExposure(image, stack.scalar(AdjustmentKind::Exposure, 0));
+    if (readsNeighbours(stack)) {
+      // The decoder streams from the top; blurs read back and ahead, so they need the sized
+      // image in memory.
+      image = image.copy_memory();
+    }
+    return applyAdjustments(image, stack);
   } catch (const vips::VError& e) {
     throw std::runtime_error("cannot render " + path + ": " + e.what());
   }

@@ -18,11 +18,11 @@ void initImaging();
 /// long edge at `longEdge` pixels (never enlarged) or at full size when absent. A sized render
 /// shrinks on load and works at that size only.
 ///
-/// Done so far, in this order: quarter-turn rotation, flips, crop (a rectangle of the rotated
-/// and flipped frame, normalised 0..1), exposure (a gain of 2^EV in linear light). The other
-/// kinds are not rendered yet. The result's band format and interpretation vary (sRGB, B_W,
-/// scRGB, 16-bit); the encoders below bring it to their own. Throws std::runtime_error naming
-/// the file when it cannot be decoded.
+/// Geometry first, while sizing: quarter-turn rotation, flips, crop (a rectangle of the rotated
+/// and flipped frame, normalised 0..1). Then the pixel stages of applyAdjustments
+/// (RenderPipeline.h) at the output size. The result's band format and interpretation vary
+/// (sRGB, B_W, scRGB, 16-bit); the encoders below bring it to their own. Throws
+/// std::runtime_error naming the file when it cannot be decoded.
 vips::VImage renderStack(const std::string& path, const core::EditStack& stack,
                          std::optional<int> longEdge);
 

@@ -1,0 +1,564 @@
+#include "app/RenderPipeline.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <numbers>
+#include <vector>
+
+namespace velko::app {
+namespace {
+
+using core::AdjustmentKind;
+using vips::VImage;
+
+constexpr double kPi = std::numbers::pi;
+
+double clamp01(double x) {
+  return std::clamp(x, 0.0, 1.0);
+}
+
+double smoothstep(double e0, double e1, double x) {
+  const double t = clamp01((x - e0) / (e1 - e0));
+  return t * t * (3 - 2 * t);
+}
+
+/// The sRGB transfer function and its inverse, on 0..1.
+double toPerceptual(double linear) {
+  return linear <= 0.0031308 ? 12.92 * linear : 1.055 * std::pow(linear, 1 / 2.4) - 0.055;
+}
+double toLinear(double perceptual) {
+  return perceptual <= 0.04045 ? perceptual / 12.92 : std::pow((perceptual + 0.055) / 1.055, 2.4);
+}
+
+/// A stored scalar, or `fallback` when it is absent or not a number.
+double scalar(const core::EditStack& stack, AdjustmentKind kind, double fallback = 0) {
+  const double v = stack.scalar(kind, fallback);
+  return std::isfinite(v) ? v : fallback;
+}
+
+/// A monotone cubic (Fritsch-Carlson) through a tone curve's points, on 0..1; flat outside the
+/// first and last point. Absent when the curve changes nothing.
+class ToneCurve {
+public:
+  static std::optional<ToneCurve> from(const std::optional<core::Curve>& curve) {
+    if (!curve || *curve == core::identityToneCurvePoints) {
+      return std::nullopt;
+    }
+    ToneCurve c;
+    for (const core::Point& p : *curve) {
+      if (std::isfinite(p.x) && std::isfinite(p.y)) {
+        c.x_.push_back(clamp01(p.x));
+        c.y_.push_back(clamp01(p.y));
+      }
+    }
+    // Sorted by input; of two points at the same input the later one wins.
+    std::vector<std::size_t> order(c.x_.size());
+    for (std::size_t i = 0; i < order.size(); ++i) {
+      order[i] = i;
+    }
+    std::stable_sort(order.begin(), order.end(),
+                     [&](std::size_t a, std::size_t b) { return c.x_[a] < c.x_[b]; });
+    std::vector<double> xs;
+    std::vector<double> ys;
+    for (std::size_t i : order) {
+      if (!xs.empty() && c.x_[i] - xs.back() < 1e-6) {
+        ys.back() = c.y_[i];
+      } else {
+        xs.push_back(c.x_[i]);
+        ys.push_back(c.y_[i]);
+      }
+    }
+    if (xs.size() < 2) {
+      return std::nullopt;
+    }
+    c.x_ = std::move(xs);
+    c.y_ = std::move(ys);
+    const std::size_t n = c.x_.size();
+    std::vector<double> slope(n - 1);
+    for (std::size_t i = 0; i + 1 < n; ++i) {
+      slope[i] = (c.y_[i + 1] - c.y_[i]) / (c.x_[i + 1] - c.x_[i]);
+    }
+    c.m_.assign(n, 0);
+    c.m_[0] = slope[0];
+    c.m_[n - 1] = slope[n - 2];
+    for (std::size_t i = 1; i + 1 < n; ++i) {
+      c.m_[i] = slope[i - 1] * slope[i] <= 0 ? 0 : (slope[i - 1] + slope[i]) / 2;
+    }
+    for (std::size_t i = 0; i + 1 < n; ++i) {
+      if (slope[i] == 0) {
+        c.m_[i] = c.m_[i + 1] = 0;
+        continue;
+      }
+      const double a = c.m_[i] / slope[i];
+      const double b = c.m_[i + 1] / slope[i];
+      const double h = std::hypot(a, b);
+      if (h > 3) {
+        c.m_[i] = 3 * a / h * slope[i];
+        c.m_[i + 1] = 3 * b / h * slope[i];
+      }
+    }
+    return c;
+  }
+
+  double operator()(double x) const {
+    if (x <= x_.front()) {
+      return y_.front();
+    }
+    if (x >= x_.back()) {
+      return y_.back();
+    }
+    const std::size_t i =
+        static_cast<std::size_t>(std::upper_bound(x_.begin(), x_.end(), x) - x_.begin()) - 1;
+    const double h = x_[i + 1] - x_[i];
+    const double t = (x - x_[i]) / h;
+    const double t2 = t * t;
+    const double t3 = t2 * t;
+    return clamp01((2 * t3 - 3 * t2 + 1) * y_[i] + (t3 - 2 * t2 + t) * h * m_[i] +
+                   (-2 * t3 + 3 * t2) * y_[i + 1] + (t3 - t2) * h * m_[i + 1]);
+  }
+
+private:
+  std::vector<double> x_, y_, m_;
+};
+
+/// Everything the pipeline reads from a stack, read once, with documented defaults.
+struct Settings {
+  // develop
+  std::array<double, 3> gains{1, 1, 1}; ///< linear R, G, B; exposure folded in
+  // tone
+  double whites = 0, blacks = 0, shadows = 0, highlights = 0;
+  double contrast = 1; ///< slope at mid-grey
+  double levelsBlack = 0, levelsWhite = 1, levelsGamma = 0;
+  std::optional<ToneCurve> master;
+  std::array<std::optional<ToneCurve>, 3> channel;
+  // colour
+  double chroma = 1; ///< saturation factor
+  double vibrance = 0;
+  bool monochrome = false;
+  std::array<double, 8> bandHue{}, bandSat{}, bandLum{};
+  std::array<double, 4> gradeHue{}, gradeSat{}, gradeLum{};
+  double gradeBalance = 0;
+  // detail and presence
+  double sharpenAmount = 0, sharpenRadius = 0, texture = 0, clarity = 0, dehaze = 0;
+  // effects
+  double vignetteAmount = 0, vignetteMidpoint = 0.5, vignetteFeather = 0.5;
+  double grainAmount = 0, grainSize = 0.25;
+
+  explicit Settings(const core::EditStack& s) {
+    const core::ColorProfile profile = s.colorProfile();
+    const core::ColorProfileTraits& traits = core::traits(profile);
+
+    // White balance: temperature trades red against blue, tint green against magenta, both
+    // normalised so that a neutral grey keeps its luminance. Channel gains come on top.
+    const double temperature = scalar(s, AdjustmentKind::Temperature) + traits.warmth;
+    const double tint = scalar(s, AdjustmentKind::Tint);
+    std::array<double, 3> wb{std::exp2(0.4 * temperature), std::exp2(-0.3 * tint),
+                             std::exp2(-0.4 * temperature)};
+    const double luminance = 0.2126 * wb[0] + 0.7152 * wb[1] + 0.0722 * wb[2];
+    const auto gain = [&](AdjustmentKind kind) {
+      return std::clamp(scalar(s, kind, 1), core::EditStack::whiteBalanceGainRange.lower,
+                        core::EditStack::whiteBalanceGainRange.upper);
+    };
+    const double exposure = std::exp2(std::clamp(scalar(s, AdjustmentKind::Exposure), -10.0, 10.0));
+    gains = {wb[0] / luminance * gain(AdjustmentKind::WbRedGain) * exposure,
+             wb[1] / luminance * exposure,
+             wb[2] / luminance * gain(AdjustmentKind::WbBlueGain) * exposure};
+
+    const auto unit = [&](AdjustmentKind kind) {
+      return std::clamp(scalar(s, kind), -1.0, 1.0);
+    };
+    whites = unit(AdjustmentKind::Whites);
+    blacks = unit(AdjustmentKind::Blacks);
+    shadows = unit(AdjustmentKind::Shadows);
+    highlights = unit(AdjustmentKind::Highlights);
+    contrast =
+        std::exp2(std::clamp(scalar(s, AdjustmentKind::Contrast), -2.0, 2.0)) * traits.contrast;
+    levelsBlack = clamp01(scalar(s, AdjustmentKind::LevelsBlack, 0));
+    levelsWhite = clamp01(scalar(s, AdjustmentKind::LevelsWhite, 1));
+    levelsGamma = unit(AdjustmentKind::LevelsGamma);
+    master = ToneCurve::from(s.curve(AdjustmentKind::ToneCurve));
+    channel = {ToneCurve::from(s.curve(AdjustmentKind::ToneCurveRed)),
+               ToneCurve::from(s.curve(AdjustmentKind::ToneCurveGreen)),
+               ToneCurve::from(s.curve(AdjustmentKind::ToneCurveBlue))};
+
+    chroma = std::max(0.0, 1 + std::clamp(scalar(s, AdjustmentKind::Saturation), -1.0, 2.0)) *
+             traits.saturation;
+    vibrance = unit(AdjustmentKind::Vibrance);
+    monochrome = s.boolean(AdjustmentKind::Treatment, false) || core::isMonochrome(profile);
+    for (core::ColorMixerBand band : core::kAllColorMixerBands) {
+      const auto i = static_cast<std::size_t>(band);
+      bandHue[i] = unit(core::hueKind(band));
+      bandSat[i] = unit(core::saturationKind(band));
+      bandLum[i] = unit(core::luminanceKind(band));
+    }
+    for (core::ColorGradeRegion region : core::kAllColorGradeRegions) {
+      const auto i = static_cast<std::size_t>(region);
+      gradeHue[i] = scalar(s, core::hueKind(region));
+      gradeSat[i] = clamp01(scalar(s, core::saturationKind(region)));
+      gradeLum[i] = unit(core::luminanceKind(region));
+    }
+    gradeBalance = unit(AdjustmentKind::CgBalance);
+
+    sharpenAmount = unit(AdjustmentKind::SharpenAmount);
+    sharpenRadius = unit(AdjustmentKind::SharpenRadius);
+    texture = unit(AdjustmentKind::Texture);
+    clarity = unit(AdjustmentKind::Clarity);
+    dehaze = unit(AdjustmentKind::Dehaze);
+
+    vignetteAmount = unit(AdjustmentKind::VignetteAmount);
+    vignetteMidpoint = clamp01(scalar(s, AdjustmentKind::VignetteMidpoint, 0.5));
+    vignetteFeather = clamp01(scalar(s, AdjustmentKind::VignetteFeather, 0.5));
+    grainAmount = clamp01(scalar(s, AdjustmentKind::GrainAmount));
+    grainSize = clamp01(scalar(s, AdjustmentKind::GrainSize, 0.25));
+  }
+
+  bool developOrExposure() const { return gains != std::array<double, 3>{1, 1, 1}; }
+  bool tone() const {
+    return whites != 0 || blacks != 0 || shadows != 0 || highlights != 0 || contrast != 1 ||
+           levelsBlack != 0 || levelsWhite != 1 || levelsGamma != 0 || master || channel[0] ||
+           channel[1] || channel[2];
+  }
+  bool mixer() const {
+    const auto any = [](const std::array<double, 8>& a) {
+      return std::any_of(a.begin(), a.end(), [](double v) { return v != 0; });
+    };
+    return any(bandHue) || any(bandSat) || any(bandLum);
+  }
+  bool colour() const { return chroma != 1 || vibrance != 0 || monochrome || mixer(); }
+  bool grade() const {
+    for (std::size_t i = 0; i < 4; ++i) {
+      if (gradeSat[i] != 0 || gradeLum[i] != 0) {
+        return true;
+      }
+    }
+    return false;
+  }
+  bool lightness() const {
+    return sharpenAmount != 0 || texture != 0 || clarity != 0 || dehaze != 0;
+  }
+  bool any() const {
+    return developOrExposure() || tone() || colour() || grade() || lightness() ||
+           vignetteAmount != 0 || grainAmount != 0;
+  }
+
+  /// The tone functions on one perceptual value, before the per-channel curve.
+  double tone(double x) const {
+    x = clamp01(x + whites * 0.2 * std::pow(x, 4));
+    x = clamp01(x + blacks * 0.2 * std::pow(1 - x, 4));
+    // Both bumps keep the curve monotone for amounts in -1..1 and leave 0 and 1 in place.
+    x += shadows * x * std::pow(1 - x, 3);
+    x += highlights * std::pow(x, 3) * (1 - x);
+    // Contrast: two power segments meeting at mid-grey with the given slope there.
+    const double mid = toPerceptual(0.18);
+    x = x < mid ? mid * std::pow(x / mid, contrast)
+                : 1 - (1 - mid) * std::pow((1 - x) / (1 - mid), contrast);
+    if (master) {
+      x = (*master)(x);
+    }
+    x = clamp01((x - levelsBlack) / std::max(levelsWhite - levelsBlack, 1e-3));
+    return std::pow(x, std::exp2(-levelsGamma));
+  }
+};
+
+VImage withInterpretation(const VImage& image, VipsInterpretation interpretation) {
+  return image.copy(VImage::option()->set("interpretation", interpretation));
+}
+
+/// A float lookup table image of `entries` columns and `bands` interleaved bands, owning a copy
+/// of `values` (a plain memory image would point at the vector after it is gone).
+VImage lutImage(const std::vector<float>& values, int entries, int bands) {
+  VipsImage* lut = vips_image_new_from_memory_copy(values.data(), values.size() * sizeof(float),
+                                                   entries, 1, bands, VIPS_FORMAT_FLOAT);
+  if (lut == nullptr) {
+    throw vips::VError();
+  }
+  return VImage(lut);
+}
+
+/// max(image, 0) without a branch.
+VImage positive(const VImage& image) {
+  return (image + image.abs()) * 0.5;
+}
+
+/// `image` resized to exactly `width` × `height`.
+VImage resizeTo(const VImage& image, int width, int height) {
+  VImage out =
+      image.resize(static_cast<double>(width) / image.width(),
+                   VImage::option()->set("vscale", static_cast<double>(height) / image.height()));
+  if (out.width() != width || out.height() != height) {
+    out = out.embed(0, 0, std::max(width, out.width()), std::max(height, out.height()),
+                    VImage::option()->set("extend", VIPS_EXTEND_COPY))
+              .extract_area(0, 0, width, height);
+  }
+  return out;
+}
+
+/// A Gaussian blur of a float band; wide ones blur a reduced copy and scale it back, so the
+/// cost stays flat when the radius grows with the image.
+VImage blur(const VImage& band, double sigma) {
+  constexpr double kDirect = 6;
+  if (sigma <= kDirect) {
+    return band.gaussblur(sigma, VImage::option()->set("precision", VIPS_PRECISION_FLOAT));
+  }
+  const double shrink = sigma / kDirect * 1.5;
+  const VImage small = band.resize(1 / shrink);
+  const VImage blurred =
+      small.gaussblur(sigma / shrink, VImage::option()->set("precision", VIPS_PRECISION_FLOAT));
+  return resizeTo(blurred, band.width(), band.height());
+}
+
+// ---- develop and tone: linear scRGB in and out --------------------------------------------
+
+constexpr int kToneEntries = 65536;
+
+/// One lookup per channel, indexed by the square root of the linear value (fine steps in the
+/// shadows), giving the toned linear value. Values past white are clipped to white.
+VImage applyTone(const VImage& rgb, const Settings& s) {
+  std::vector<float> table(static_cast<std::size_t>(kToneEntries) * 3);
+  for (int i = 0; i < kToneEntries; ++i) {
+    const double v = std::pow(static_cast<double>(i) / (kToneEntries - 1), 2);
+    const double toned = s.tone(toPerceptual(v));
+    for (int c = 0; c < 3; ++c) {
+      const auto& curve = s.channel[static_cast<std::size_t>(c)];
+      table[static_cast<std::size_t>(i) * 3 + static_cast<std::size_t>(c)] =
+          static_cast<float>(toLinear(curve ? (*curve)(toned) : toned));
+    }
+  }
+  const VImage index = (positive(rgb).pow(0.5) * (kToneEntries - 1) + 0.5).cast(VIPS_FORMAT_USHORT);
+  return withInterpretation(index.maplut(lutImage(table, kToneEntries, 3)),
+                            VIPS_INTERPRETATION_scRGB);
+}
+
+// ---- colour: LCh, then Lab ----------------------------------------------------------------
+
+constexpr int kHueSteps = 10; ///< table entries per degree of hue
+
+/// A Lab hue angle on the painter's wheel the mixer bands are centred on (red 0, yellow 60,
+/// green 120, aqua 180, blue 240, magenta 300): linear between the Lab hues of the sRGB
+/// primaries and secondaries.
+double wheelHue(double labHue) {
+  static constexpr std::array<double, 7> kLab{40, 103, 136, 196, 306, 328, 400};
+  static constexpr std::array<double, 7> kWheel{0, 60, 120, 180, 240, 300, 360};
+  const double h = labHue < kLab[0] ? labHue + 360 : labHue;
+  for (std::size_t i = 0; i + 1 < kLab.size(); ++i) {
+    if (h <= kLab[i + 1]) {
+      return std::fmod(kWheel[i] + (h - kLab[i]) / (kLab[i + 1] - kLab[i]) * 60, 360);
+    }
+  }
+  return 0;
+}
+
+/// Per hue: the mixer's hue shift in degrees, its chroma factor and its lightness shift, each
+/// a smooth blend of the two nearest bands.
+VImage mixerTable(const Settings& s) {
+  std::vector<float> table;
+  const int entries = 360 * kHueSteps + 1;
+  table.reserve(static_cast<std::size_t>(entries) * 3);
+  for (int i = 0; i < entries; ++i) {
+    const double hue = wheelHue(static_cast<double>(i) / kHueSteps);
+    std::array<double, 8> weight{};
+    for (std::size_t b = 0; b < 8; ++b) {
+      const double from = core::centerHueDegrees(core::kAllColorMixerBands[b]);
+      double to = core::centerHueDegrees(core::kAllColorMixerBands[(b + 1) % 8]);
+      if (to <= from) {
+        to += 360;
+      }
+      const double h = hue < from ? hue + 360 : hue;
+      if (h >= from && h < to) {
+        const double t = smoothstep(0, 1, (h - from) / (to - from));
+        weight[b] += 1 - t;
+        weight[(b + 1) % 8] += t;
+      }
+    }
+    double shift = 0, factor = 1, lum = 0;
+    for (std::size_t b = 0; b < 8; ++b) {
+      shift += weight[b] * s.bandHue[b] * 30;
+      factor += weight[b] * s.bandSat[b];
+      lum += weight[b] * s.bandLum[b] * 20;
+    }
+    table.insert(table.end(), {static_cast<float>(shift), static_cast<float>(std::max(0.0, factor)),
+                               static_cast<float>(lum)});
+  }
+  return lutImage(table, entries, 3);
+}
+
+VImage applyColour(const VImage& rgb, const Settings& s) {
+  const VImage lch = rgb.colourspace(VIPS_INTERPRETATION_LCH);
+  VImage l = lch[0];
+  VImage c = lch[1];
+  VImage h = lch[2];
+  if (s.mixer()) {
+    const VImage index = (h * kHueSteps + 0.5).cast(VIPS_FORMAT_USHORT);
+    const VImage mix = index.maplut(mixerTable(s));
+    // Lightness moves only where there is colour: a grey pixel's hue means nothing.
+    const VImage colourful = 1 - positive(1 - c / 20);
+    l = l + mix[2] * colourful;
+    c = c * mix[1];
+    h = h + mix[0];
+  }
+  if (s.vibrance != 0) {
+    // Vibrance favours the muted colours: full effect at no chroma, none from chroma 70 up.
+    c = c * (1 + s.vibrance * positive(1 - c / 70));
+  }
+  c = s.monochrome ? c * 0 : c * s.chroma;
+  return withInterpretation(VImage::bandjoin({l, c, h}), VIPS_INTERPRETATION_LCH)
+      .colourspace(VIPS_INTERPRETATION_LAB);
+}
+
+constexpr int kLightnessSteps = 100; ///< table entries per unit of Lab lightness
+
+/// Per lightness: the grade's (L, a, b) offset, from the shadow, midtone and highlight weights
+/// (a partition of unity whose pivot cgBalance moves) and the global wheel.
+VImage gradeTable(const Settings& s) {
+  std::vector<float> table;
+  const int entries = 100 * kLightnessSteps + 1;
+  table.reserve(static_cast<std::size_t>(entries) * 3);
+  for (int i = 0; i < entries; ++i) {
+    const double t = std::pow(static_cast<double>(i) / (entries - 1), std::exp2(-s.gradeBalance));
+    const std::array<double, 4> weight{(1 - t) * (1 - t), 2 * t * (1 - t), t * t, 1};
+    double dl = 0, da = 0, db = 0;
+    for (std::size_t r = 0; r < 4; ++r) {
+      const double angle = 2 * kPi * s.gradeHue[r];
+      da += weight[r] * s.gradeSat[r] * 25 * std::cos(angle);
+      db += weight[r] * s.gradeSat[r] * 25 * std::sin(angle);
+      dl += weight[r] * s.gradeLum[r] * 15;
+    }
+    table.insert(table.end(),
+                 {static_cast<float>(dl), static_cast<float>(da), static_cast<float>(db)});
+  }
+  return lutImage(table, entries, 3);
+}
+
+VImage applyGrade(const VImage& lab, const Settings& s) {
+  // Lightness past 100 (values past white) takes the table's last entry.
+  const VImage index = (lab[0] * kLightnessSteps + 0.5).cast(VIPS_FORMAT_USHORT);
+  const VImage lastEntry = index > 100 * kLightnessSteps;
+  const VImage clamped =
+      lastEntry.ifthenelse(100 * kLightnessSteps, index).cast(VIPS_FORMAT_USHORT);
+  return withInterpretation(lab + clamped.maplut(gradeTable(s)), VIPS_INTERPRETATION_LAB);
+}
+
+// ---- detail and presence: Lab lightness ---------------------------------------------------
+
+/// Sharpening, texture, clarity and the local part of dehaze all add detail of one scale (the
+/// lightness minus its blur at that scale), each taken from the same lightness: one level of
+/// neighbourhood reads, so tiles never recompute each other's margins. Amount 1 adds the detail
+/// once more, -1 removes it.
+VImage applyLightness(const VImage& lab, const Settings& s) {
+  const double longEdge = std::max(lab.width(), lab.height());
+  // Lightness is computed once into memory (one float band): the blurs read around each tile,
+  // and recomputing everything before this stage for every margin would cost far more.
+  const VImage l = lab[0].copy_memory();
+  VImage a = lab[1];
+  VImage b = lab[2];
+  VImage out = l;
+  const auto detail = [&](double sigma, double amount) {
+    if (amount != 0) {
+      out = out + (l - blur(l, sigma)) * std::max(amount, -1.0);
+    }
+  };
+  detail(0.8 * std::exp2(s.sharpenRadius), 1.5 * s.sharpenAmount);
+  detail(std::max(1.0, longEdge * 0.004), 0.8 * s.texture);
+  detail(std::max(2.0, longEdge * 0.015), 0.6 * s.clarity);
+  detail(std::max(4.0, longEdge * 0.05), 0.3 * s.dehaze);
+  if (s.dehaze != 0) {
+    // A veil of bright haze over the scene: removing it (dehaze > 0) stretches lightness down
+    // from white and restores colour; adding it (< 0) does the reverse. The broad local
+    // contrast above stands in for a per-region haze estimate.
+    const double veil = 0.2 * s.dehaze;
+    out = (out - 100 * veil) / (1 - veil);
+    a = a / (1 - veil);
+    b = b / (1 - veil);
+  }
+  return withInterpretation(VImage::bandjoin({out, a, b}), VIPS_INTERPRETATION_LAB);
+}
+
+// ---- effects: linear scRGB ----------------------------------------------------------------
+
+constexpr int kRadiusSteps = 1000; ///< table entries per unit of normalised radius
+
+/// A gain that falls (or rises) with the distance from the centre: radius 1 is a corner.
+/// Nothing changes inside the midpoint; the feather sets how gradually the full amount arrives.
+VImage applyVignette(const VImage& rgb, const Settings& s) {
+  const int w = rgb.width();
+  const int h = rgb.height();
+  const VImage xy = VImage::xyz(w, h);
+  const VImage dx = (xy[0] + 0.5 - w / 2.0) / (w / 2.0);
+  const VImage dy = (xy[1] + 0.5 - h / 2.0) / (h / 2.0);
+  const VImage radius = ((dx * dx + dy * dy) * 0.5).pow(0.5);
+  const double inner = 0.8 * s.vignetteMidpoint;
+  const double outer = inner + (1.05 - inner) * (0.15 + 0.85 * s.vignetteFeather);
+  std::vector<float> table;
+  const int entries = kRadiusSteps + 2;
+  for (int i = 0; i < entries; ++i) {
+    const double weight = smoothstep(inner, outer, static_cast<double>(i) / kRadiusSteps);
+    table.push_back(static_cast<float>(std::exp2(1.5 * s.vignetteAmount * weight)));
+  }
+  const VImage gain =
+      (radius * kRadiusSteps + 0.5).cast(VIPS_FORMAT_USHORT).maplut(lutImage(table, entries, 1));
+  return withInterpretation(rgb * gain, VIPS_INTERPRETATION_scRGB);
+}
+
+/// Monochrome film grain: seeded Gaussian noise (the same for the same size, so renders repeat),
+/// clumped by `grainSize`, as a multiplicative ripple in linear light.
+VImage applyGrain(const VImage& rgb, const Settings& s) {
+  constexpr int kSeed = 0x6a41;
+  const int w = rgb.width();
+  const int h = rgb.height();
+  const double cell = 1 + 3 * s.grainSize;
+  const VImage noise = VImage::gaussnoise(
+      std::max(1, static_cast<int>(w / cell)), std::max(1, static_cast<int>(h / cell)),
+      VImage::option()->set("sigma", 1.0)->set("mean", 0.0)->set("seed", kSeed));
+  const VImage grain = resizeTo(noise, w, h);
+  return withInterpretation(rgb * (1 + grain * (0.3 * s.grainAmount)), VIPS_INTERPRETATION_scRGB);
+}
+
+} // namespace
+
+bool readsNeighbours(const core::EditStack& stack) {
+  return Settings(stack).lightness();
+}
+
+VImage applyAdjustments(VImage image, const core::EditStack& stack) {
+  const Settings s(stack);
+  if (!s.any()) {
+    return image;
+  }
+  // scRGB: three float bands of linear light, then alpha (if any) untouched to the end.
+  image = image.colourspace(VIPS_INTERPRETATION_scRGB);
+  if (image.format() != VIPS_FORMAT_FLOAT) {
+    image = withInterpretation(image.cast(VIPS_FORMAT_FLOAT), VIPS_INTERPRETATION_scRGB);
+  }
+  const bool alpha = image.bands() > 3;
+  const VImage extra =
+      alpha ? image.extract_band(3, VImage::option()->set("n", image.bands() - 3)) : VImage();
+  VImage rgb = alpha ? image.extract_band(0, VImage::option()->set("n", 3)) : image;
+
+  if (s.developOrExposure()) {
+    rgb = rgb.linear(std::vector<double>(s.gains.begin(), s.gains.end()), {0.0, 0.0, 0.0});
+  }
+  if (s.tone()) {
+    rgb = applyTone(rgb, s);
+  }
+  if (s.colour() || s.grade() || s.lightness()) {
+    VImage lab = s.colour() ? applyColour(rgb, s) : rgb.colourspace(VIPS_INTERPRETATION_LAB);
+    if (s.grade()) {
+      lab = applyGrade(lab, s);
+    }
+    if (s.lightness()) {
+      lab = applyLightness(lab, s);
+    }
+    rgb = lab.colourspace(VIPS_INTERPRETATION_scRGB);
+  }
+  if (s.vignetteAmount != 0) {
+    rgb = applyVignette(rgb, s);
+  }
+  if (s.grainAmount != 0) {
+    rgb = applyGrain(rgb, s);
+  }
+  rgb = withInterpretation(rgb.cast(VIPS_FORMAT_FLOAT), VIPS_INTERPRETATION_scRGB);
+  return alpha ? rgb.bandjoin(extra) : rgb;
+}
+
+} // namespace velko::app

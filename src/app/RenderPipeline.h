@@ -1,0 +1,42 @@
+// The render pipeline: what an edit stack does to the pixels of a photo, in one fixed order.
+//
+//   develop   white balance (temperature, tint, channel gains) and the colour profile, as gains
+//             in linear light
+//   tone      exposure, whites, blacks, shadows, highlights, contrast, tone curves, levels:
+//             one lookup table per channel, built from tone functions on perceptual values
+//   colour    saturation, vibrance, the eight-band mixer, black and white (LCh), then colour
+//             grading (Lab offsets by lightness region)
+//   detail    sharpening (unsharp mask on lightness)
+//   presence  texture, clarity, dehaze (local contrast on lightness at growing radii)
+//   look      not rendered yet
+//   masks     not rendered yet
+//   geometry  crop, quarter turns and flips: done by the caller before sizing (they move pixels
+//             and commute with everything above)
+//   effects   vignette (a radial gain in linear light), grain (seeded noise)
+//   frame     not rendered yet
+//
+// docs/rendering.md lists every kind with what it does and how it is approximated.
+#pragma once
+
+#include "core/EditStack.h"
+
+#include <vips/vips8>
+
+namespace velko::app {
+
+/// Applies the stack's develop, tone, colour, detail, presence and effect kinds to `image`, an
+/// upright picture already cut and sized for its output (sRGB or grey, 8 or 16 bits, or scRGB;
+/// alpha is carried through). Radii of the neighbourhood kinds scale with the image's long
+/// edge, so a preview and a full-size export look alike. Lazy: nothing is computed until the
+/// result is read. Deterministic: the same image and stack give the same pixels.
+///
+/// Returns `image` unchanged when the stack holds nothing these stages render; otherwise an
+/// scRGB float image (linear light, 1.0 = white; values may lie outside 0..1 until encoded).
+vips::VImage applyAdjustments(vips::VImage image, const core::EditStack& stack);
+
+/// Whether applyAdjustments reads around each pixel (sharpening, texture, clarity, dehaze), so
+/// that its input must allow reads out of order, which a decoder streaming from the top of the
+/// file does not.
+bool readsNeighbours(const core::EditStack& stack);
+
+} // namespace velko::app

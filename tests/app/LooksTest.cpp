@@ -1,0 +1,226 @@
+#include "app/Looks.h"
+
+#include "app/ColorProfiles.h"
+#include "app/Imaging.h"
+#include "support/TestPeer.h"
+
+#include <cmath>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <sstream>
+#include <vector>
+
+namespace velko::app {
+namespace {
+
+/// An image of the given pixels (interleaved bands) in the given format, values 0..255 (or
+/// 0..65535 for ushort).
+vips::VImage imageOf(const std::vector<double>& values, int width, int bands,
+                     VipsBandFormat format) {
+  const int height = int(values.size()) / (width * bands);
+  std::vector<double> copy = values;
+  auto doubles = vips::VImage::new_from_memory(copy.data(), copy.size() * sizeof(double), width,
+                                               height, bands, VIPS_FORMAT_DOUBLE);
+  return doubles.cast(format)
+      .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB))
+      .copy_memory();
+}
+
+std::vector<double> pixels(const vips::VImage& image) {
+  auto d = image.cast(VIPS_FORMAT_DOUBLE).copy_memory();
+  const auto* data = static_cast<const double*>(d.data());
+  return {data, data + VIPS_IMAGE_SIZEOF_IMAGE(d.get_image()) / sizeof(double)};
+}
+
+/// Every level 0..255 in each channel, in different orders, plus a few mixed colours.
+std::vector<double> ramp() {
+  std::vector<double> v;
+  for (int i = 0; i < 256; ++i) {
+    v.insert(v.end(), {double(i), double(255 - i), double((i * 7) % 256)});
+  }
+  return v;
+}
+
+std::string identity3D(int n) {
+  std::ostringstream out;
+  out << "TITLE \"Identity\"\n# a comment\n\nLUT_3D_SIZE " << n << "\n";
+  for (int b = 0; b < n; ++b) {
+    for (int g = 0; g < n; ++g) {
+      for (int r = 0; r < n; ++r) {
+        out << double(r) / (n - 1) << ' ' << double(g) / (n - 1) << ' ' << double(b) / (n - 1)
+            << "\n";
+      }
+    }
+  }
+  return out.str();
+}
+
+class LooksTest : public ::testing::Test {
+protected:
+  static void SetUpTestSuite() { initImaging(); }
+  velko::testing::TempDir dir_;
+};
+
+using LooksCube = LooksTest;
+using LooksProfile = LooksTest;
+
+TEST_F(LooksCube, IdentityTablesChangeNothingAndKeepMetadata) {
+  for (int size : {2, 17}) {
+    for (auto format : {VIPS_FORMAT_UCHAR, VIPS_FORMAT_FLOAT}) {
+      SCOPED_TRACE("size " + std::to_string(size) +
+                   (format == VIPS_FORMAT_UCHAR ? " uchar" : " float"));
+      const std::string path = dir_.file("identity" + std::to_string(size) + ".cube");
+      std::ofstream(path) << identity3D(size);
+      const CubeLut lut = loadCube(path);
+      EXPECT_EQ(lut.title, "Identity");
+      EXPECT_EQ(lut.kind, CubeLut::Kind::ThreeD);
+
+      auto in = imageOf(ramp(), 16, 3, format);
+      in.set("exif-ifd0-Make", "Maker");
+      const auto out = applyCube(in, lut, 1.0);
+      EXPECT_EQ(out.format(), format);
+      EXPECT_EQ(out.interpretation(), VIPS_INTERPRETATION_sRGB);
+      EXPECT_EQ(std::string(out.get_string("exif-ifd0-Make")), "Maker");
+      const auto a = pixels(in), b = pixels(out);
+      ASSERT_EQ(a.size(), b.size());
+      for (std::size_t i = 0; i < a.size(); ++i) {
+        ASSERT_NEAR(a[i], b[i], 1.0) << "sample " << i;
+      }
+    }
+  }
+}
+
+TEST_F(LooksCube, TablesMapColours) {
+  const std::string invert1D = "LUT_1D_SIZE 2\n1 1 1\n0 0 0\n";
+  // Red and blue swapped: the entry at (r, g, b) holds (b, g, r).
+  const std::string swap3D = "LUT_3D_SIZE 2\n"
+                             "0 0 0\n0 0 1\n0 1 0\n0 1 1\n"
+                             "1 0 0\n1 0 1\n1 1 0\n1 1 1\n";
+  // Inputs 0..0.5 spread over the whole output; above 0.5 clamps to the last entry.
+  const std::string halfDomain =
+      "DOMAIN_MIN 0 0 0\nDOMAIN_MAX 0.5 0.5 0.5\nLUT_1D_SIZE 2\n0 0 0\n1 1 1\n";
+  const std::string resolveRange = "LUT_3D_INPUT_RANGE 0 0.5\n" + identity3D(2);
+  const struct {
+    const char* name;
+    std::string text;
+    double intensity;
+    std::vector<double> in, expected; // one RGBA pixel: alpha must pass through
+  } cases[] = {
+      {"1D invert", invert1D, 1.0, {0, 100, 255, 7}, {255, 155, 0, 7}},
+      {"1D invert at half", invert1D, 0.5, {0, 100, 255, 7}, {127.5, 127.5, 127.5, 7}},
+      {"1D invert at zero", invert1D, 0.0, {0, 100, 255, 7}, {0, 100, 255, 7}},
+      {"3D swap red and blue", swap3D, 1.0, {200, 50, 10, 99}, {10, 50, 200, 99}},
+      {"3D swap at half", swap3D, 0.5, {200, 50, 10, 99}, {105, 50, 105, 99}},
+      {"DOMAIN_MAX 0.5", halfDomain, 1.0, {0, 51, 200, 0}, {0, 102, 255, 0}},
+      {"LUT_3D_INPUT_RANGE 0 0.5", resolveRange, 1.0, {0, 51, 200, 0}, {0, 102, 255, 0}},
+  };
+  for (const auto& c : cases) {
+    for (auto format : {VIPS_FORMAT_UCHAR, VIPS_FORMAT_FLOAT}) {
+      SCOPED_TRACE(std::string(c.name) + (format == VIPS_FORMAT_UCHAR ? " uchar" : " float"));
+      const auto lut = parseCube(c.text, "look.cube");
+      const auto out = pixels(applyCube(imageOf(c.in, 1, 4, format), lut, c.intensity));
+      ASSERT_EQ(out.size(), 4u);
+      for (int i = 0; i < 4; ++i) {
+        EXPECT_NEAR(out[i], c.expected[i], format == VIPS_FORMAT_UCHAR ? 0.5 : 1e-3)
+            << "band " << i;
+      }
+    }
+  }
+}
+
+TEST_F(LooksCube, LargeImagesAreSplitWithoutSeams) {
+  const auto xy = vips::VImage::xyz(1024, 600);
+  const auto image =
+      (xy.extract_band(0) / 4)
+          .bandjoin(xy.extract_band(1) / 3)
+          .bandjoin(xy.extract_band(0) % 256)
+          .cast(VIPS_FORMAT_UCHAR)
+          .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+  const auto inverted =
+      applyCube(image, parseCube("LUT_1D_SIZE 2\n1 1 1\n0 0 0\n", "invert.cube"), 1.0);
+  EXPECT_EQ((inverted.cast(VIPS_FORMAT_INT) - (255 - image.cast(VIPS_FORMAT_INT))).abs().max(), 0);
+}
+
+TEST_F(LooksCube, MalformedFilesNameTheLine) {
+  const struct {
+    const char* text;
+    const char* where;
+  } cases[] = {
+      {"LUT_3D_SIZE 2\n0 0 0\n1 0 0\n", "look.cube line 3: the table ends after 2 rows of the 8"},
+      {"LUT_1D_SIZE 2\n0 0 0\n1 1 1\n1 1 1\n", "look.cube line 4: more rows"},
+      {"LUT_1D_SIZE 2\n0 0 0\n1 x 1\n", "look.cube line 3: \"x\" is not a number"},
+      {"LUT_1D_SIZE 2\n0 0\n1 1 1\n", "look.cube line 2: expected three numbers"},
+      {"LUT_1D_SIZE 2\n0 0 0 0\n1 1 1\n", "look.cube line 2: expected three numbers"},
+      {"LUT_3D_SIZE 257\n", "look.cube line 1: LUT_3D_SIZE 257 is out of range 2..256"},
+      {"LUT_3D_SIZE 1\n0 0 0\n", "look.cube line 1: LUT_3D_SIZE 1 is out of range"},
+      {"LUT_1D_SIZE 2.5\n", "look.cube line 1: LUT_1D_SIZE needs one whole number"},
+      {"# both\nLUT_1D_SIZE 2\nLUT_3D_SIZE 2\n", "look.cube line 3: the file gives both"},
+      {"0 0 0\n", "look.cube line 1: a table row comes before"},
+      {"TITLE \"none\"\n", "look.cube line 1: no LUT_1D_SIZE or LUT_3D_SIZE"},
+      {"", "look.cube line 1: no LUT_1D_SIZE"},
+      {"LUT_1D_SIZE 2\n0 0 0\nDOMAIN_MIN 0 0 0\n1 1 1\n",
+       "look.cube line 3: keyword DOMAIN_MIN comes after"},
+      {"DOMAIN_MIN 1 0 0\nLUT_1D_SIZE 2\n0 0 0\n1 1 1\n",
+       "look.cube line 4: DOMAIN_MIN must be below"},
+      {"LUT_1D_SIZE 2\n0 0 nan\n1 1 1\n", "look.cube line 2: \"nan\" is not a number"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    try {
+      parseCube(c.text, "look.cube");
+      ADD_FAILURE() << "parsed";
+    } catch (const std::runtime_error& e) {
+      EXPECT_NE(std::string(e.what()).find(c.where), std::string::npos) << e.what();
+    }
+  }
+  EXPECT_THROW(loadCube(dir_.file("missing.cube")), std::runtime_error);
+  // Windows line ends, inline comments and Resolve's flags are fine.
+  const auto lut = parseCube(
+      "LUT_IN_VIDEO_RANGE\r\nLUT_1D_SIZE 3 # three\r\n0 0 0\r\n.5 .5 .5\r\n1 1 1\r\n", "x");
+  EXPECT_EQ(lut.size, 3);
+  EXPECT_EQ(lut.table.size(), 9u);
+}
+
+TEST_F(LooksProfile, DisplayP3HoldsSrgbRedInsideItsGamut) {
+  const std::string folder = dir_.file("profiles");
+  const std::string path = displayP3IccPath(folder);
+  std::ifstream file(path, std::ios::binary);
+  const std::string onDisk((std::istreambuf_iterator<char>(file)), {});
+  EXPECT_EQ(onDisk, displayP3IccBytes());
+
+  const struct {
+    VipsBandFormat format;
+    double white;
+  } cases[] = {{VIPS_FORMAT_UCHAR, 255}, {VIPS_FORMAT_FLOAT, 255}, {VIPS_FORMAT_USHORT, 65535}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(vips_enum_nick(VIPS_TYPE_BAND_FORMAT, c.format));
+    auto red = imageOf({c.white, 0, 0}, 1, 3, c.format);
+    if (c.format == VIPS_FORMAT_USHORT) {
+      red = red.copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_RGB16));
+    }
+    const auto p3 = toDisplayP3(red, folder);
+    const auto px = pixels(p3);
+    ASSERT_EQ(px.size(), 3u);
+    // sRGB red is about (234, 51, 35) in Display P3.
+    EXPECT_NEAR(px[0] / c.white, 234.0 / 255, 0.02);
+    EXPECT_NEAR(px[1] / c.white, 51.0 / 255, 0.03);
+    EXPECT_NEAR(px[2] / c.white, 35.0 / 255, 0.03);
+    EXPECT_EQ(p3.format(), c.format == VIPS_FORMAT_USHORT ? VIPS_FORMAT_USHORT : VIPS_FORMAT_UCHAR);
+  }
+}
+
+TEST_F(LooksProfile, SavedFilesCarryTheProfile) {
+  const auto p3 = toDisplayP3(imageOf(ramp(), 16, 3, VIPS_FORMAT_UCHAR), dir_.file("profiles"));
+  for (const char* name : {"p3.png", "p3.jpg"}) {
+    SCOPED_TRACE(name);
+    p3.write_to_file(dir_.file(name).c_str());
+    const auto back = vips::VImage::new_from_file(dir_.file(name).c_str());
+    ASSERT_NE(back.get_typeof(VIPS_META_ICC_NAME), 0u);
+    std::size_t length = 0;
+    const auto* data = static_cast<const char*>(back.get_blob(VIPS_META_ICC_NAME, &length));
+    EXPECT_EQ(std::string(data, length), displayP3IccBytes());
+  }
+}
+
+} // namespace
+} // namespace velko::app
