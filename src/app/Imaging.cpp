@@ -1,5 +1,8 @@
 #include "app/Imaging.h"
 
+#include "app/ColorProfiles.h"
+#include "app/Looks.h"
+
 #include "app/RenderPipeline.h"
 
 #include <algorithm>
@@ -104,7 +107,7 @@ void initImaging() {
 }
 
 VImage renderStack(const std::string& path, const core::EditStack& stack,
-                   std::optional<int> longEdge) {
+                   std::optional<int> longEdge, const std::string& looksFolder) {
   try {
     const Geometry geometry(stack);
     auto [w, h] = uprightSize(path);
@@ -143,7 +146,20 @@ VImage renderStack(const std::string& path, const core::EditStack& stack,
       // image in memory.
       image = image.copy_memory();
     }
-    return applyAdjustments(image, stack);
+    image = applyAdjustments(image, stack);
+    const std::string look = stack.string(core::AdjustmentKind::Lut).value_or("");
+    if (!look.empty() && look != "none") {
+      const std::optional<LookFile> file = findLook(looksFolder, look);
+      if (!file) {
+        throw std::runtime_error("the look \"" + look + "\" is not in " + looksFolder +
+                                 "; list the looks with lut.list");
+      }
+      const double intensity =
+          std::clamp(stack.scalar(core::AdjustmentKind::LutIntensity, 1.0), 0.0, 1.0);
+      // Looks are made for display-referred sRGB, so they apply after the pixel stages.
+      image = applyCube(eightBit(image), loadCube(file->path), intensity);
+    }
+    return image;
   } catch (const vips::VError& e) {
     throw std::runtime_error("cannot render " + path + ": " + e.what());
   }
@@ -166,7 +182,7 @@ EncodedImage encodePng(const VImage& rendered) {
 }
 
 EncodedImage renderPng(const std::string& path, int longEdge) {
-  return encodePng(renderStack(path, core::EditStack{}, longEdge));
+  return encodePng(renderStack(path, core::EditStack{}, longEdge, {}));
 }
 
 void saveImage(VImage image, const std::string& path, const SaveSettings& settings) {
@@ -180,7 +196,9 @@ void saveImage(VImage image, const std::string& path, const SaveSettings& settin
     image = image.copy();
     image.set(VIPS_META_ORIENTATION, 1);
     VipsBlob* profile = nullptr;
-    if (vips_profile_load("srgb", &profile, nullptr) == 0 && profile != nullptr) {
+    if (!settings.displayP3Folder.empty()) {
+      image = toDisplayP3(image, settings.displayP3Folder); // embeds its own profile
+    } else if (vips_profile_load("srgb", &profile, nullptr) == 0 && profile != nullptr) {
       std::size_t length = 0;
       const void* data = vips_blob_get(profile, &length);
       vips_image_set_blob_copy(image.get_image(), VIPS_META_ICC_NAME, data, length);

@@ -23,8 +23,10 @@ void initImaging();
 /// (RenderPipeline.h) at the output size. The result's band format and interpretation vary
 /// (sRGB, B_W, scRGB, 16-bit); the encoders below bring it to their own. Throws
 /// std::runtime_error naming the file when it cannot be decoded.
+/// The stack's look (kind lut, a look id or name) comes from `looksFolder` and is applied
+/// last, blended by lutIntensity; a look that is not there fails the render, naming it.
 vips::VImage renderStack(const std::string& path, const core::EditStack& stack,
-                         std::optional<int> longEdge);
+                         std::optional<int> longEdge, const std::string& looksFolder);
 
 /// An encoded image and its size in pixels.
 struct EncodedImage {
@@ -45,9 +47,12 @@ enum class FileFormat { Jpeg, Png, Heic, Tiff16 };
 struct SaveSettings {
   FileFormat format = FileFormat::Jpeg;
   int quality = 90; ///< libvips Q, 1..100, for JPEG and HEIC
+  /// Empty for sRGB; otherwise Display P3, with its profile kept in this folder.
+  std::string displayP3Folder;
 };
 
-/// Writes the image to `path` in the format, as sRGB with the sRGB profile embedded (8 bits, or
+/// Writes the image to `path` in the format, as sRGB with the sRGB profile embedded (or Display
+/// P3 with its profile, when the settings name a profile folder) (8 bits, or
 /// 16 for Tiff16), alpha flattened onto white for JPEG. The EXIF block the decoder found is
 /// kept with its orientation set to 1, since the pixels are upright. Throws std::runtime_error.
 void saveImage(vips::VImage image, const std::string& path, const SaveSettings& settings);

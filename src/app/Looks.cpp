@@ -1,9 +1,15 @@
 #include "app/Looks.h"
 
+#include "app/Log.h"
+
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <filesystem>
+#include <mutex>
+#include <tuple>
+#include <xxhash.h>
 #include <fstream>
 #include <memory>
 #include <optional>
@@ -404,6 +410,74 @@ vips::VImage applyCube(const vips::VImage& srgb, const CubeLut& lut, double inte
                       ->set("interpretation", srgb.interpretation())
                       ->set("xres", srgb.xres())
                       ->set("yres", srgb.yres()));
+}
+
+} // namespace velko::app
+
+namespace velko::app {
+namespace {
+
+bool isCubeFile(const std::filesystem::directory_entry& e) {
+  std::error_code ec;
+  if (!e.is_regular_file(ec)) {
+    return false;
+  }
+  std::string ext = e.path().extension().string();
+  std::transform(ext.begin(), ext.end(), ext.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  return ext == ".cube";
+}
+
+} // namespace
+
+std::vector<LookFile> listLooks(const std::string& folder) {
+  namespace fs = std::filesystem;
+  const fs::path root = folder;
+  std::vector<fs::path> files;
+  std::error_code ec;
+  // The folder itself and its direct subfolders.
+  for (const auto& entry : fs::directory_iterator(root, ec)) {
+    std::error_code sub;
+    if (isCubeFile(entry)) {
+      files.push_back(entry.path());
+    } else if (entry.is_directory(sub)) {
+      for (const auto& inner : fs::directory_iterator(entry.path(), sub)) {
+        if (isCubeFile(inner)) {
+          files.push_back(inner.path());
+        }
+      }
+    }
+  }
+  std::vector<LookFile> looks;
+  for (const fs::path& file : files) {
+    std::string title;
+    try {
+      title = loadCube(file.string()).title;
+    } catch (const std::runtime_error& e) {
+      static std::mutex logged;
+      std::lock_guard lock(logged);
+      logLine(std::string("skipping a look: ") + e.what());
+      continue;
+    }
+    const std::string relative = file.lexically_relative(root).generic_string();
+    char id[17];
+    std::snprintf(id, sizeof id, "%016llx",
+                  static_cast<unsigned long long>(XXH3_64bits(relative.data(), relative.size())));
+    looks.push_back({id, title.empty() ? file.stem().string() : title, file.string()});
+  }
+  std::sort(looks.begin(), looks.end(), [](const LookFile& a, const LookFile& b) {
+    return std::tie(a.name, a.id) < std::tie(b.name, b.id);
+  });
+  return looks;
+}
+
+std::optional<LookFile> findLook(const std::string& folder, const std::string& key) {
+  for (LookFile& look : listLooks(folder)) {
+    if (look.id == key || look.name == key) {
+      return std::move(look);
+    }
+  }
+  return std::nullopt;
 }
 
 } // namespace velko::app

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <array>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -47,5 +48,21 @@ CubeLut loadCube(const std::string& path);
 /// once (on a few threads for large images), so call it at the render's final size. Throws
 /// std::runtime_error for another format or band count.
 vips::VImage applyCube(const vips::VImage& srgb, const CubeLut& lut, double intensity);
+
+/// A look offered to the user: a readable .cube file in the looks folder or one of its direct
+/// subfolders. The id is the hex XXH3-64 of the path relative to the folder, so it survives
+/// restarts and edits of the file.
+struct LookFile {
+  std::string id;
+  std::string name; ///< the TITLE line, else the file's stem
+  std::string path;
+};
+
+/// The looks of `folder`, sorted by name; a missing folder has none. A malformed file is left
+/// out with one log line, so a bad download never breaks the list.
+std::vector<LookFile> listLooks(const std::string& folder);
+
+/// The look whose id or name is `key`, or nothing.
+std::optional<LookFile> findLook(const std::string& folder, const std::string& key);
 
 } // namespace velko::app

@@ -5,6 +5,7 @@
 // access (or commits its change first), then decodes and encodes with the lock released, so
 // other requests are answered meanwhile.
 #include "app/Imaging.h"
+#include "app/Looks.h"
 #include "app/Log.h"
 #include "app/MethodError.h"
 #include "app/Methods.h"
@@ -23,7 +24,6 @@
 #include <fstream>
 #include <glib.h>
 #include <unistd.h>
-#include <xxhash.h>
 
 namespace velko::app {
 namespace {
@@ -37,11 +37,12 @@ constexpr std::int64_t kMaxPreviewEdge = 4096;
 constexpr double kDefaultExportQuality = 0.9;
 constexpr int kRenditionQuality = 92;
 
-/// The file behind an id, and whether it is a video.
+/// The file behind an id, whether it is a video, and the folder its look (if any) comes from.
 struct PhotoFile {
   std::string id;
   std::string path;
   bool video = false;
+  std::string looks;
 };
 
 PhotoFile photoFile(App& app, Database& db, const std::string& id) {
@@ -50,7 +51,7 @@ PhotoFile photoFile(App& app, Database& db, const std::string& id) {
   if (!s->step()) {
     throw MethodError::noPhoto(id);
   }
-  PhotoFile f{id, s->text(0), s->int64(1) != 0};
+  PhotoFile f{id, s->text(0), s->int64(1) != 0, app.options().luts};
   if (!f.path.empty() && f.path.front() != '/') {
     f.path = app.options().library + "/" + f.path;
   }
@@ -76,7 +77,7 @@ PreviewResult preview(const PhotoFile& f, const core::EditStack& stack, std::opt
   requireStill(f, "previews are for stills");
   const auto edge = static_cast<int>(
       std::clamp(longEdge.value_or(kDefaultPreviewEdge), kMinPreviewEdge, kMaxPreviewEdge));
-  const EncodedImage png = encodePng(renderStack(f.path, stack, edge));
+  const EncodedImage png = encodePng(renderStack(f.path, stack, edge, f.looks));
   gchar* encoded = g_base64_encode(reinterpret_cast<const guchar*>(png.bytes.data()), png.bytes.size());
   PreviewResult r;
   r.pngBase64 = encoded;
@@ -178,7 +179,7 @@ CommitResult editCommit(App& app, const CommitParams& p) {
   }
   fs::create_directories(app.folders().renditions);
   const std::string rendition = app.folders().renditions + "/" + uuid + ".jpg";
-  const vips::VImage image = renderStack(file.path, stack, std::nullopt);
+  const vips::VImage image = renderStack(file.path, stack, std::nullopt, file.looks);
   writeReplacing(rendition, [&](const std::string& temporary) {
     saveImage(image, temporary, {FileFormat::Jpeg, kRenditionQuality});
   });
@@ -310,12 +311,7 @@ std::string reserveFile(const std::string& folder, const std::string& stem, std:
 ExportRenderResult exportRender(App& app, const ExportRenderParams& p) {
   const ExportFormat& format = exportFormat(p.format);
   const std::string colorSpace = p.colorSpace.value_or("sRGB");
-  if (colorSpace == "displayP3") {
-    throw MethodError::invalidParams(
-        "Display P3 export needs a Display P3 ICC profile, and none is installed on this "
-        "machine; export with colorSpace sRGB");
-  }
-  if (colorSpace != "sRGB") {
+  if (colorSpace != "sRGB" && colorSpace != "displayP3") {
     throw MethodError::invalidParams("unknown colour space \"" + colorSpace +
                                      "\" at params.colorSpace: expected sRGB or displayP3");
   }
@@ -340,9 +336,12 @@ ExportRenderResult exportRender(App& app, const ExportRenderParams& p) {
   }
 
   const vips::VImage image =
-      renderStack(file.path, stack, p.longEdge ? std::optional<int>(static_cast<int>(*p.longEdge)) : std::nullopt);
-  const SaveSettings settings{format.format,
-                              std::clamp(static_cast<int>(std::lround(quality * 100)), 1, 100)};
+      renderStack(file.path, stack, p.longEdge ? std::optional<int>(static_cast<int>(*p.longEdge)) : std::nullopt, file.looks);
+  SaveSettings settings{format.format,
+                        std::clamp(static_cast<int>(std::lround(quality * 100)), 1, 100)};
+  if (colorSpace == "displayP3") {
+    settings.displayP3Folder = app.folders().headless + "/profiles";
+  }
   fs::create_directories(app.folders().exports);
   const std::string path = reserveFile(app.folders().exports, stem, format.extension);
   try {
@@ -361,86 +360,11 @@ ExportRenderResult exportRender(App& app, const ExportRenderParams& p) {
 
 // ---- Looks -------------------------------------------------------------------------------------
 
-/// The look's name from its TITLE line, when the header has one, and whether the header declares
-/// a 1D or 3D table at all. The header ends at the first line of numbers.
-struct CubeHeader {
-  std::optional<std::string> title;
-  bool hasSize = false;
-};
-
-CubeHeader readCubeHeader(const fs::path& file) {
-  CubeHeader h;
-  std::ifstream in(file);
-  std::string line;
-  for (int n = 0; n < 1000 && std::getline(in, line); ++n) {
-    const auto first = line.find_first_not_of(" \t\r");
-    if (first == std::string::npos || line[first] == '#') {
-      continue;
-    }
-    line = line.substr(first, line.find_last_not_of(" \t\r") - first + 1);
-    if (std::isdigit(static_cast<unsigned char>(line[0])) || line[0] == '-' || line[0] == '.' ||
-        line[0] == '+') {
-      break;
-    }
-    if (line.rfind("TITLE", 0) == 0) {
-      std::string title = line.substr(5);
-      title.erase(0, title.find_first_not_of(" \t"));
-      if (title.size() >= 2 && title.front() == '"' && title.back() == '"') {
-        title = title.substr(1, title.size() - 2);
-      }
-      if (!title.empty()) {
-        h.title = title;
-      }
-    } else if (line.rfind("LUT_1D_SIZE", 0) == 0 || line.rfind("LUT_3D_SIZE", 0) == 0) {
-      h.hasSize = true;
-    }
-  }
-  return h;
-}
-
-bool isCube(const fs::directory_entry& e) {
-  std::error_code ec;
-  if (!e.is_regular_file(ec)) {
-    return false;
-  }
-  std::string ext = e.path().extension().string();
-  std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return std::tolower(c); });
-  return ext == ".cube";
-}
-
 LUTListResult lutList(App& app) {
-  const fs::path root = app.options().luts;
-  std::vector<fs::path> files;
-  std::error_code ec;
-  // The folder itself and its direct subfolders; a missing folder has no looks.
-  for (const auto& entry : fs::directory_iterator(root, ec)) {
-    std::error_code sub;
-    if (isCube(entry)) {
-      files.push_back(entry.path());
-    } else if (entry.is_directory(sub)) {
-      for (const auto& inner : fs::directory_iterator(entry.path(), sub)) {
-        if (isCube(inner)) {
-          files.push_back(inner.path());
-        }
-      }
-    }
-  }
   LUTListResult r;
-  for (const fs::path& file : files) {
-    const CubeHeader header = readCubeHeader(file);
-    if (!header.hasSize) {
-      continue; // not a table this program can read
-    }
-    // The id follows the file's place in the folder, so it survives restarts and edits.
-    const std::string relative = file.lexically_relative(root).generic_string();
-    char id[17];
-    std::snprintf(id, sizeof id, "%016llx",
-                  static_cast<unsigned long long>(XXH3_64bits(relative.data(), relative.size())));
-    r.luts.push_back({id, header.title.value_or(file.stem().string())});
+  for (LookFile& look : listLooks(app.options().luts)) {
+    r.luts.push_back({std::move(look.id), std::move(look.name)});
   }
-  std::sort(r.luts.begin(), r.luts.end(), [](const LUTInfo& a, const LUTInfo& b) {
-    return std::tie(a.name, a.id) < std::tie(b.name, b.id);
-  });
   return r;
 }
 

@@ -1,4 +1,5 @@
 #include "app/AppFixture.h"
+#include "app/ColorProfiles.h"
 #include "app/Imaging.h"
 #include "core/Uuid.h"
 #include "json/Writer.h"
@@ -212,6 +213,12 @@ TEST_F(EditingMethods, ExportsEveryFormat) {
   EXPECT_EQ(bad.code, -32602);
   EXPECT_NE(std::string(bad.what()).find("tiff16"), std::string::npos);
   EXPECT_EQ(callError("export.render", json::Object{{"id", id}, {"colorSpace", "adobeRGB"}}).code, -32602);
+  // Display P3 exports carry that profile, not sRGB's.
+  json::Value p3 = call("export.render", json::Object{{"id", id}, {"format", "png"}, {"colorSpace", "displayP3"}});
+  vips::VImage p3Image = vips::VImage::new_from_file(std::string(p3.at("path").as_string()).c_str());
+  size_t length = 0;
+  const void* profile = p3Image.get_blob(VIPS_META_ICC_NAME, &length);
+  EXPECT_EQ(std::string(static_cast<const char*>(profile), length), displayP3IccBytes());
 }
 
 TEST_F(EditingMethods, LutListReadsTheLooksFolder) {
@@ -219,7 +226,9 @@ TEST_F(EditingMethods, LutListReadsTheLooksFolder) {
   EXPECT_TRUE(call("lut.list").at("luts").as_array().empty());
   fs::create_directories(options_.luts + "/film");
   std::ofstream(options_.luts + "/b.cube") << "TITLE \"Film Look\"\nLUT_1D_SIZE 2\n0 0 0\n1 1 1\n";
-  std::ofstream(options_.luts + "/film/Cross.cube") << "# x\nLUT_3D_SIZE 2\n0 0 0\n1 1 1\n";
+  std::ofstream(options_.luts + "/film/Cross.cube")
+      << "# x\nLUT_3D_SIZE 2\n0 0 0\n1 0 0\n0 1 0\n1 1 0\n0 0 1\n1 0 1\n0 1 1\n1 1 1\n";
+  std::ofstream(options_.luts + "/short.cube") << "LUT_3D_SIZE 2\n0 0 0\n1 1 1\n"; // malformed
   std::ofstream(options_.luts + "/notes.txt") << "LUT_3D_SIZE 2\n";
   std::ofstream(options_.luts + "/empty.cube") << "just text\n";
   json::Value luts = call("lut.list").at("luts");
