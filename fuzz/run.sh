@@ -23,7 +23,7 @@ while (($#)); do
   esac
 done
 if ((${#targets[@]} == 0)); then
-  targets=(line_scanner rpc_response edit_stack edit_patch mcp_line)
+  targets=(line_scanner rpc_response edit_stack edit_patch mcp_line app_request)
 fi
 
 [[ -f "$build/CMakeCache.txt" ]] ||
@@ -45,5 +45,5 @@ for t in "${targets[@]}"; do
     echo "fuzz: $t failed; the input is in $build/artifacts/" >&2
     exit 1
   fi
-  grep -E '^stat::number_of_executed_units|^Done' "$build/fuzz_$t.log" >&2 || true
+  grep -aE '^stat::number_of_executed_units|^Done' "$build/fuzz_$t.log" >&2 || true
 done

@@ -146,19 +146,21 @@ VImage renderStack(const std::string& path, const core::EditStack& stack,
       // image in memory.
       image = image.copy_memory();
     }
-    image = applyAdjustments(image, stack);
-    const std::string look = stack.string(core::AdjustmentKind::Lut).value_or("");
-    if (!look.empty() && look != "none") {
-      const std::optional<LookFile> file = findLook(looksFolder, look);
+    Look look;
+    const std::string lookKey = stack.string(core::AdjustmentKind::Lut).value_or("");
+    if (!lookKey.empty() && lookKey != "none") {
+      const std::optional<LookFile> file = findLook(looksFolder, lookKey);
       if (!file) {
-        throw std::runtime_error("the look \"" + look + "\" is not in " + looksFolder +
+        throw std::runtime_error("the look \"" + lookKey + "\" is not in " + looksFolder +
                                  "; list the looks with lut.list");
       }
       const double intensity =
           std::clamp(stack.scalar(core::AdjustmentKind::LutIntensity, 1.0), 0.0, 1.0);
-      // Looks are made for display-referred sRGB, so they apply after the pixel stages.
-      image = applyCube(eightBit(image), loadCube(file->path), intensity);
+      look = [cube = loadCube(file->path), intensity](const VImage& srgb) {
+        return applyCube(srgb, cube, intensity);
+      };
     }
+    image = applyAdjustments(image, stack, look);
     return image;
   } catch (const vips::VError& e) {
     throw std::runtime_error("cannot render " + path + ": " + e.what());

@@ -520,9 +520,9 @@ bool readsNeighbours(const core::EditStack& stack) {
   return Settings(stack).lightness();
 }
 
-VImage applyAdjustments(VImage image, const core::EditStack& stack) {
+VImage applyAdjustments(VImage image, const core::EditStack& stack, const Look& look) {
   const Settings s(stack);
-  if (!s.any()) {
+  if (!s.any() && !look) {
     return image;
   }
   // scRGB: three float bands of linear light, then alpha (if any) untouched to the end.
@@ -550,6 +550,11 @@ VImage applyAdjustments(VImage image, const core::EditStack& stack) {
       lab = applyLightness(lab, s);
     }
     rgb = lab.colourspace(VIPS_INTERPRETATION_scRGB);
+  }
+  if (look) {
+    // Looks are made for display-referred 8-bit sRGB.
+    rgb = withInterpretation(look(rgb.colourspace(VIPS_INTERPRETATION_sRGB)), VIPS_INTERPRETATION_sRGB)
+              .colourspace(VIPS_INTERPRETATION_scRGB);
   }
   if (s.vignetteAmount != 0) {
     rgb = applyVignette(rgb, s);

@@ -20,6 +20,7 @@
 
 #include "core/EditStack.h"
 
+#include <functional>
 #include <vips/vips8>
 
 namespace velko::app {
@@ -30,9 +31,13 @@ namespace velko::app {
 /// edge, so a preview and a full-size export look alike. Lazy: nothing is computed until the
 /// result is read. Deterministic: the same image and stack give the same pixels.
 ///
+/// `look`, when given, runs between the presence and the effect stages on 8-bit sRGB pixels.
+///
 /// Returns `image` unchanged when the stack holds nothing these stages render; otherwise an
 /// scRGB float image (linear light, 1.0 = white; values may lie outside 0..1 until encoded).
-vips::VImage applyAdjustments(vips::VImage image, const core::EditStack& stack);
+using Look = std::function<vips::VImage(const vips::VImage& srgb)>;
+vips::VImage applyAdjustments(vips::VImage image, const core::EditStack& stack,
+                              const Look& look = {});
 
 /// Whether applyAdjustments reads around each pixel (sharpening, texture, clarity, dehaze), so
 /// that its input must allow reads out of order, which a decoder streaming from the top of the

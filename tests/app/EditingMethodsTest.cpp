@@ -238,6 +238,30 @@ TEST_F(EditingMethods, LutListReadsTheLooksFolder) {
   EXPECT_EQ(call("lut.list").at("luts"), luts);
 }
 
+TEST_F(EditingMethods, PreviewsShowTheLookAtItsIntensity) {
+  open();
+  const std::string id = addPhoto("a.jpg", {.red = 200, .green = 100, .blue = 20});
+  fs::create_directories(options_.luts);
+  // Red and blue trade places.
+  std::ofstream(options_.luts + "/Swap.cube")
+      << "LUT_3D_SIZE 2\n0 0 0\n0 0 1\n0 1 0\n0 1 1\n1 0 0\n1 0 1\n1 1 0\n1 1 1\n";
+  auto means = [&](double intensity) {
+    json::Value r = set(id, {json::Object{{"kind", "lut"}, {"string", "Swap"}},
+                             json::Object{{"kind", "lutIntensity"}, {"scalar", intensity}}},
+                        {{"preview", true}});
+    vips::VImage png = decodePng(r.at("preview"));
+    return std::pair{png.extract_band(0).avg(), png.extract_band(2).avg()};
+  };
+  const auto [red, blue] = means(1);
+  EXPECT_NEAR(red, 20, 3);
+  EXPECT_NEAR(blue, 200, 3);
+  const auto [halfRed, halfBlue] = means(0.5);
+  EXPECT_NEAR(halfRed, 110, 4);
+  EXPECT_NEAR(halfBlue, 110, 4);
+  set(id, {json::Object{{"kind", "lut"}, {"string", "Gone"}}});
+  EXPECT_EQ(callError("preview.render", json::Object{{"id", id}}).code, -32603);
+}
+
 TEST_F(EditingMethods, UnknownIdsAndVideos) {
   open();
   for (const char* method : {"edit.get", "edit.set", "edit.reset", "edit.commit", "preview.render",
