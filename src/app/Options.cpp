@@ -87,17 +87,11 @@ Folders Folders::forHome(const std::string& home) {
   Folders f;
   f.home = home;
   f.support = protocol::IPCEndpoint::supportDir(home);
-  while (f.support.size() > 1 && f.support.back() == '/') {
-    f.support.pop_back();
-  }
   f.headless = f.support + "/headless";
   f.trash = f.headless + "/trash";
   f.renditions = f.headless + "/renditions";
   f.exports = f.headless + "/exports";
   f.exchange = protocol::IPCEndpoint::exchangeDir(home);
-  while (f.exchange.size() > 1 && f.exchange.back() == '/') {
-    f.exchange.pop_back();
-  }
   return f;
 }
 
