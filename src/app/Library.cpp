@@ -159,8 +159,10 @@ MediaFacts readStill(const std::string& path, const std::string& format) {
     std::string_view block;
     std::string tiff;
     if (image.get_typeof("exif-data") != 0) {
+      // The length is known only once get_blob has run, so it is read in a second statement.
       std::size_t size = 0;
-      block = std::string_view(static_cast<const char*>(image.get_blob("exif-data", &size)), size);
+      const auto* data = static_cast<const char*>(image.get_blob("exif-data", &size));
+      block = std::string_view(data, size);
     } else if (format == "TIFF") {
       // libvips 8.14 keeps a TIFF's EXIF directory to itself; the file is the EXIF structure.
       tiff = readHead(path, kTiffExifLimit);
