@@ -7,7 +7,7 @@
 // so the real ~/.velko is never read or written. Where mount namespaces are not permitted the test
 // exits with kSkipExitCode, which CTest reports as skipped.
 import { spawnSync } from 'node:child_process';
-import { chmodSync, mkdirSync, mkdtempSync, rmSync, writeFileSync } from 'node:fs';
+import { chmodSync, mkdirSync, mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import net from 'node:net';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
@@ -241,6 +241,77 @@ export function sandboxedServer(binary) {
   );
   chmodSync(command, 0o755);
   return { root, home, command, close: () => rmSync(root, { recursive: true, force: true }) };
+}
+
+// The real application and the server in one namespace: the application in the background over
+// the library, the server in the foreground once the socket is there and the endpoint file names
+// the application's pid; when the server ends, the application is stopped. Arguments: home,
+// velko-headless, library, its log file, velko-mcp.
+const kMountAndRunPair = `home=$(getent passwd "$(id -u)" | cut -d: -f6) && mount --bind "$1" "$home" || exit 97
+"$2" --library "$3" --allow-saving --allow-delete </dev/null >"$4" 2>&1 &
+app=$!
+i=0
+until [ -S "$home/.velko/ipc.sock" ] && grep -Eq "\\"pid\\": *$app([^0-9]|$)" "$home/.velko/ipc-endpoint.json" 2>/dev/null; do
+  i=$((i + 1))
+  if [ $i -gt 600 ] || ! kill -0 $app 2>/dev/null; then
+    echo "velko-headless did not come up; its log: $4" >&2
+    kill $app 2>/dev/null
+    exit 98
+  fi
+  sleep 0.05
+done
+"$5"
+status=$?
+kill $app 2>/dev/null && wait $app
+exit $status`;
+
+/// Like sandboxedServer, but the wrapper also runs the real application (`headless`) over
+/// `library` (default: <root>/library, to be filled before the wrapper runs) in the same
+/// namespace, with saving and deleting allowed. `log` is the application's output; `appPid()`
+/// reads its pid from the endpoint file (null once it is gone) and `close()` also ends the
+/// application if it outlived the server.
+export function sandboxedApplication(mcp, headless, library = null) {
+  const root = mkdtempSync(path.join(tmpdir(), 'velko-session-'));
+  const home = path.join(root, 'home');
+  mkdirSync(home, { mode: 0o700 });
+  const flags = namespaceFlags(home);
+  if (!flags) {
+    rmSync(root, { recursive: true, force: true });
+    skip('mount namespaces are not permitted here (unshare --mount failed), so the home cannot be replaced');
+  }
+  library ??= path.join(root, 'library');
+  const log = path.join(root, 'velko-headless.log');
+  const command = path.join(root, 'velko-sandboxed');
+  const args = [home, headless, library, log, mcp].map(quote).join(' ');
+  writeFileSync(
+    command,
+    [
+      '#!/bin/sh',
+      '# velko-headless and velko-mcp with the home directory replaced by a scratch one, in a private mount namespace.',
+      `exec unshare ${flags.join(' ')} sh -c ${quote(kMountAndRunPair)} sh ${args}`,
+      '',
+    ].join('\n'),
+  );
+  chmodSync(command, 0o755);
+  const appPid = () => {
+    try {
+      return JSON.parse(readFileSync(path.join(home, '.velko', 'ipc-endpoint.json'), 'utf8')).pid;
+    } catch {
+      return null;
+    }
+  };
+  const close = () => {
+    const pid = appPid();
+    if (pid) {
+      try {
+        process.kill(pid, 'SIGTERM');
+      } catch {
+        // already gone
+      }
+    }
+    rmSync(root, { recursive: true, force: true });
+  };
+  return { root, home, library, log, command, appPid, close };
 }
 
 /// The binary path from the command line, checked.

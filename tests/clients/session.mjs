@@ -1,0 +1,380 @@
+// A whole culling and editing session, driven by the official SDK's Client against the real
+// velko-headless over real photographs (the demo library), with velko-mcp in between. Shared by
+// the clients.session test and scripts/demo.sh: both open a session, run it, and differ only in
+// what they do with each step's report.
+import { Client } from '@modelcontextprotocol/sdk/client/index.js';
+import { StdioClientTransport } from '@modelcontextprotocol/sdk/client/stdio.js';
+import { CallToolResultSchema } from '@modelcontextprotocol/sdk/types.js';
+import assert from 'node:assert/strict';
+import { spawnSync } from 'node:child_process';
+import { copyFileSync, existsSync, mkdirSync, readFileSync, writeFileSync } from 'node:fs';
+import path from 'node:path';
+import { fileURLToPath } from 'node:url';
+
+import { sandboxedApplication } from './harness.mjs';
+
+const here = path.dirname(fileURLToPath(import.meta.url));
+const kDemoLibraryScript = path.resolve(here, '..', '..', 'scripts', 'demo-library.sh');
+
+/// Where the demo library's photographs come from (Debian's mate-backgrounds package).
+export const kNaturePhotos = '/usr/share/backgrounds/mate/nature';
+/// How many photographs demo-library.sh puts in the library.
+export const kLibraryPhotos = 8;
+
+// A warm look: reds lifted, blues cut. Rows run red fastest, as the .cube format has them.
+const kWarmCube = [
+  'TITLE "Warm"',
+  'LUT_3D_SIZE 2',
+  ...[0, 1].flatMap((b) =>
+    [0, 1].flatMap((g) => [0, 1].map((r) => `${r ? 1 : 0.06} ${g ? 0.97 : 0.03} ${b ? 0.85 : 0}`)),
+  ),
+  '',
+].join('\n');
+
+// ---- Image headers ------------------------------------------------------------------------------
+
+/// Width and height from a PNG's IHDR; throws when the bytes are not a PNG.
+export function pngSize(bytes) {
+  assert.ok(
+    bytes.length > 24 && bytes.subarray(0, 8).equals(Buffer.from([0x89, 0x50, 0x4e, 0x47, 0x0d, 0x0a, 0x1a, 0x0a])),
+    'not a PNG',
+  );
+  assert.equal(bytes.toString('latin1', 12, 16), 'IHDR');
+  return { width: bytes.readUInt32BE(16), height: bytes.readUInt32BE(20) };
+}
+
+/// Width and height from a JPEG's first start-of-frame segment; throws when there is none.
+export function jpegSize(bytes) {
+  assert.ok(bytes[0] === 0xff && bytes[1] === 0xd8, 'not a JPEG (no SOI marker)');
+  for (let at = 2; at + 9 < bytes.length; ) {
+    assert.equal(bytes[at], 0xff, `JPEG marker expected at byte ${at}`);
+    const marker = bytes[at + 1];
+    if (marker === 0xff) {
+      at += 1; // fill byte
+      continue;
+    }
+    const length = bytes.readUInt16BE(at + 2);
+    // SOF0..SOF15, without DHT (c4), JPG (c8) and DAC (cc)
+    if (marker >= 0xc0 && marker <= 0xcf && ![0xc4, 0xc8, 0xcc].includes(marker)) {
+      return { width: bytes.readUInt16BE(at + 7), height: bytes.readUInt16BE(at + 5) };
+    }
+    at += 2 + length;
+  }
+  throw new Error('JPEG without a start-of-frame segment');
+}
+
+const longEdge = ({ width, height }) => Math.max(width, height);
+
+/// Asserts that `size` has the aspect `width:height`, to within the rounding of one pixel.
+function assertAspect(size, width, height, what) {
+  const expected = (size.width * height) / width;
+  assert.ok(Math.abs(size.height - expected) <= 1, `${what}: ${size.width}×${size.height}, expected ${width}:${height}`);
+}
+
+// ---- Opening a session --------------------------------------------------------------------------
+
+/// Makes the demo library in a scratch root, puts the warm look in the scratch home's luts folder,
+/// starts velko-headless and velko-mcp in one private namespace and connects the SDK client.
+/// `close()` ends both programs and removes the scratch root.
+export async function openSession(mcp, headless) {
+  const sandbox = sandboxedApplication(mcp, headless);
+  let client = null;
+  let serverLog = '';
+  const appLog = () => (existsSync(sandbox.log) ? readFileSync(sandbox.log, 'utf8') : '');
+  const close = async () => {
+    await client?.close();
+    sandbox.close();
+  };
+  try {
+    const made = spawnSync(kDemoLibraryScript, [sandbox.library], { encoding: 'utf8' });
+    if (made.status !== 0) throw new Error(`${kDemoLibraryScript} failed: ${made.stderr || made.error}`);
+    const luts = path.join(sandbox.home, '.velko', 'luts');
+    mkdirSync(luts, { recursive: true });
+    writeFileSync(path.join(luts, 'Warm.cube'), kWarmCube);
+
+    const transport = new StdioClientTransport({ command: sandbox.command, stderr: 'pipe' });
+    transport.stderr.on('data', (data) => (serverLog += data));
+    client = new Client({ name: 'velko-session', version: '1.0.0' });
+    await client.connect(transport);
+  } catch (error) {
+    error.message += `\nstandard error of the wrapper and velko-mcp:\n${serverLog}\nvelko-headless's log:\n${appLog()}`;
+    await close();
+    throw error;
+  }
+  return { client, sandbox, serverLog: () => serverLog, appLog, close };
+}
+
+// ---- The session --------------------------------------------------------------------------------
+
+const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
+
+/// Runs the session on an open one. `onStep({ index, tool, args, outcome, images })` hears of each
+/// call once its checks have passed (`images` are PNG buffers); a failed check throws, after
+/// `onStep` has heard of it with `failed` set. Exports go to `exportDir` (default: in the scratch
+/// root). Returns the number of steps.
+export async function runSession({ client, sandbox }, { onStep = () => {}, exportDir = null } = {}) {
+  exportDir ??= path.join(sandbox.root, 'exports');
+  let index = 0;
+
+  async function callTool(tool, args) {
+    const result = await client.callTool({ name: tool, arguments: args }, CallToolResultSchema);
+    const texts = result.content.filter((c) => c.type === 'text').map((c) => c.text);
+    const images = result.content
+      .filter((c) => c.type === 'image')
+      .map((c) => {
+        assert.equal(c.mimeType, 'image/png', `${tool}: image type`);
+        return Buffer.from(c.data, 'base64');
+      });
+    let json = null;
+    try {
+      json = JSON.parse(texts[0]);
+    } catch {
+      // a sentence, not JSON
+    }
+    return { isError: result.isError === true, texts, text: texts.join('\n'), images, json };
+  }
+
+  // One step: the call, the checks (which return the one-line outcome) and the report.
+  async function step(tool, args, check, { expectError = false, reply = null } = {}) {
+    ++index;
+    const r = reply ?? (await callTool(tool, args));
+    let outcome;
+    try {
+      assert.equal(r.isError, expectError, `${tool} ${JSON.stringify(args)}: ${r.text}`);
+      outcome = check(r);
+    } catch (error) {
+      onStep({ index, tool, args, outcome: error.message.split('\n')[0], images: r.images, failed: true });
+      throw error;
+    }
+    onStep({ index, tool, args, outcome, images: r.images });
+    return r;
+  }
+
+  // Repeats a call until `done` holds of its reply (at most a minute), then checks it as a step.
+  async function poll(tool, args, done, check) {
+    let r;
+    for (let tries = 0; tries < 600; ++tries) {
+      r = await callTool(tool, args);
+      if (!r.isError && r.json && done(r.json)) break;
+      await sleep(100);
+    }
+    return step(tool, args, check, { reply: r });
+  }
+
+  // Culling: the scan, finding photos by place and date, showing, selecting, rating, flagging.
+  await poll(
+    'velko_ping',
+    {},
+    (j) => j.photoCount === kLibraryPhotos,
+    ({ json }) => {
+      assert.equal(json.photoCount, kLibraryPhotos, 'the first scan did not find the demo library');
+      assert.equal(json.libraryAuthorized, true);
+      return `${json.photoCount} photos indexed`;
+    },
+  );
+
+  const vancouver = { latitude: 49.283, longitude: -123.119, radiusMeters: 2000 };
+  const rain = (
+    await step('velko_query', vancouver, ({ json }) => {
+      assert.equal(json.count, 1, JSON.stringify(json));
+      return '1 photo within 2 km of Vancouver';
+    })
+  ).json.ids[0];
+  await step('velko_exif', { id: rain }, ({ json }) => {
+    assert.equal(json.originalFilename, 'RainDrops.jpg');
+    assert.equal(json.cameraModel, 'X-T4');
+    assert.equal(json.iso, 800);
+    return `${json.originalFilename}: ${json.cameraMake} ${json.cameraModel}, ISO ${json.iso}, ${json.captureDate}`;
+  });
+
+  const june = await step(
+    'velko_query',
+    { dateFrom: '2024-06-01T00:00:00Z', dateTo: '2024-06-30T23:59:59Z' },
+    ({ json }) => {
+      assert.equal(json.count, 2, JSON.stringify(json));
+      assert.match(json.sample[0].creationDate, /^2024-06-15/, 'newest first: the ladybird of 15 June');
+      return '2 photos taken in June 2024';
+    },
+  );
+  const juneIds = june.json.ids;
+  const ladybird = juneIds[0];
+  const ladybirdSize = { width: june.json.sample[0].pixelWidth, height: june.json.sample[0].pixelHeight };
+
+  await step('velko_show', { ids: [rain, ...juneIds], title: 'Rain and June' }, ({ json }) => {
+    assert.equal(json.shown, 3);
+    return `3 photos shown as "${json.title}"`;
+  });
+  await step('velko_select', { ids: juneIds, primary: ladybird }, ({ json }) => {
+    assert.equal(json.primary, ladybird);
+    assert.equal(json.selected, 2);
+    return '2 selected, the ladybird in focus';
+  });
+  await step('velko_context', {}, ({ json, images }) => {
+    assert.equal(json.focusID, ladybird);
+    assert.deepEqual([...json.selectionIDs].sort(), [...juneIds].sort());
+    assert.equal(images.length, 1);
+    const size = pngSize(images[0]);
+    assertAspect(size, ladybirdSize.width, ladybirdSize.height, 'focus preview');
+    return `focus on the ladybird, preview ${size.width}×${size.height}`;
+  });
+  await step('velko_rate', { ids: juneIds, rating: 4 }, ({ json }) => {
+    assert.deepEqual(json, { updated: 2, skipped: [] });
+    return '2 rated 4 stars';
+  });
+  await step('velko_flag', { ids: [rain], flag: 'pick' }, ({ json }) => {
+    assert.equal(json.updated, 1);
+    return 'picked';
+  });
+  await step('velko_query', { minRating: 4 }, ({ json }) => {
+    assert.deepEqual([...json.ids].sort(), [...juneIds].sort());
+    return 'the 2 four-star photos';
+  });
+  await step('velko_query', { flag: 'pick' }, ({ json }) => {
+    assert.deepEqual(json.ids, [rain]);
+    return 'the 1 pick';
+  });
+  await step('velko_keyword_create', { name: 'summer' }, ({ json }) => {
+    assert.equal(json.name, 'summer');
+    return `keyword "summer" (${json.id})`;
+  });
+  await step('velko_keyword_assign', { name: 'summer', ids: juneIds }, ({ json }) => {
+    assert.equal(json.updated, 2, JSON.stringify(json));
+    return '2 photos tagged "summer"';
+  });
+
+  // Editing the Vancouver photo (1920×1200).
+  const version = (
+    await step('velko_edit_get', { id: rain }, ({ json }) => {
+      assert.deepEqual(json.stack.values, {});
+      return `untouched, version ${json.version}`;
+    })
+  ).json.version;
+  const ops = [
+    { kind: 'exposure', scalar: 0.4 },
+    { kind: 'contrast', scalar: 0.25 },
+    { kind: 'vibrance', scalar: 0.3 },
+  ];
+  await step('velko_edit_set', { id: rain, ops, expectedVersion: version, preview: true }, ({ text, images }) => {
+    assert.match(text, /^Applied\. newVersion \d+\. Preview 512×320\./);
+    assert.equal(images.length, 1);
+    assert.deepEqual(pngSize(images[0]), { width: 512, height: 320 });
+    return `exposure +0.4, contrast +0.25, vibrance +0.3; preview 512×320`;
+  });
+  await step(
+    'velko_edit_set',
+    { id: rain, ops: [{ kind: 'contrast', scalar: -0.5 }], expectedVersion: version },
+    ({ text }) => {
+      assert.match(text, /version/i);
+      return `refused as stale: ${text.split('\n')[0]}`;
+    },
+    { expectError: true },
+  );
+  await step('velko_mask', { id: rain, type: 'radial', adjustments: { exposure: 0.3 }, preview: true }, ({ images }) => {
+    assert.equal(images.length, 1);
+    assert.deepEqual(pngSize(images[0]), { width: 512, height: 320 });
+    return 'radial mask lifting the centre by +0.3 EV';
+  });
+  await step('velko_crop', { id: rain, x: 0.1, y: 0.1, width: 0.8, height: 0.6, preview: true }, ({ text, images }) => {
+    assert.match(text, /^Cropped to x:0\.10 y:0\.10 w:0\.80 h:0\.60/);
+    assert.equal(images.length, 1);
+    const size = pngSize(images[0]);
+    assert.equal(size.width, 512);
+    assertAspect(size, 1536, 720, 'cropped preview');
+    return `cropped to 1536×720, preview ${size.width}×${size.height}`;
+  });
+  await step('velko_lut_list', {}, ({ json }) => {
+    assert.equal(json.luts.length, 1, JSON.stringify(json));
+    assert.equal(json.luts[0].name, 'Warm');
+    return 'one look: Warm';
+  });
+  await step('velko_lut', { id: rain, lut: 'Warm', intensity: 0.8, preview: true }, ({ images }) => {
+    assert.equal(images.length, 1);
+    pngSize(images[0]);
+    return 'Warm look at 80%';
+  });
+
+  // A rendered preview of the cropped photo at the asked size (400 × 187.5).
+  const render = (what, width, height) => ({ texts, images }) => {
+    assert.equal(images.length, 1);
+    const size = pngSize(images[0]);
+    assert.equal(size.width, 400);
+    assertAspect(size, width, height, what);
+    assert.match(texts[0], new RegExp(`^${size.width}×${size.height}, stack version \\d+$`));
+    return `${what}: ${texts[0]}`;
+  };
+  await step('velko_preview_render', { id: rain, longEdge: 400 }, render('graded', 1536, 720));
+  await step('velko_snapshot_save', { id: rain, name: 'graded' }, ({ json }) => {
+    assert.equal(json.name, 'graded');
+    return 'snapshot "graded" saved';
+  });
+  await step('velko_edit_reset', { id: rain }, ({ json }) => {
+    assert.deepEqual(json.stack.values, {});
+    assert.ok(!json.stack.masks?.length, 'reset keeps masks');
+    return `back to the original, version ${json.version}`;
+  });
+  await step('velko_preview_render', { id: rain, longEdge: 400 }, render('original', 1920, 1200));
+  await step('velko_snapshot_restore', { id: rain, name: 'graded' }, ({ json }) => {
+    assert.equal(json.stack.masks.length, 1);
+    assert.ok(json.stack.values.crop, 'the restored stack has no crop');
+    return `snapshot "graded" restored, version ${json.version}`;
+  });
+  await step('velko_preview_render', { id: rain, longEdge: 400 }, render('restored', 1536, 720));
+
+  // Delivery: PNGs of the edited photo and the ladybird, and a full-size JPEG of the ladybird.
+  const pngDir = path.join(exportDir, 'png');
+  await step(
+    'velko_export',
+    { ids: [rain, ladybird], directory: pngDir, format: 'png', longEdge: 600 },
+    ({ json }) => {
+      assert.deepEqual(json.failed, []);
+      assert.deepEqual(json.written.map((f) => path.basename(f)).sort(), ['LadyBird.png', 'RainDrops.png']);
+      const rainSize = pngSize(readFileSync(path.join(pngDir, 'RainDrops.png')));
+      assert.equal(rainSize.width, 600);
+      assertAspect(rainSize, 1536, 720, 'exported edit');
+      const ladybirdPng = pngSize(readFileSync(path.join(pngDir, 'LadyBird.png')));
+      assert.equal(longEdge(ladybirdPng), 600);
+      assertAspect(ladybirdPng, ladybirdSize.width, ladybirdSize.height, 'exported ladybird');
+      return `RainDrops.png ${rainSize.width}×${rainSize.height}, LadyBird.png ${ladybirdPng.width}×${ladybirdPng.height}`;
+    },
+  );
+  const jpegDir = path.join(exportDir, 'jpeg');
+  await step('velko_export', { ids: [ladybird], directory: jpegDir, format: 'jpeg', quality: 0.85 }, ({ json }) => {
+    assert.equal(json.count, 1, JSON.stringify(json));
+    const size = jpegSize(readFileSync(path.join(jpegDir, 'LadyBird.jpg')));
+    assert.deepEqual(size, ladybirdSize);
+    return `LadyBird.jpg at full size, ${size.width}×${size.height}`;
+  });
+
+  // Content: a photo from outside the library, the feature index, and a written description.
+  const incoming = path.join(sandbox.root, 'incoming', 'Storm.jpg');
+  mkdirSync(path.dirname(incoming), { recursive: true });
+  copyFileSync(path.join(kNaturePhotos, 'Storm.jpg'), incoming);
+  await step('velko_import', { paths: [incoming] }, ({ json }) => {
+    assert.equal(json.importedIDs.length, 1, JSON.stringify(json));
+    return `imported ${json.importedIDs[0]}`;
+  });
+  await step('velko_ping', {}, ({ json }) => {
+    assert.equal(json.photoCount, kLibraryPhotos + 1);
+    return `${json.photoCount} photos`;
+  });
+  await poll(
+    'velko_find_similar',
+    { id: rain, limit: 3 },
+    (j) => j.indexed >= kLibraryPhotos,
+    ({ json, images }) => {
+      assert.ok(json.indexed >= kLibraryPhotos, `only ${json.indexed} photos indexed`);
+      assert.ok(json.matches.length > 0 && json.matches.length <= 3);
+      assert.ok(!json.matches.some((m) => m.id === rain), 'the photo itself is among its matches');
+      assert.equal(images.length, json.matches.length);
+      images.forEach(pngSize);
+      return `${json.indexed} indexed; nearest at distance ${json.matches[0].distance.toFixed(3)}`;
+    },
+  );
+  const annotation = { caption: 'A ladybird climbing a blade of grass', keywords: ['insect', 'grass', 'macro'] };
+  await step('velko_annotate_set', { id: ladybird, annotation }, () => 'caption and keywords written');
+  await step('velko_query', { text: 'insect grass' }, ({ json }) => {
+    assert.deepEqual(json.ids, [ladybird]);
+    return 'found the ladybird by its description';
+  });
+  return index;
+}
