@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <functional>
 #include <sys/stat.h>
+#include <string_view>
 #include <system_error>
 #include <unistd.h>
 #include <vector>
@@ -14,6 +15,7 @@ namespace velko::app {
 namespace {
 
 constexpr int kMaxNames = 10'000;
+constexpr std::string_view kTemporaryPrefix = ".velko-move-";
 
 [[noreturn]] void fail(int error, const std::string& what) {
   throw std::system_error(error, std::generic_category(), what);
@@ -54,7 +56,7 @@ std::string copyToTemporary(const std::string& from, const std::string& dir) {
   if (in < 0) {
     fail(errno, "cannot read " + from);
   }
-  std::string temp = dir + "/.velko-move-XXXXXX";
+  std::string temp = dir + "/" + std::string(kTemporaryPrefix) + "XXXXXX";
   const int out = ::mkostemp(temp.data(), O_CLOEXEC);
   if (out < 0) {
     const int e = errno;
@@ -172,6 +174,21 @@ std::string moveIntoFolder(const std::string& from, const std::string& dir,
   return moveToFirstFree(from, kMaxNames, [&](int i) {
     return dir + "/" + (i == 0 ? name : stem + "-" + std::to_string(i + 1) + extension);
   });
+}
+
+int removeInterruptedCopies(const std::string& dir) {
+  int removed = 0;
+  std::error_code ec;
+  for (auto it = std::filesystem::recursive_directory_iterator(dir, ec);
+       !ec && it != std::filesystem::recursive_directory_iterator(); it.increment(ec)) {
+    std::error_code fileEc;
+    if (it->is_regular_file(fileEc) &&
+        it->path().filename().string().starts_with(kTemporaryPrefix) &&
+        ::unlink(it->path().c_str()) == 0) {
+      ++removed;
+    }
+  }
+  return removed;
 }
 
 } // namespace velko::app

@@ -19,4 +19,9 @@ void moveFile(const std::string& from, const std::string& to);
 std::string moveIntoFolder(const std::string& from, const std::string& dir,
                            const std::string& name);
 
+/// Removes the temporary copies that moves cut off by a crash left under `dir` (recursively).
+/// Such a copy is never the only one: the source goes only after its copy has a real name.
+/// Returns how many were removed; a missing `dir` is no error.
+int removeInterruptedCopies(const std::string& dir);
+
 } // namespace velko::app
