@@ -84,8 +84,7 @@ void settleInterruptedMoves(const Options& options, const Folders& folders, Cata
     if (!path) {
       continue;
     }
-    const std::string original =
-        !path->empty() && path->front() == '/' ? *path : options.library + "/" + *path;
+    const std::string& original = *path;
     std::error_code fileEc;
     for (const auto& file : fs::directory_iterator(folder.path(), fileEc)) {
       const std::string trashed = file.path().string();

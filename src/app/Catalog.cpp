@@ -20,7 +20,7 @@ constexpr std::string_view kMigrations[] = {
 CREATE TABLE photos(
   pk INTEGER PRIMARY KEY,
   id TEXT NOT NULL UNIQUE,
-  path TEXT NOT NULL,
+  path TEXT NOT NULL, -- absolute
   size INTEGER NOT NULL,
   mtime_ns INTEGER NOT NULL,
   fingerprint TEXT NOT NULL,

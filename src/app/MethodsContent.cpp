@@ -42,11 +42,6 @@ constexpr std::string_view kDeleteOff =
 constexpr std::string_view kSavingOff =
     "saving videos is turned off; start velko-headless with --allow-saving to allow it";
 
-/// The catalogue's path of a photo as an absolute path (paths may be kept relative to the library).
-std::string absolutePath(App& app, const std::string& path) {
-  return !path.empty() && path.front() == '/' ? path : app.options().library + "/" + path;
-}
-
 std::string baseName(const std::string& path) {
   return path.substr(path.find_last_of('/') + 1);
 }
@@ -137,7 +132,7 @@ std::string queryPrintOfPhoto(App& app, const std::string& id) {
     if (!s->isNull(0) && s->blob(0).size() == kPrintSize) {
       return std::string(s->blob(0));
     }
-    path = absolutePath(app, s->text(1));
+    path = s->text(1);
   }
   // No print yet (the background pass has not reached it): make it now and keep it.
   std::string print;
@@ -281,7 +276,7 @@ UpdatedResult deletePhotos(App& app, const DeleteParams& p) {
       auto s = a->prepare("SELECT path FROM photos WHERE id = ? AND state = 0");
       s->bind(1, id);
       if (s->step()) {
-        original = absolutePath(app, s->text(0));
+        original = s->text(0);
       }
     }
     if (!original) {
@@ -483,7 +478,7 @@ CommitResult videoCommit(App& app, const VideoCommitParams& p) {
       throw MethodError::invalidParams(
           p.id + " is not a video; video.commit trims videos (use edit.commit for stills)");
     }
-    source = absolutePath(app, s->text(0));
+    source = s->text(0);
     duration = s->real(2);
   }
   const double start = p.startSeconds.value_or(0);

@@ -51,11 +51,14 @@ PhotoFile photoFile(App& app, Database& db, const std::string& id) {
   if (!s->step()) {
     throw MethodError::noPhoto(id);
   }
-  PhotoFile f{id, s->text(0), s->int64(1) != 0, app.options().luts};
-  if (!f.path.empty() && f.path.front() != '/') {
-    f.path = app.options().library + "/" + f.path;
-  }
-  return f;
+  return PhotoFile{id, s->text(0), s->int64(1) != 0, app.options().luts};
+}
+
+/// The file and the edit stack of a render, read together.
+std::pair<PhotoFile, core::EditStack> renderSource(App& app, const std::string& id) {
+  auto a = app.catalog().access();
+  PhotoFile file = photoFile(app, a.db(), id);
+  return {std::move(file), loadStack(a.db(), id)};
 }
 
 /// Refuses videos for the still-only methods, naming what to use instead.
@@ -165,13 +168,7 @@ EditGetResult editReset(App& app, const EditResetParams& p) {
 }
 
 CommitResult editCommit(App& app, const CommitParams& p) {
-  PhotoFile file;
-  core::EditStack stack;
-  {
-    auto a = app.catalog().access();
-    file = photoFile(app, a.db(), p.id);
-    stack = loadStack(a.db(), p.id);
-  }
+  const auto [file, stack] = renderSource(app, p.id);
   requireStill(file, "use video.commit for videos");
   const std::string uuid = p.id.substr(0, p.id.find('/'));
   if (uuid.empty() || uuid.find_first_of("./") != std::string::npos) {
@@ -192,13 +189,7 @@ CommitResult editCommit(App& app, const CommitParams& p) {
 }
 
 PreviewResult previewRender(App& app, const PreviewParams& p) {
-  PhotoFile file;
-  core::EditStack stack;
-  {
-    auto a = app.catalog().access();
-    file = photoFile(app, a.db(), p.id);
-    stack = loadStack(a.db(), p.id);
-  }
+  const auto [file, stack] = renderSource(app, p.id);
   return preview(file, stack, p.longEdge);
 }
 
@@ -322,13 +313,7 @@ ExportRenderResult exportRender(App& app, const ExportRenderParams& p) {
   if (p.longEdge && (*p.longEdge < 1 || *p.longEdge > VIPS_MAX_COORD)) {
     throw MethodError::invalidParams("params.longEdge must be a positive number of pixels");
   }
-  PhotoFile file;
-  core::EditStack stack;
-  {
-    auto a = app.catalog().access();
-    file = photoFile(app, a.db(), p.id);
-    stack = loadStack(a.db(), p.id);
-  }
+  const auto [file, stack] = renderSource(app, p.id);
   requireStill(file, "export.render renders stills");
   std::string stem = fs::path(file.path).stem().string();
   if (stem.empty()) {

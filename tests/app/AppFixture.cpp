@@ -25,7 +25,9 @@ ExifEntry* entry(ExifData* data, ExifIfd ifd, ExifTag tag) {
   return e;
 }
 
-void setAscii(ExifData* data, ExifIfd ifd, ExifTag tag, const std::string& text) {
+/// The entry for the tag, created when missing, with fresh data of `components` values.
+ExifEntry* replaceEntry(ExifData* data, ExifIfd ifd, ExifTag tag, ExifFormat format,
+                        std::size_t components) {
   ExifEntry* e = exif_content_get_entry(data->ifd[ifd], tag);
   if (!e) {
     e = exif_entry_new();
@@ -34,26 +36,20 @@ void setAscii(ExifData* data, ExifIfd ifd, ExifTag tag, const std::string& text)
     exif_entry_unref(e);
   }
   free(e->data);
-  e->format = EXIF_FORMAT_ASCII;
-  e->components = text.size() + 1;
-  e->size = static_cast<unsigned>(text.size() + 1);
+  e->format = format;
+  e->components = components;
+  e->size = static_cast<unsigned>(exif_format_get_size(format) * components);
   e->data = static_cast<unsigned char*>(malloc(e->size));
+  return e;
+}
+
+void setAscii(ExifData* data, ExifIfd ifd, ExifTag tag, const std::string& text) {
+  ExifEntry* e = replaceEntry(data, ifd, tag, EXIF_FORMAT_ASCII, text.size() + 1);
   std::memcpy(e->data, text.c_str(), text.size() + 1);
 }
 
 void setRationals(ExifData* data, ExifIfd ifd, ExifTag tag, std::initializer_list<ExifRational> values) {
-  ExifEntry* e = exif_content_get_entry(data->ifd[ifd], tag);
-  if (!e) {
-    e = exif_entry_new();
-    e->tag = tag;
-    exif_content_add_entry(data->ifd[ifd], e);
-    exif_entry_unref(e);
-  }
-  free(e->data);
-  e->format = EXIF_FORMAT_RATIONAL;
-  e->components = values.size();
-  e->size = static_cast<unsigned>(8 * values.size());
-  e->data = static_cast<unsigned char*>(malloc(e->size));
+  ExifEntry* e = replaceEntry(data, ifd, tag, EXIF_FORMAT_RATIONAL, values.size());
   unsigned i = 0;
   for (const ExifRational& r : values) {
     exif_set_rational(e->data + 8 * i++, EXIF_BYTE_ORDER_INTEL, r);

@@ -217,11 +217,10 @@ function namespaceFlags(home) {
   return null;
 }
 
-/// Prepares a scratch home and a wrapper script that starts `binary` with that home in place of
-/// the account's. Skips the test when mount namespaces are not available. `command` is the
-/// wrapper's path (no arguments needed); `close()` removes the scratch directory.
-export function sandboxedServer(binary) {
-  const root = mkdtempSync(path.join(tmpdir(), 'velko-clients-'));
+/// A scratch folder with a home inside it, and the unshare flags that put that home in place of
+/// the account's; skips the test when mount namespaces are not available.
+function scratchHome(prefix) {
+  const root = mkdtempSync(path.join(tmpdir(), prefix));
   const home = path.join(root, 'home');
   mkdirSync(home, { mode: 0o700 });
   const flags = namespaceFlags(home);
@@ -229,6 +228,14 @@ export function sandboxedServer(binary) {
     rmSync(root, { recursive: true, force: true });
     skip('mount namespaces are not permitted here (unshare --mount failed), so the home cannot be replaced');
   }
+  return { root, home, flags };
+}
+
+/// Prepares a scratch home and a wrapper script that starts `binary` with that home in place of
+/// the account's. Skips the test when mount namespaces are not available. `command` is the
+/// wrapper's path (no arguments needed); `close()` removes the scratch directory.
+export function sandboxedServer(binary) {
+  const { root, home, flags } = scratchHome('velko-clients-');
   const command = path.join(root, 'velko-mcp-sandboxed');
   writeFileSync(
     command,
@@ -271,14 +278,7 @@ exit $status`;
 /// reads its pid from the endpoint file (null once it is gone) and `close()` also ends the
 /// application if it outlived the server.
 export function sandboxedApplication(mcp, headless, library = null) {
-  const root = mkdtempSync(path.join(tmpdir(), 'velko-session-'));
-  const home = path.join(root, 'home');
-  mkdirSync(home, { mode: 0o700 });
-  const flags = namespaceFlags(home);
-  if (!flags) {
-    rmSync(root, { recursive: true, force: true });
-    skip('mount namespaces are not permitted here (unshare --mount failed), so the home cannot be replaced');
-  }
+  const { root, home, flags } = scratchHome('velko-session-');
   library ??= path.join(root, 'library');
   const log = path.join(root, 'velko-headless.log');
   const command = path.join(root, 'velko-sandboxed');
