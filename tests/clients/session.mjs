@@ -1,13 +1,16 @@
-// A whole culling and editing session, driven by the official SDK's Client against the real
-// velko-headless over real photographs (the demo library), with velko-mcp in between. Shared by
-// the clients.session test and scripts/demo.sh: both open a session, run it, and differ only in
-// what they do with each step's report.
+// A whole culling and editing session, driven by an MCP client we did not write (the official
+// SDK's Client, or the AI SDK's independent one) against the real velko-headless over real
+// photographs (the demo library), with velko-mcp in between. Shared by the clients.session tests
+// and scripts/demo.sh: they open a session, run it, and differ only in what they do with each
+// step's report.
+import { createMCPClient } from '@ai-sdk/mcp';
+import { Experimental_StdioMCPTransport } from '@ai-sdk/mcp/mcp-stdio';
 import { Client } from '@modelcontextprotocol/sdk/client/index.js';
 import { StdioClientTransport } from '@modelcontextprotocol/sdk/client/stdio.js';
 import { CallToolResultSchema } from '@modelcontextprotocol/sdk/types.js';
 import assert from 'node:assert/strict';
 import { spawnSync } from 'node:child_process';
-import { copyFileSync, existsSync, mkdirSync, readFileSync, writeFileSync } from 'node:fs';
+import { closeSync, copyFileSync, existsSync, mkdirSync, openSync, readFileSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 import { fileURLToPath } from 'node:url';
 
@@ -74,12 +77,17 @@ function assertAspect(size, width, height, what) {
 // ---- Opening a session --------------------------------------------------------------------------
 
 /// Makes the demo library in a scratch root, puts the warm look in the scratch home's luts folder,
-/// starts velko-headless and velko-mcp in one private namespace and connects the SDK client.
-/// `close()` ends both programs and removes the scratch root.
-export async function openSession(mcp, headless) {
+/// starts velko-headless and velko-mcp in one private namespace and connects a client: `'sdk'`
+/// (the official SDK's Client, the default) or `'ai-sdk'` (the AI SDK's, which needs Node 22).
+/// Both validate every reply against their own schemas. `close()` ends both programs and
+/// removes the scratch root.
+export async function openSession(mcp, headless, { client: kind = 'sdk' } = {}) {
   const sandbox = sandboxedApplication(mcp, headless);
   let client = null;
   let serverLog = '';
+  // The AI SDK's transport takes a descriptor for the child's standard error, not a pipe.
+  const stderrFile = path.join(sandbox.root, 'velko-mcp.stderr');
+  const readServerLog = () => serverLog || (existsSync(stderrFile) ? readFileSync(stderrFile, 'utf8') : '');
   const appLog = () => (existsSync(sandbox.log) ? readFileSync(sandbox.log, 'utf8') : '');
   const close = async () => {
     await client?.close();
@@ -92,16 +100,30 @@ export async function openSession(mcp, headless) {
     mkdirSync(luts, { recursive: true });
     writeFileSync(path.join(luts, 'Warm.cube'), kWarmCube);
 
-    const transport = new StdioClientTransport({ command: sandbox.command, stderr: 'pipe' });
-    transport.stderr.on('data', (data) => (serverLog += data));
-    client = new Client({ name: 'velko-session', version: '1.0.0' });
-    await client.connect(transport);
+    if (kind === 'ai-sdk') {
+      const fd = openSync(stderrFile, 'w');
+      const transport = new Experimental_StdioMCPTransport({ command: sandbox.command, stderr: fd });
+      try {
+        const aiClient = await createMCPClient({ name: 'velko-session', transport });
+        client = {
+          callTool: (request) => aiClient.callTool(request),
+          close: () => aiClient.close(),
+        };
+      } finally {
+        closeSync(fd);
+      }
+    } else {
+      const transport = new StdioClientTransport({ command: sandbox.command, stderr: 'pipe' });
+      transport.stderr.on('data', (data) => (serverLog += data));
+      client = new Client({ name: 'velko-session', version: '1.0.0' });
+      await client.connect(transport);
+    }
   } catch (error) {
-    error.message += `\nstandard error of the wrapper and velko-mcp:\n${serverLog}\nvelko-headless's log:\n${appLog()}`;
+    error.message += `\nstandard error of the wrapper and velko-mcp:\n${readServerLog()}\nvelko-headless's log:\n${appLog()}`;
     await close();
     throw error;
   }
-  return { client, sandbox, serverLog: () => serverLog, appLog, close };
+  return { client, sandbox, serverLog: readServerLog, appLog, close };
 }
 
 // ---- The session --------------------------------------------------------------------------------
