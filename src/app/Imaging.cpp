@@ -3,6 +3,7 @@
 #include "app/ColorProfiles.h"
 #include "app/Looks.h"
 
+#include "app/RenderGeometry.h"
 #include "app/RenderPipeline.h"
 
 #include <algorithm>
@@ -15,57 +16,6 @@ namespace {
 
 using vips::VImage;
 using core::AdjustmentKind;
-
-/// The geometry kinds rendered so far, read once from the stack.
-struct Geometry {
-  int quarterTurns = 0; ///< clockwise, 0..3
-  bool flipHorizontal = false;
-  bool flipVertical = false;
-  core::Rect crop{0, 0, 1, 1}; ///< inside the unit square, never empty
-
-  explicit Geometry(const core::EditStack& stack) {
-    const double turns = stack.scalar(AdjustmentKind::Rotation, 0);
-    if (std::isfinite(turns)) {
-      quarterTurns = ((static_cast<int>(std::lround(std::fmod(turns, 4))) % 4) + 4) % 4;
-    }
-    flipHorizontal = stack.boolean(AdjustmentKind::FlipHorizontal, false);
-    flipVertical = stack.boolean(AdjustmentKind::FlipVertical, false);
-    if (auto r = stack.rect(AdjustmentKind::Crop)) {
-      const double x = std::clamp(r->x, 0.0, 1.0);
-      const double y = std::clamp(r->y, 0.0, 1.0);
-      const double w = std::min(r->width, 1 - x);
-      const double h = std::min(r->height, 1 - y);
-      // A degenerate rectangle (or NaN) would leave nothing to show; it is ignored.
-      if (w > 0 && h > 0) {
-        crop = {x, y, w, h};
-      }
-    }
-  }
-};
-
-VImage applyGeometry(VImage image, const Geometry& g) {
-  static constexpr VipsAngle kAngles[] = {VIPS_ANGLE_D0, VIPS_ANGLE_D90, VIPS_ANGLE_D180,
-                                          VIPS_ANGLE_D270};
-  if (g.quarterTurns != 0) {
-    image = image.rot(kAngles[g.quarterTurns]);
-  }
-  if (g.flipHorizontal) {
-    image = image.flip(VIPS_DIRECTION_HORIZONTAL);
-  }
-  if (g.flipVertical) {
-    image = image.flip(VIPS_DIRECTION_VERTICAL);
-  }
-  if (g.crop.width < 1 || g.crop.height < 1) {
-    const int w = image.width();
-    const int h = image.height();
-    const int left = std::min(w - 1, static_cast<int>(std::lround(g.crop.x * w)));
-    const int top = std::min(h - 1, static_cast<int>(std::lround(g.crop.y * h)));
-    const int width = std::clamp(static_cast<int>(std::lround(g.crop.width * w)), 1, w - left);
-    const int height = std::clamp(static_cast<int>(std::lround(g.crop.height * h)), 1, h - top);
-    image = image.extract_area(left, top, width, height);
-  }
-  return image;
-}
 
 bool isGrey(const VImage& image) { return image.bands() < 3; }
 
@@ -109,16 +59,17 @@ void initImaging() {
 VImage renderStack(const std::string& path, const core::EditStack& stack,
                    std::optional<int> longEdge, const std::string& looksFolder) {
   try {
-    const Geometry geometry(stack);
+    const GeometrySettings geometry(stack);
     auto [w, h] = uprightSize(path);
     if (geometry.quarterTurns % 2 == 1) {
       std::swap(w, h);
     }
-    // The long edge asked for belongs to the cropped result, so the decode aims at the size
-    // that leaves that many pixels once the crop is cut out.
-    const double croppedLong = std::max(w * geometry.crop.width, h * geometry.crop.height);
-    const double scale = longEdge ? std::min(1.0, *longEdge / croppedLong) : 1.0;
-    const int target = std::max(1, static_cast<int>(std::lround(std::max(w, h) * scale)));
+    // The long edge asked for belongs to the final result (cut, straightened and framed), so
+    // the decode aims at the size that leaves that many pixels.
+    const Warp warp(geometry, static_cast<double>(w) / h);
+    const FrameSettings frame(stack);
+    const RenderPlan plan = planRender(w, h, geometry, warp, frame, longEdge);
+    const int target = plan.decodeLongEdge;
     // thumbnail shrinks on load and applies the EXIF orientation.
     VImage image = VImage::thumbnail(
         path.c_str(), target, VImage::option()->set("height", target)->set("size", VIPS_SIZE_DOWN));
@@ -132,15 +83,7 @@ VImage renderStack(const std::string& path, const core::EditStack& stack,
     default:
       image = image.colourspace(VIPS_INTERPRETATION_sRGB); // CMYK, Lab and the like
     }
-    image = applyGeometry(image, geometry);
-    if (longEdge) {
-      // Rounding in the decode and the crop can leave the long edge a pixel off.
-      const int wanted = std::max(1, static_cast<int>(std::lround(std::min<double>(*longEdge, croppedLong))));
-      const int actual = std::max(image.width(), image.height());
-      if (actual != wanted) {
-        image = image.resize(static_cast<double>(wanted) / actual);
-      }
-    }
+    image = applyGeometry(image, geometry, warp, plan);
     if (readsNeighbours(stack)) {
       // The decoder streams from the top; blurs read back and ahead, so they need the sized
       // image in memory.
@@ -161,6 +104,9 @@ VImage renderStack(const std::string& path, const core::EditStack& stack,
       };
     }
     image = applyAdjustments(image, stack, look);
+    if (frame.any()) {
+      image = applyFrame(image, plan, frame.color);
+    }
     return image;
   } catch (const vips::VError& e) {
     throw std::runtime_error("cannot render " + path + ": " + e.what());

@@ -14,14 +14,15 @@ namespace velko::app {
 /// Starts libvips once per process with the cache and concurrency this program wants.
 void initImaging();
 
-/// The photo at `path`, upright (EXIF orientation applied), with the stack's edits, with its
-/// long edge at `longEdge` pixels (never enlarged) or at full size when absent. A sized render
-/// shrinks on load and works at that size only.
+/// The photo at `path`, upright (EXIF orientation applied), with the stack's edits, with the
+/// long edge of the result (frame included) at `longEdge` pixels (never enlarged) or at full
+/// size when absent. A sized render shrinks on load and works at that size only.
 ///
-/// Geometry first, while sizing: quarter-turn rotation, flips, crop (a rectangle of the rotated
-/// and flipped frame, normalised 0..1). Then the pixel stages of applyAdjustments
-/// (RenderPipeline.h) at the output size. The result's band format and interpretation vary
-/// (sRGB, B_W, scRGB, 16-bit); the encoders below bring it to their own. Throws
+/// Geometry first, while sizing (RenderGeometry.h): quarter-turn rotation, flips, lens
+/// distortion, perspective, straighten with its auto-crop, crop (a rectangle of the
+/// straightened picture, normalised 0..1). Then the pixel stages of applyAdjustments
+/// (RenderPipeline.h) at the output size, then the frame. The result's band format and
+/// interpretation vary (sRGB, B_W, scRGB, 16-bit); the encoders below bring it to their own. Throws
 /// std::runtime_error naming the file when it cannot be decoded.
 /// The stack's look (kind lut, a look id or name) comes from `looksFolder` and is applied
 /// last, blended by lutIntensity; a look that is not there fails the render, naming it.

@@ -1,5 +1,7 @@
 #include "app/RenderPipeline.h"
 
+#include "app/Masks.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -139,11 +141,13 @@ struct Settings {
   std::array<double, 8> bandHue{}, bandSat{}, bandLum{};
   std::array<double, 4> gradeHue{}, gradeSat{}, gradeLum{};
   double gradeBalance = 0;
+  std::vector<core::PointColorTarget> pointColors; ///< clamped; targets that shift nothing left out
   // detail and presence
   double sharpenAmount = 0, sharpenRadius = 0, texture = 0, clarity = 0, dehaze = 0;
+  double sharpenDetail = 0, luminanceNR = 0, colorNR = 0, defringe = 0; ///< 0..1
   // effects
   double vignetteAmount = 0, vignetteMidpoint = 0.5, vignetteFeather = 0.5;
-  double grainAmount = 0, grainSize = 0.25;
+  double grainAmount = 0, grainSize = 0.25, grainRoughness = 0;
 
   explicit Settings(const core::EditStack& s) {
     const core::ColorProfile profile = s.colorProfile();
@@ -199,18 +203,39 @@ struct Settings {
       gradeLum[i] = unit(core::luminanceKind(region));
     }
     gradeBalance = unit(AdjustmentKind::CgBalance);
+    for (core::PointColorTarget t : s.pointColors()) {
+      const std::array<double, 7> all{t.targetHue, t.targetSat, t.targetLum, t.hue,
+                                      t.sat,       t.lum,       t.range};
+      if (t.isIdentity() ||
+          !std::all_of(all.begin(), all.end(), [](double v) { return std::isfinite(v); })) {
+        continue;
+      }
+      t.targetHue = t.targetHue - std::floor(t.targetHue); // around the wheel
+      t.targetSat = clamp01(t.targetSat);
+      t.targetLum = clamp01(t.targetLum);
+      t.hue = std::clamp(t.hue, -1.0, 1.0);
+      t.sat = std::clamp(t.sat, -1.0, 1.0);
+      t.lum = std::clamp(t.lum, -1.0, 1.0);
+      t.range = clamp01(t.range);
+      pointColors.push_back(t);
+    }
 
     sharpenAmount = unit(AdjustmentKind::SharpenAmount);
     sharpenRadius = unit(AdjustmentKind::SharpenRadius);
     texture = unit(AdjustmentKind::Texture);
     clarity = unit(AdjustmentKind::Clarity);
     dehaze = unit(AdjustmentKind::Dehaze);
+    sharpenDetail = clamp01(scalar(s, AdjustmentKind::SharpenDetail));
+    luminanceNR = clamp01(scalar(s, AdjustmentKind::LuminanceNR));
+    colorNR = clamp01(scalar(s, AdjustmentKind::ColorNR));
+    defringe = clamp01(scalar(s, AdjustmentKind::DefringeAmount));
 
     vignetteAmount = unit(AdjustmentKind::VignetteAmount);
     vignetteMidpoint = clamp01(scalar(s, AdjustmentKind::VignetteMidpoint, 0.5));
     vignetteFeather = clamp01(scalar(s, AdjustmentKind::VignetteFeather, 0.5));
     grainAmount = clamp01(scalar(s, AdjustmentKind::GrainAmount));
     grainSize = clamp01(scalar(s, AdjustmentKind::GrainSize, 0.25));
+    grainRoughness = clamp01(scalar(s, AdjustmentKind::GrainRoughness));
   }
 
   bool developOrExposure() const { return gains != std::array<double, 3>{1, 1, 1}; }
@@ -225,7 +250,9 @@ struct Settings {
     };
     return any(bandHue) || any(bandSat) || any(bandLum);
   }
-  bool colour() const { return chroma != 1 || vibrance != 0 || monochrome || mixer(); }
+  bool colour() const {
+    return chroma != 1 || vibrance != 0 || monochrome || mixer() || !pointColors.empty();
+  }
   bool grade() const {
     for (std::size_t i = 0; i < 4; ++i) {
       if (gradeSat[i] != 0 || gradeLum[i] != 0) {
@@ -235,7 +262,8 @@ struct Settings {
     return false;
   }
   bool lightness() const {
-    return sharpenAmount != 0 || texture != 0 || clarity != 0 || dehaze != 0;
+    return sharpenAmount != 0 || texture != 0 || clarity != 0 || dehaze != 0 || luminanceNR != 0 ||
+           colorNR != 0 || defringe != 0;
   }
   bool any() const {
     return developOrExposure() || tone() || colour() || grade() || lightness() ||
@@ -383,11 +411,99 @@ VImage mixerTable(const Settings& s) {
   return lutImage(table, entries, 3);
 }
 
+/// A picked colour (hue, saturation and lightness of sRGB, 0..1 each) in LCh, converted by
+/// libvips as the pixels are.
+std::array<double, 3> lchOf(const core::PointColorTarget& t) {
+  const double c = (1 - std::abs(2 * t.targetLum - 1)) * t.targetSat;
+  const double sector = t.targetHue * 6;
+  const double x = c * (1 - std::abs(std::fmod(sector, 2) - 1));
+  static constexpr std::array<std::array<int, 3>, 6> kOrder{
+      {{0, 1, 2}, {1, 0, 2}, {2, 0, 1}, {2, 1, 0}, {1, 2, 0}, {0, 2, 1}}};
+  const auto& order = kOrder[static_cast<std::size_t>(std::min(5.0, std::floor(sector)))];
+  const std::array<double, 3> parts{c, x, 0};
+  std::vector<double> linear(3);
+  for (std::size_t i = 0; i < 3; ++i) {
+    linear[i] = toLinear(parts[static_cast<std::size_t>(order[i])] + t.targetLum - c / 2);
+  }
+  const std::vector<double> lch =
+      withInterpretation(
+          (VImage::black(1, 1, VImage::option()->set("bands", 3)) + linear).cast(VIPS_FORMAT_FLOAT),
+          VIPS_INTERPRETATION_scRGB)
+          .colourspace(VIPS_INTERPRETATION_LCH)
+          .getpoint(0, 0);
+  return {lch[0], lch[1], lch[2]};
+}
+
+/// Point colour: each target moves the colours near its picked one, weighted by closeness in
+/// hue, chroma and lightness (each 1 near the pick, fading to 0 at a distance that grows with
+/// the range). A shift of 1 turns hue by 30°, scales chroma by 2 (−1 removes it) and moves
+/// lightness by 20. Weights come from the colours before any target moves them.
+void applyPointColor(VImage& l, VImage& c, VImage& h,
+                     const std::vector<core::PointColorTarget>& targets) {
+  constexpr int kChromaSteps = 10; ///< table entries per unit of chroma, up to 200
+  constexpr int kLumSteps = 100;   ///< per unit of lightness, up to 100
+  const int hueEntries = 360 * kHueSteps + 1;
+  const int chromaEntries = 200 * kChromaSteps + 1;
+  const int lumEntries = 100 * kLumSteps + 1;
+  const auto n = static_cast<int>(targets.size());
+  std::vector<float> hueTable(static_cast<std::size_t>(hueEntries * n));
+  std::vector<float> chromaTable(static_cast<std::size_t>(chromaEntries * n));
+  std::vector<float> lumTable(static_cast<std::size_t>(lumEntries * n));
+  const auto near = [](double distance, double width) {
+    return 1 - smoothstep(0.3 * width, width, distance);
+  };
+  std::vector<double> hueShift, chromaShift, lumShift;
+  for (int t = 0; t < n; ++t) {
+    const core::PointColorTarget& target = targets[static_cast<std::size_t>(t)];
+    const auto [pickL, pickC, pickH] = lchOf(target);
+    // A grey pick has no hue to match: its hue weight fades to 1.
+    const double hueCertainty = smoothstep(2, 10, pickC);
+    const auto at = [n, t](int entry) {
+      return static_cast<std::size_t>(entry * n + t);
+    };
+    for (int i = 0; i < hueEntries; ++i) {
+      const double d = std::abs(std::remainder(static_cast<double>(i) / kHueSteps - pickH, 360));
+      hueTable[at(i)] =
+          static_cast<float>(1 - hueCertainty * (1 - near(d, 20 + 60 * target.range)));
+    }
+    for (int i = 0; i < chromaEntries; ++i) {
+      chromaTable[at(i)] = static_cast<float>(
+          near(std::abs(static_cast<double>(i) / kChromaSteps - pickC), 15 + 45 * target.range));
+    }
+    for (int i = 0; i < lumEntries; ++i) {
+      lumTable[at(i)] = static_cast<float>(
+          near(std::abs(static_cast<double>(i) / kLumSteps - pickL), 20 + 50 * target.range));
+    }
+    hueShift.push_back(30 * target.hue);
+    chromaShift.push_back(target.sat);
+    lumShift.push_back(20 * target.lum);
+  }
+  const auto index = [](const VImage& v, int steps, int entries) {
+    const VImage i = (positive(v) * steps + 0.5).cast(VIPS_FORMAT_USHORT);
+    return (i > entries - 1).ifthenelse(entries - 1, i).cast(VIPS_FORMAT_USHORT);
+  };
+  const VImage weight =
+      index(h, kHueSteps, hueEntries).maplut(lutImage(hueTable, hueEntries, n)) *
+      index(c, kChromaSteps, chromaEntries).maplut(lutImage(chromaTable, chromaEntries, n)) *
+      index(l, kLumSteps, lumEntries).maplut(lutImage(lumTable, lumEntries, n));
+  const auto total = [&](const std::vector<double>& shifts) {
+    return n == 1 ? weight * shifts : (weight * shifts).bandmean() * n;
+  };
+  const VImage turned = h + total(hueShift);
+  // Back onto 0..360, where the mixer's table expects it.
+  h = (turned < 0).ifthenelse(turned + 360, (turned >= 360).ifthenelse(turned - 360, turned));
+  c = positive(c * (1 + total(chromaShift)));
+  l = l + total(lumShift);
+}
+
 VImage applyColour(const VImage& rgb, const Settings& s) {
   const VImage lch = rgb.colourspace(VIPS_INTERPRETATION_LCH);
   VImage l = lch[0];
   VImage c = lch[1];
   VImage h = lch[2];
+  if (!s.pointColors.empty()) {
+    applyPointColor(l, c, h, s.pointColors);
+  }
   if (s.mixer()) {
     const VImage index = (h * kHueSteps + 0.5).cast(VIPS_FORMAT_USHORT);
     const VImage mix = index.maplut(mixerTable(s));
@@ -441,6 +557,53 @@ VImage applyGrade(const VImage& lab, const Settings& s) {
 
 // ---- detail and presence: Lab lightness ---------------------------------------------------
 
+/// A value clamped to 0..1 without a branch.
+VImage unitClamp(const VImage& image) {
+  return 1 - positive(1 - positive(image));
+}
+
+/// A local-statistics filter after Lee's, band by band: where the local variance is within what
+/// noise of standard deviation `noise` explains, a value becomes its neighbourhood mean; where
+/// it is three times that or more (an edge, real texture), the value stays; linear between.
+/// Lee's own rule keeps only the share of the variance above the noise, which also softens
+/// strong edges a little; this one leaves them alone.
+VImage suppressNoise(const VImage& bands, double sigma, double noise) {
+  const VImage mean = blur(bands, sigma);
+  const VImage variance = positive(blur(bands * bands, sigma) - mean * mean);
+  const double level = noise * noise;
+  const VImage keep = unitClamp((variance - level) / (2 * level));
+  return mean + (bands - mean) * keep;
+}
+
+/// The standard deviation of lightness over a few pixels around each one: how much edge or
+/// texture is there.
+VImage localDeviation(const VImage& l) {
+  constexpr double kSigma = 1.5;
+  const VImage mean = blur(l, kSigma);
+  return positive(blur(l * l, kSigma) - mean * mean).pow(0.5);
+}
+
+/// 0 below `low`, 1 above `high`, smooth between.
+VImage smoothstep(double low, double high, const VImage& x) {
+  const VImage t = unitClamp((x - low) / (high - low));
+  return t * t * (3 - 2 * t);
+}
+
+/// How much a Lab hue looks like a fringe: purple (about 290° to 340°) or green (about 120° to
+/// 165°), the colours that lateral aberration and blooming leave along high-contrast edges.
+VImage fringeTable() {
+  std::vector<float> table;
+  const int entries = 360 * kHueSteps + 1;
+  for (int i = 0; i < entries; ++i) {
+    const double hue = static_cast<double>(i) / kHueSteps;
+    const auto bump = [&](double centre, double width) {
+      return 1 - smoothstep(0.5 * width, width, std::abs(std::remainder(hue - centre, 360)));
+    };
+    table.push_back(static_cast<float>(std::max(bump(315, 30), bump(142, 26))));
+  }
+  return lutImage(table, entries, 1);
+}
+
 /// Sharpening, texture, clarity and the local part of dehaze all add detail of one scale (the
 /// lightness minus its blur at that scale), each taken from the same lightness: one level of
 /// neighbourhood reads, so tiles never recompute each other's margins. Amount 1 adds the detail
@@ -449,16 +612,52 @@ VImage applyLightness(const VImage& lab, const Settings& s) {
   const double longEdge = std::max(lab.width(), lab.height());
   // Lightness is computed once into memory (one float band): the blurs read around each tile,
   // and recomputing everything before this stage for every margin would cost far more.
-  const VImage l = lab[0].copy_memory();
+  // Luminance noise reduction comes first, so that everything after works on the smoothed
+  // lightness; its sigma and noise level are in output pixels and Lab units.
+  const VImage l =
+      (s.luminanceNR > 0 ? suppressNoise(lab[0], 1 + 1.5 * s.luminanceNR, 8 * s.luminanceNR)
+                         : lab[0])
+          .copy_memory();
   VImage a = lab[1];
   VImage b = lab[2];
   VImage out = l;
+  std::optional<VImage> deviation;
+  const auto edges = [&] {
+    if (!deviation) {
+      deviation = localDeviation(l);
+    }
+    return *deviation;
+  };
   const auto detail = [&](double sigma, double amount) {
     if (amount != 0) {
       out = out + (l - blur(l, sigma)) * std::max(amount, -1.0);
     }
   };
-  detail(0.8 * std::exp2(s.sharpenRadius), 1.5 * s.sharpenAmount);
+  if (s.sharpenAmount != 0 && s.sharpenDetail > 0) {
+    // Edge masking: no sharpening where the local deviation is under half the threshold, full
+    // sharpening from the threshold up, so flat areas and their noise are left alone.
+    const double threshold = 16 * s.sharpenDetail;
+    const double sigma = 0.8 * std::exp2(s.sharpenRadius);
+    out = out + (l - blur(l, sigma)) * smoothstep(threshold / 2, threshold, edges()) *
+                    std::max(1.5 * s.sharpenAmount, -1.0);
+  } else {
+    detail(0.8 * std::exp2(s.sharpenRadius), 1.5 * s.sharpenAmount);
+  }
+  if (s.colorNR > 0) {
+    // Colour noise is coarser than lightness noise: a wider neighbourhood, same rule.
+    const VImage ab = suppressNoise(a.bandjoin(b), 1 + 3 * s.colorNR, 12 * s.colorNR);
+    a = ab[0];
+    b = ab[1];
+  }
+  if (s.defringe > 0) {
+    // Chroma is taken out of fringe hues where lightness changes sharply nearby.
+    const VImage hue = withInterpretation(VImage::bandjoin({l, a, b}), VIPS_INTERPRETATION_LAB)
+                           .colourspace(VIPS_INTERPRETATION_LCH)[2];
+    const VImage fringe = (hue * kHueSteps + 0.5).cast(VIPS_FORMAT_USHORT).maplut(fringeTable());
+    const VImage keep = 1 - fringe * smoothstep(3, 10, edges()) * s.defringe;
+    a = a * keep;
+    b = b * keep;
+  }
   detail(std::max(1.0, longEdge * 0.004), 0.8 * s.texture);
   detail(std::max(2.0, longEdge * 0.015), 0.6 * s.clarity);
   detail(std::max(4.0, longEdge * 0.05), 0.3 * s.dehaze);
@@ -510,19 +709,32 @@ VImage applyGrain(const VImage& rgb, const Settings& s) {
   const VImage noise = VImage::gaussnoise(
       std::max(1, static_cast<int>(w / cell)), std::max(1, static_cast<int>(h / cell)),
       VImage::option()->set("sigma", 1.0)->set("mean", 0.0)->set("seed", kSeed));
-  const VImage grain = resizeTo(noise, w, h);
+  VImage grain = resizeTo(noise, w, h);
+  if (s.grainRoughness > 0) {
+    // Rough grain is uneven: its strength varies in clumps four times the grain's size, by
+    // exp(σZ − σ²v), where v is the variance of unit noise once resized up (libvips' default
+    // kernel leaves 2/3 of it, whatever the factor): that keeps the grain's mean power.
+    constexpr double kResizedVariance = 0.67;
+    const double spread = 1.2 * s.grainRoughness;
+    const VImage clumps = VImage::gaussnoise(
+        std::max(1, static_cast<int>(w / (4 * cell))),
+        std::max(1, static_cast<int>(h / (4 * cell))),
+        VImage::option()->set("sigma", 1.0)->set("mean", 0.0)->set("seed", kSeed + 1));
+    grain = grain * (resizeTo(clumps, w, h) * spread - spread * spread * kResizedVariance).exp();
+  }
   return withInterpretation(rgb * (1 + grain * (0.3 * s.grainAmount)), VIPS_INTERPRETATION_scRGB);
 }
 
 } // namespace
 
 bool readsNeighbours(const core::EditStack& stack) {
-  return Settings(stack).lightness();
+  return Settings(stack).lightness() || masksReadNeighbours(stack);
 }
 
 VImage applyAdjustments(VImage image, const core::EditStack& stack, const Look& look) {
   const Settings s(stack);
-  if (!s.any() && !look) {
+  const bool masks = rendersMasks(stack);
+  if (!s.any() && !look && !masks) {
     return image;
   }
   // scRGB: three float bands of linear light, then alpha (if any) untouched to the end.
@@ -555,6 +767,9 @@ VImage applyAdjustments(VImage image, const core::EditStack& stack, const Look& 
     // Looks are made for display-referred 8-bit sRGB.
     rgb = withInterpretation(look(rgb.colourspace(VIPS_INTERPRETATION_sRGB)), VIPS_INTERPRETATION_sRGB)
               .colourspace(VIPS_INTERPRETATION_scRGB);
+  }
+  if (masks) {
+    rgb = applyMasks(rgb, stack);
   }
   if (s.vignetteAmount != 0) {
     rgb = applyVignette(rgb, s);

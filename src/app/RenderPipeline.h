@@ -4,16 +4,18 @@
 //             in linear light
 //   tone      exposure, whites, blacks, shadows, highlights, contrast, tone curves, levels:
 //             one lookup table per channel, built from tone functions on perceptual values
-//   colour    saturation, vibrance, the eight-band mixer, black and white (LCh), then colour
-//             grading (Lab offsets by lightness region)
-//   detail    sharpening (unsharp mask on lightness)
+//   colour    point colour, the eight-band mixer, vibrance, saturation, black and white (LCh),
+//             then colour grading (Lab offsets by lightness region)
+//   detail    luminance noise reduction, sharpening with edge masking (lightness), colour noise
+//             reduction and defringing (a, b)
 //   presence  texture, clarity, dehaze (local contrast on lightness at growing radii)
-//   look      not rendered yet
-//   masks     not rendered yet
-//   geometry  crop, quarter turns and flips: done by the caller before sizing (they move pixels
-//             and commute with everything above)
-//   effects   vignette (a radial gain in linear light), grain (seeded noise)
-//   frame     not rendered yet
+//   look      the .cube look, when the caller passes one (Looks.h), blended by its intensity
+//   masks     each enabled local mask renders the image with its own adjustments, blended in
+//             through the mask's coverage matte in linear light (Masks.h)
+//   geometry  quarter turns, flips, lens distortion, perspective, straighten, crop: done by the
+//             caller while sizing (RenderGeometry.h), before everything here
+//   effects   vignette (a radial gain in linear light), grain (seeded noise, roughness)
+//   frame     done by the caller after everything here (RenderGeometry.h)
 //
 // docs/rendering.md lists every kind with what it does and how it is approximated.
 #pragma once
@@ -39,9 +41,9 @@ using Look = std::function<vips::VImage(const vips::VImage& srgb)>;
 vips::VImage applyAdjustments(vips::VImage image, const core::EditStack& stack,
                               const Look& look = {});
 
-/// Whether applyAdjustments reads around each pixel (sharpening, texture, clarity, dehaze), so
-/// that its input must allow reads out of order, which a decoder streaming from the top of the
-/// file does not.
+/// Whether applyAdjustments reads around each pixel (sharpening, texture, clarity, dehaze,
+/// noise reduction, defringing), so that its input must allow reads out of order, which a
+/// decoder streaming from the top of the file does not.
 bool readsNeighbours(const core::EditStack& stack);
 
 } // namespace velko::app

@@ -72,6 +72,43 @@ core::EditStack stackOf(const std::vector<std::pair<K, double>>& scalars, bool t
   return s;
 }
 
+/// `image` plus seeded Gaussian noise of `sigma` 8-bit levels: the same in every band, or
+/// different in each (colour noise).
+VImage noisy(const VImage& image, double sigma, bool colour = false) {
+  std::vector<VImage> bands;
+  for (int b = 0; b < 3; ++b) {
+    bands.push_back(VImage::gaussnoise(
+        kW, kH,
+        VImage::option()->set("sigma", sigma)->set("mean", 0.0)->set("seed", colour ? 7 + b : 7)));
+  }
+  return (image + VImage::bandjoin(bands))
+      .cast(VIPS_FORMAT_UCHAR)
+      .copy(VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+}
+
+VImage lab(const VImage& i) {
+  return i.colourspace(VIPS_INTERPRETATION_LAB);
+}
+/// The spread of a Lab band over the left half, away from the middle and the borders.
+double spread(const VImage& i, int band) {
+  return lab(i.extract_area(4, 4, kW / 2 - 16, kH - 8))[band].deviate();
+}
+/// Mean chroma of a rectangle.
+double chromaIn(const VImage& i, int x, int y, int w, int h) {
+  return chroma(i.extract_area(x, y, w, h));
+}
+/// The lightness step across the middle of a halves image.
+double step(const VImage& i) {
+  return mean(lab(i.extract_area(kW / 2, 0, 2, kH)), 0) -
+         mean(lab(i.extract_area(kW / 2 - 2, 0, 2, kH)), 0);
+}
+/// How unevenly grain is spread (spread over mean of its power in 8 × 8 blocks), and its power.
+std::pair<double, double> grainBlocks(const VImage& i) {
+  const VImage g = linear(i)[1] - linear(i)[1].avg();
+  const VImage power = (g * g).shrink(8, 8);
+  return {power.deviate() / power.avg(), power.avg()};
+}
+
 class RenderPipeline : public ::testing::Test {
 protected:
   RenderPipeline() { initImaging(); }
@@ -136,6 +173,55 @@ TEST_F(RenderPipeline, SlidersDoWhatTheirNamesSay) {
          EXPECT_LT(luma(corner(a)), 0.7 * luma(corner(b)));
          EXPECT_NEAR(luma(centre(a)) / luma(centre(b)), 1.0, 0.02);
        }},
+      {"luminanceNR smooths flat noise and keeps a step", noisy(halves(70, 180), 5),
+       stackOf({{K::LuminanceNR, 1}}),
+       [](const VImage& b, const VImage& a) {
+         EXPECT_LT(spread(a, 0), 0.5 * spread(b, 0));
+         EXPECT_GT(step(a), 0.9 * step(b));
+       }},
+      {"colorNR smooths chroma noise", noisy(flat(120, 120, 120), 8, true),
+       stackOf({{K::ColorNR, 1}}),
+       [](const VImage& b, const VImage& a) {
+         EXPECT_LT(spread(a, 1), 0.5 * spread(b, 1));
+         EXPECT_LT(spread(a, 2), 0.5 * spread(b, 2));
+       }},
+      {"colorNR keeps a colour edge", flat(200, 40, 40).insert(flat(40, 60, 200), kW / 2, 0),
+       stackOf({{K::ColorNR, 1}}),
+       [](const VImage& b, const VImage& a) {
+         EXPECT_GT(chromaIn(a, kW / 2 - 2, 0, 2, kH), 0.85 * chromaIn(b, kW / 2 - 2, 0, 2, kH));
+       }},
+      {"sharpenDetail sharpens the step, not the flat noise", noisy(halves(70, 180), 4),
+       stackOf({{K::SharpenAmount, 1}, {K::SharpenDetail, 1}}),
+       [](const VImage& b, const VImage& a) {
+         const VImage everywhere = applyAdjustments(b, stackOf({{K::SharpenAmount, 1}}));
+         EXPECT_GT(spread(everywhere, 0), 1.4 * spread(b, 0));
+         EXPECT_LT(spread(a, 0), 1.15 * spread(b, 0));
+         EXPECT_GT(step(a), 0.9 * step(everywhere));
+       }},
+      // On the dark side of a step, a purple fringe above an orange band; far from the step, a
+      // purple patch.
+      {"defringeAmount greys fringe colours on edges only",
+       halves(20, 235)
+           .insert(flat(160, 60, 220).extract_area(0, 0, 2, kH / 2), kW / 2 - 2, 0)
+           .insert(flat(220, 120, 40).extract_area(0, 0, 2, kH / 2), kW / 2 - 2, kH / 2)
+           .insert(flat(160, 60, 220).extract_area(0, 0, 24, 24), 8, 20),
+       stackOf({{K::DefringeAmount, 1}}),
+       [](const VImage& b, const VImage& a) {
+         EXPECT_LT(chromaIn(a, kW / 2 - 2, 0, 2, kH / 2),
+                   0.4 * chromaIn(b, kW / 2 - 2, 0, 2, kH / 2));
+         EXPECT_GT(chromaIn(a, kW / 2 - 2, kH / 2, 2, kH / 2),
+                   0.95 * chromaIn(b, kW / 2 - 2, kH / 2, 2, kH / 2));
+         EXPECT_NEAR(chromaIn(a, 16, 28, 8, 8), chromaIn(b, 16, 28, 8, 8), 1);
+       }},
+      {"grainRoughness makes the grain uneven, not stronger", flat(128, 128, 128),
+       stackOf({{K::GrainAmount, 0.6}, {K::GrainSize, 0}, {K::GrainRoughness, 1}}),
+       [](const VImage& b, const VImage& a) {
+         const auto [evenSpread, evenPower] =
+             grainBlocks(applyAdjustments(b, stackOf({{K::GrainAmount, 0.6}, {K::GrainSize, 0}})));
+         const auto [roughSpread, roughPower] = grainBlocks(a);
+         EXPECT_GT(roughSpread, 2 * evenSpread);
+         EXPECT_NEAR(roughPower / evenPower, 1, 0.5);
+       }},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -148,14 +234,21 @@ TEST_F(RenderPipeline, SameStackGivesSameBytes) {
                            .gaussblur(3)
                            .cast(VIPS_FORMAT_UCHAR)
                            .copy(VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
-  const core::EditStack stack = stackOf({{K::Exposure, 0.3},
-                                         {K::Clarity, 0.5},
-                                         {K::Dehaze, 0.3},
-                                         {K::SharpenAmount, 0.5},
-                                         {K::CgShadowSat, 0.4},
-                                         {K::HslOrangeHue, 0.3},
-                                         {K::GrainAmount, 0.5},
-                                         {K::VignetteAmount, -0.4}});
+  core::EditStack stack = stackOf({{K::Exposure, 0.3},
+                                   {K::Clarity, 0.5},
+                                   {K::Dehaze, 0.3},
+                                   {K::SharpenAmount, 0.5},
+                                   {K::CgShadowSat, 0.4},
+                                   {K::HslOrangeHue, 0.3},
+                                   {K::GrainAmount, 0.5},
+                                   {K::VignetteAmount, -0.4},
+                                   {K::LuminanceNR, 0.4},
+                                   {K::ColorNR, 0.5},
+                                   {K::SharpenDetail, 0.5},
+                                   {K::DefringeAmount, 0.5},
+                                   {K::GrainRoughness, 0.5}});
+  stack.setPointColors({{0.1, 0.5, 0.5, 0.2, -0.3, 0.1, 0.4}}, core::UserOrigin{},
+                       core::nowSeconds());
   const auto bytes = [&] {
     const VImage out = applyAdjustments(input, stack);
     std::size_t size = 0;
@@ -191,6 +284,30 @@ TEST_F(RenderPipeline, KeepsAlphaAndTakesEveryInputFormat) {
     if (c.bands == 4) {
       // Alpha is carried through untouched, whatever scale scRGB gives it.
       EXPECT_NEAR(mean(out, 3), mean(c.input.colourspace(VIPS_INTERPRETATION_scRGB), 3), 1e-3);
+    }
+  }
+}
+
+TEST_F(RenderPipeline, PointColourMovesColoursNearTheTargetOnly) {
+  // A sky blue (HSL hue 216°, saturation 0.68, lightness 0.57) beside an orange.
+  const VImage scene = flat(70, 130, 220).insert(flat(220, 120, 40), kW / 2, 0);
+  const auto lch = [](const VImage& i, int band) {
+    return mean(i.colourspace(VIPS_INTERPRETATION_LCH), band);
+  };
+  struct Case {
+    double hue, sat, lum;
+    int band;       ///< of LCh that must move
+    double blueMin; ///< the least it moves on the blue
+  };
+  for (const Case& c : std::vector<Case>{{1, 0, 0, 2, 15}, {0, -1, 0, 1, 30}, {0, 0, 1, 0, 12}}) {
+    SCOPED_TRACE(c.band);
+    core::EditStack stack;
+    stack.setPointColors({{0.6, 0.68, 0.57, c.hue, c.sat, c.lum, 0.3}}, core::UserOrigin{},
+                         core::nowSeconds());
+    const VImage out = applyAdjustments(scene, stack);
+    EXPECT_GT(std::abs(lch(left(out), c.band) - lch(left(scene), c.band)), c.blueMin);
+    for (int band = 0; band < 3; ++band) {
+      EXPECT_NEAR(lch(right(out), band), lch(right(scene), band), 0.5);
     }
   }
 }
