@@ -1,7 +1,21 @@
-// The application's library at scale: the first index of 10,000 small JPEGs with EXIF (headers,
-// EXIF, fingerprints, ids), and library.list / library.query answered through the request path
-// over a catalogue of 100,000 photos.
+// The application's library at scale, each benchmark at 10,000 and at 100,000 photos so that
+// the growth between the two shows:
+//
+//  - the first index of a folder of small JPEGs with EXIF (headers, EXIF, fingerprints, ids),
+//    and a rescan of the same folder with nothing changed;
+//  - library.list pages, library.query with each filter alone and all together, similar.find
+//    and annotate.pending, answered through the request path over a catalogue written straight
+//    into SQLite (dates over ten years, a quarter of the photos around one city, ratings, flags,
+//    favourites, edits, videos, annotation text for half of them and a feature print for every
+//    still).
+//
+// The folders are generated once per size: a thousand distinct JPEGs made with the test
+// fixture (dates, positions, camera facts), each written again with a short numbered trailer
+// after its end-of-image marker, so every file is distinct in size, bytes and fingerprint
+// while generating 100,000 of them stays quick. Decoders stop at the marker; the indexer reads
+// headers and EXIF, which the trailer does not change.
 #include "app/AppFixture.h"
+#include "app/FeaturePrint.h"
 #include "app/Imaging.h"
 #include "app/Library.h"
 #include "app/Methods.h"
@@ -9,6 +23,8 @@
 #include <benchmark/benchmark.h>
 #include <cstdio>
 #include <filesystem>
+#include <fstream>
+#include <map>
 #include <random>
 
 namespace {
@@ -16,8 +32,7 @@ namespace {
 using namespace velko;
 using app::testing::PhotoSpec;
 
-constexpr int kFiles = 10'000;
-constexpr int kRows = 100'000;
+constexpr int kTemplates = 1'000;
 
 app::Options optionsIn(const std::string& root) {
   app::Options o;
@@ -33,14 +48,15 @@ void removeCatalog(const app::Options& o) {
   }
 }
 
-/// A library folder of small JPEGs with dates, positions and camera facts, made once.
-const velko::testing::TempDir& photoLibrary() {
-  static velko::testing::TempDir dir;
-  static const bool made = [] {
+/// The thousand distinct JPEGs every generated folder is made from, as bytes.
+const std::vector<std::string>& templates() {
+  static const std::vector<std::string> made = [] {
     app::initImaging();
+    velko::testing::TempDir dir;
+    std::vector<std::string> out;
     std::mt19937 random(7);
     std::uniform_real_distribution<double> lat(-60, 70), lon(-180, 180);
-    for (int i = 0; i < kFiles; ++i) {
+    for (int i = 0; i < kTemplates; ++i) {
       PhotoSpec shot;
       shot.width = 96;
       shot.height = 64;
@@ -60,78 +76,145 @@ const velko::testing::TempDir& photoLibrary() {
       shot.fNumber = 5.6;
       shot.focalLength = 23;
       shot.orientation = i % 10 == 0 ? 6 : 1;
-      char name[64];
-      std::snprintf(name, sizeof name, "/library/%03d/IMG_%05d.jpg", i / 500, i);
-      app::testing::writePhoto(dir.path() + name, shot);
+      const std::string path = dir.path() + "/t.jpg";
+      app::testing::writePhoto(path, shot);
+      std::ifstream in(path, std::ios::binary);
+      out.emplace_back(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     }
-    return true;
+    return out;
   }();
-  (void)made;
-  return dir;
+  return made;
+}
+
+/// A library folder of `files` JPEGs in folders of 500, made once per size.
+const std::string& photoLibrary(int files) {
+  static std::map<int, std::unique_ptr<velko::testing::TempDir>> made;
+  auto& dir = made[files];
+  if (!dir) {
+    dir = std::make_unique<velko::testing::TempDir>();
+    const auto& shots = templates();
+    for (int i = 0; i < files; ++i) {
+      char folder[64], name[96];
+      std::snprintf(folder, sizeof folder, "%s/library/%03d", dir->path().c_str(), i / 500);
+      std::snprintf(name, sizeof name, "/IMG_%06d.jpg", i);
+      if (i % 500 == 0) {
+        std::filesystem::create_directories(folder);
+      }
+      std::ofstream out(std::string(folder) + name, std::ios::binary);
+      out << shots[static_cast<std::size_t>(i % kTemplates)] << "velko" << i;
+    }
+  }
+  return dir->path();
 }
 
 void BM_FirstIndex(benchmark::State& state) {
-  const app::Options options = optionsIn(photoLibrary().path());
-  const app::Folders folders = app::Folders::forHome(photoLibrary().path() + "/home");
+  const int files = static_cast<int>(state.range(0));
+  const std::string& root = photoLibrary(files);
+  const app::Options options = optionsIn(root);
   for (auto _ : state) {
     state.PauseTiming();
     removeCatalog(options);
     state.ResumeTiming();
-    app::App app(options, folders);
+    app::App app(options, app::Folders::forHome(root + "/home"));
     const app::ScanReport r = app.library().scan();
-    if (r.added != kFiles) {
-      state.SkipWithError(("indexed " + std::to_string(r.added) + " files, not " + std::to_string(kFiles)).c_str());
+    if (r.added != files) {
+      state.SkipWithError(("indexed " + std::to_string(r.added) + " files").c_str());
       break;
     }
   }
-  state.SetItemsProcessed(state.iterations() * kFiles);
+  state.SetItemsProcessed(state.iterations() * files);
 }
-BENCHMARK(BM_FirstIndex)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
+BENCHMARK(BM_FirstIndex)->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond)->Iterations(1)->UseRealTime();
 
-/// An App over a catalogue of 100,000 photos written straight into SQLite: dates over ten
-/// years, a quarter of them around one city, and annotation text for the search.
-app::App& bigCatalogue() {
-  static velko::testing::TempDir dir;
-  static std::unique_ptr<app::App> app = [] {
-    std::filesystem::create_directories(dir.path() + "/library");
-    std::filesystem::create_directories(dir.path() + "/home");
-    auto a = std::make_unique<app::App>(optionsIn(dir.path()),
-                                        app::Folders::forHome(dir.path() + "/home"));
-    static const char* const kWords[] = {"beach", "sunset", "dog", "mountain", "city", "family",
-                                         "birthday", "snow", "forest", "street", "portrait", "boat"};
-    std::mt19937 random(11);
-    std::uniform_real_distribution<double> lat(-60, 70), lon(-180, 180), near(-0.2, 0.2);
-    std::uniform_int_distribution<std::int64_t> when(1'400'000'000, 1'715'000'000);
-    std::uniform_int_distribution<int> word(0, std::size(kWords) - 1);
-    a->catalog().write([&](app::Database& db) {
-      for (int i = 0; i < kRows; ++i) {
-        const bool city = i % 4 == 0;
-        char id[64], path[64];
-        std::snprintf(id, sizeof id, "00000000-0000-4000-8000-%012d/L0/001", i);
-        std::snprintf(path, sizeof path, "/photos/IMG_%06d.jpg", i);
-        auto s = db.prepare(
-            "INSERT INTO photos(id, path, size, mtime_ns, fingerprint, format, width, height, "
-            "created, modified, latitude, longitude, camera_make, camera_model, iso, added) "
-            "VALUES(?, ?, 100000, 0, ?, 'JPEG', 4000, 3000, ?, ?, ?, ?, 'Acme', 'X100', 200, 0)");
-        const std::int64_t t = when(random);
-        s->bindAll(id, path, std::to_string(i), t, t, city ? 48.8566 + near(random) : lat(random),
-                   city ? 2.3522 + near(random) : lon(random));
-        s->run();
-        const std::string text = std::string(kWords[word(random)]) + " " + kWords[word(random)] +
-                                 " " + kWords[word(random)] + " photo of the day";
-        auto t2 = db.prepare("INSERT INTO photo_text(rowid, filename, annotation) VALUES(?, ?, ?)");
-        t2->bindAll(db.lastInsertRowid(), std::string(path + 8), text);
-        t2->run();
+void BM_RescanUnchanged(benchmark::State& state) {
+  const int files = static_cast<int>(state.range(0));
+  const std::string& root = photoLibrary(files);
+  const app::Options options = optionsIn(root);
+  removeCatalog(options);
+  app::App app(options, app::Folders::forHome(root + "/home"));
+  app.library().scan();
+  for (auto _ : state) {
+    const app::ScanReport r = app.library().scan();
+    if (r.unchanged != files) {
+      state.SkipWithError(("rescan found " + std::to_string(r.unchanged) + " unchanged").c_str());
+      break;
+    }
+  }
+  state.SetItemsProcessed(state.iterations() * files);
+}
+BENCHMARK(BM_RescanUnchanged)->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+/// An App over a catalogue of `rows` photos written straight into SQLite, made once per size.
+app::App& catalogue(int rows) {
+  static std::map<int, std::pair<std::unique_ptr<velko::testing::TempDir>, std::unique_ptr<app::App>>> made;
+  auto& entry = made[rows];
+  if (entry.second) {
+    return *entry.second;
+  }
+  entry.first = std::make_unique<velko::testing::TempDir>();
+  const std::string root = entry.first->path();
+  std::filesystem::create_directories(root + "/library");
+  std::filesystem::create_directories(root + "/home");
+  entry.second = std::make_unique<app::App>(optionsIn(root), app::Folders::forHome(root + "/home"));
+  static const char* const kWords[] = {"beach", "sunset", "dog", "mountain", "city", "family",
+                                       "birthday", "snow", "forest", "street", "portrait", "boat"};
+  std::mt19937 random(11);
+  std::uniform_real_distribution<double> lat(-60, 70), lon(-180, 180), near(-0.2, 0.2);
+  std::uniform_int_distribution<std::int64_t> when(1'400'000'000, 1'715'000'000);
+  std::uniform_int_distribution<int> word(0, std::size(kWords) - 1), byte(0, 255);
+  entry.second->catalog().write([&](app::Database& db) {
+    auto photo = db.prepare(
+        "INSERT INTO photos(id, path, size, mtime_ns, fingerprint, format, width, height, "
+        "created, modified, latitude, longitude, camera_make, camera_model, iso, added, rating, "
+        "flag, favorite, has_adjustments, stack_version, is_video, annotation, print) "
+        "VALUES(?, ?, 100000, 0, ?, 'JPEG', 4000, 3000, ?, ?, ?, ?, 'Acme', 'X100', 200, 0, ?, "
+        "?, ?, ?, ?, ?, ?, ?)");
+    auto text = db.prepare("INSERT INTO photo_text(rowid, filename, annotation) VALUES(?, ?, ?)");
+    std::string print(app::kPrintSize, '\0');
+    for (int i = 0; i < rows; ++i) {
+      const bool city = i % 4 == 0;
+      const bool video = i % 50 == 0;
+      const bool annotated = i % 2 == 0;
+      char id[64], path[64];
+      std::snprintf(id, sizeof id, "00000000-0000-4000-8000-%012d/L0/001", i);
+      std::snprintf(path, sizeof path, "/photos/IMG_%06d.jpg", i);
+      const std::int64_t t = when(random);
+      const std::string words = std::string(kWords[word(random)]) + " " + kWords[word(random)] +
+                                " " + kWords[word(random)] + " photo of the day";
+      print[0] = 1;
+      for (std::size_t b = 1; b < print.size(); ++b) {
+        print[b] = static_cast<char>(byte(random));
       }
-    });
-    a->catalog().access()->exec("ANALYZE");
-    return a;
-  }();
-  return *app;
+      photo->reset();
+      photo->bindAll(id, path, std::to_string(i), t, t, city ? 48.8566 + near(random) : lat(random),
+                     city ? 2.3522 + near(random) : lon(random), std::int64_t{i % 6},
+                     std::int64_t{i % 7 == 0 ? 1 : (i % 11 == 0 ? -1 : 0)},
+                     std::int64_t{i % 13 == 0}, std::int64_t{i % 9 == 0},
+                     std::int64_t{i % 9 == 0 ? 1 : 0}, std::int64_t{video});
+      if (annotated) {
+        photo->bind(23, R"({"caption":")" + words + R"("})");
+      } else {
+        photo->bindNull(23);
+      }
+      if (video) {
+        photo->bindNull(24);
+      } else {
+        photo->bindBlob(24, print);
+      }
+      photo->run();
+      text->reset();
+      text->bindAll(db.lastInsertRowid(), std::string(path + 8), annotated ? words : std::string());
+      text->run();
+    }
+  });
+  entry.second->catalog().access()->exec("ANALYZE");
+  return *entry.second;
 }
 
-void runFrame(benchmark::State& state, const std::string& frame) {
-  app::App& app = bigCatalogue();
+void runFrame(benchmark::State& state, const std::string& params, const std::string& method) {
+  app::App& app = catalogue(static_cast<int>(state.range(0)));
+  const std::string frame =
+      R"({"jsonrpc":"2.0","id":1,"method":")" + method + R"(","params":)" + params + "}";
   const std::string first = app::answer(app, frame);
   if (first.find("\"error\"") != std::string::npos) {
     state.SkipWithError(first.c_str());
@@ -142,17 +225,73 @@ void runFrame(benchmark::State& state, const std::string& frame) {
   }
 }
 
-void BM_ListFirstPage(benchmark::State& state) {
-  runFrame(state, R"({"jsonrpc":"2.0","id":1,"method":"library.list","params":{"limit":100}})");
-}
-BENCHMARK(BM_ListFirstPage)->Unit(benchmark::kMillisecond);
+#define VELKO_AT_SCALE(name) BENCHMARK(name)->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond)
 
-void BM_QueryTextDateRadius(benchmark::State& state) {
-  runFrame(state, R"({"jsonrpc":"2.0","id":1,"method":"library.query","params":{)"
-                  R"("text":"beach","dateFrom":"2016-01-01T00:00:00Z","dateTo":"2021-12-31T23:59:59Z",)"
-                  R"("latitude":48.8566,"longitude":2.3522,"radiusMeters":10000}})");
+void BM_ListFirstPage(benchmark::State& state) {
+  runFrame(state, R"({"limit":100})", "library.list");
 }
-BENCHMARK(BM_QueryTextDateRadius)->Unit(benchmark::kMillisecond);
+VELKO_AT_SCALE(BM_ListFirstPage);
+
+void BM_ListMiddlePage(benchmark::State& state) {
+  runFrame(state, R"({"limit":100,"cursor":)" + std::to_string(state.range(0) / 2) + "}", "library.list");
+}
+VELKO_AT_SCALE(BM_ListMiddlePage);
+
+// library.query with each filter alone, then all of them together.
+const std::map<std::string, std::string> kFilters = {
+    {"date", R"("dateFrom":"2016-01-01T00:00:00Z","dateTo":"2016-12-31T23:59:59Z")"},
+    {"radius", R"("latitude":48.8566,"longitude":2.3522,"radiusMeters":10000)"},
+    {"minRating", R"("minRating":5)"},
+    {"flag", R"("flag":"pick")"},
+    {"editedOnly", R"("editedOnly":true)"},
+    {"videoOnly", R"("videoOnly":true)"},
+    {"favoritesOnly", R"("favoritesOnly":true)"},
+    {"text", R"("text":"beach sunset")"},
+    {"all", R"("dateFrom":"2012-01-01T00:00:00Z","dateTo":"2024-12-31T23:59:59Z",)"
+            R"("latitude":48.8566,"longitude":2.3522,"radiusMeters":50000,"minRating":1,)"
+            R"("flag":"pick","editedOnly":false,"videoOnly":false,"text":"beach")"},
+};
+
+void BM_Query(benchmark::State& state, const std::string& filter) {
+  runFrame(state, "{" + kFilters.at(filter) + "}", "library.query");
+}
+BENCHMARK_CAPTURE(BM_Query, date, "date")->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Query, radius, "radius")->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Query, minRating, "minRating")->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Query, flag, "flag")->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Query, editedOnly, "editedOnly")->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Query, videoOnly, "videoOnly")->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Query, favoritesOnly, "favoritesOnly")->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Query, text, "text")->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(BM_Query, all, "all")->Arg(10'000)->Arg(100'000)->Unit(benchmark::kMillisecond);
+
+/// similar.find by id, the candidates already read (the catalogue has not changed since).
+void BM_SimilarFind(benchmark::State& state) {
+  runFrame(state, R"({"id":"00000000-0000-4000-8000-000000000001/L0/001","limit":20})", "similar.find");
+}
+VELKO_AT_SCALE(BM_SimilarFind);
+
+/// similar.find after every change to the catalogue: the candidates are read again each time.
+void BM_SimilarFindAfterChange(benchmark::State& state) {
+  app::App& app = catalogue(static_cast<int>(state.range(0)));
+  const std::string find =
+      R"({"jsonrpc":"2.0","id":1,"method":"similar.find","params":{"id":"00000000-0000-4000-8000-000000000001/L0/001","limit":20}})";
+  const std::string rate =
+      R"({"jsonrpc":"2.0","id":1,"method":"photo.rate","params":{"ids":["00000000-0000-4000-8000-000000000003/L0/001"],"rating":)";
+  std::int64_t n = 0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    app::answer(app, rate + std::to_string(++n % 6) + "}}");
+    state.ResumeTiming();
+    benchmark::DoNotOptimize(app::answer(app, find));
+  }
+}
+VELKO_AT_SCALE(BM_SimilarFindAfterChange);
+
+void BM_AnnotatePending(benchmark::State& state) {
+  runFrame(state, R"({"limit":20})", "annotate.pending");
+}
+VELKO_AT_SCALE(BM_AnnotatePending);
 
 } // namespace
 

@@ -5,7 +5,8 @@
 #     corpora, and the whole suite runs under the sanitizers (its ctest summary is the closing
 #     line).
 #  2. The programs as run.sh ships them (g++, Release) run the application's tests too, since
-#     another compiler and optimiser can expose what the first build does not.
+#     another compiler and optimiser can expose what the first build does not; the load test's
+#     throughput and latency figures come from this build.
 # Benchmarks are not built here.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -19,9 +20,10 @@ cmake --build "$sanitized" -j"$(nproc)"
 
 release="$root/build-release"
 cmake -S "$root" -B "$release" -DCMAKE_BUILD_TYPE=Release -DVELKO_BUILD_BENCHMARKS=OFF >/dev/null
-cmake --build "$release" -j"$(nproc)" --target velko_app_tests velko_app_e2e_tests
+cmake --build "$release" -j"$(nproc)" --target velko_app_tests velko_app_e2e_tests velko_app_load_tests
 "$release/tests/app/velko_app_tests" --gtest_brief=1
 "$release/tests/app/velko_app_e2e_tests" --gtest_brief=1
+"$release/tests/app/velko_app_load_tests" --gtest_brief=1
 
 "$root/fuzz/run.sh" --build "$sanitized"
 

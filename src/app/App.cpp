@@ -1,6 +1,6 @@
 #include "app/App.h"
 
-#include "app/FileMove.h"
+#include "files/FileMove.h"
 #include "app/Library.h"
 #include "app/Log.h"
 #include "app/PhotoData.h"
@@ -32,8 +32,8 @@ bool sameContent(const std::string& a, const std::string& b) {
 /// left the library the deletion is recorded; when the source is still there (the copy was
 /// named but the source not yet removed) the identical copy in the trash goes.
 void settleInterruptedMoves(const Options& options, const Folders& folders, Catalog& catalog) {
-  const int copies = removeInterruptedCopies(folders.trash) +
-                     removeInterruptedCopies(options.library + "/Imported");
+  const int copies = files::removeInterruptedCopies(folders.trash) +
+                     files::removeInterruptedCopies(options.library + "/Imported");
   if (copies > 0) {
     logLine("removed " + std::to_string(copies) + " copies left by an interrupted move");
   }

@@ -2,7 +2,7 @@
 // to the trash, visual similarity, movie projects and trimming videos with ffmpeg.
 #include "app/ChildProcess.h"
 #include "app/FeaturePrint.h"
-#include "app/FileMove.h"
+#include "files/FileMove.h"
 #include "app/Library.h"
 #include "app/Log.h"
 #include "app/MethodError.h"
@@ -287,7 +287,7 @@ UpdatedResult deletePhotos(App& app, const DeleteParams& p) {
     std::string trashed;
     try {
       trashed =
-          moveIntoFolder(*original, app.folders().trash + "/" + idStem(id), baseName(*original));
+          files::moveIntoFolder(*original, app.folders().trash + "/" + idStem(id), baseName(*original));
     } catch (const std::system_error& e) {
       logLine("photo.delete left " + id + " in place: " + e.what());
       r.skipped.push_back(id);
@@ -295,7 +295,7 @@ UpdatedResult deletePhotos(App& app, const DeleteParams& p) {
     }
     auto moveBack = [&] {
       try {
-        moveFile(trashed, *original);
+        files::moveFile(trashed, *original);
       } catch (const std::exception& e) {
         logLine("photo.delete could not put " + trashed + " back at " + *original + ": " +
                 e.what());
@@ -380,11 +380,11 @@ ImportResult importAssets(App& app, const ImportParams& p) {
         throw std::runtime_error("not a supported photo or video type");
       }
       readMedia(*staged);
-      const std::string placed = moveIntoFolder(*staged, dayFolder, name);
+      const std::string placed = files::moveIntoFolder(*staged, dayFolder, name);
       try {
         r.importedIDs.push_back(app.library().addFile(placed));
       } catch (...) {
-        moveFile(placed, *staged); // removed below with the other failures
+        files::moveFile(placed, *staged); // removed below with the other failures
         throw;
       }
       continue;

@@ -100,7 +100,9 @@ struct ValueBuilder {
 } // namespace
 
 Value parse(std::string_view text) {
-  boost::json::basic_parser<ValueBuilder> parser{boost::json::parse_options()};
+  boost::json::parse_options options;
+  options.max_depth = kMaxDepth;
+  boost::json::basic_parser<ValueBuilder> parser{options};
   parser.handler().stack.reset();
   boost::system::error_code ec;
   const std::size_t used = parser.write_some(false, text.data(), text.size(), ec);

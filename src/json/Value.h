@@ -7,6 +7,7 @@
 #include <boost/json/object.hpp>
 #include <boost/json/string.hpp>
 #include <boost/json/value.hpp>
+#include <cstddef>
 #include <string_view>
 
 namespace velko::json {
@@ -16,8 +17,13 @@ using Object = boost::json::object;
 using Array = boost::json::array;
 using String = boost::json::string;
 
-/// Parses one complete JSON text (any top-level value, RFC 8259; invalid UTF-8 is rejected).
-/// Throws DecodeError naming the problem and the byte offset.
+/// How deeply arrays and objects may nest in a parsed text: far more than any message of ours
+/// needs, and what MCP hosts allow, while bounding the parser's stack.
+inline constexpr std::size_t kMaxDepth = 512;
+
+/// Parses one complete JSON text (any top-level value, RFC 8259; invalid UTF-8 is rejected;
+/// nesting at most kMaxDepth). Numbers are read to the nearest double. Every JSON text that
+/// enters the process goes through here. Throws DecodeError naming the problem.
 Value parse(std::string_view text);
 
 /// "null", "boolean", "number", "string", "array" or "object": for error messages.

@@ -2,28 +2,22 @@
 
 #include "json/Errors.h"
 #include "json/Writer.h"
+#include "files/FileMove.h"
 #include "protocol/DeliveryRecords.h"
 #include "server/FileTransfer.h"
 #include "server/ToolSupport.h"
 
 #include <exception>
 #include <filesystem>
-#include <sys/stat.h>
 #include <system_error>
 #include <vector>
 
 namespace velko::server {
 namespace {
 
+constexpr int kMaxExportNames = 100'000;
 constexpr std::string_view kNeedsIds = "velko_export needs a non-empty ids array";
 constexpr std::string_view kNeedsDirectory = "velko_export needs a destination directory";
-
-// Only what lstat finds counts: a path that cannot be examined at all (a folder that is not
-// searchable, a component that is a file) is free as far as naming goes, and the move reports it.
-bool exists(const std::string& path) {
-  struct stat st {};
-  return ::lstat(path.c_str(), &st) == 0;
-}
 
 /// The string elements of the `ids` array, in order; anything else is dropped.
 std::vector<std::string> stringElements(const json::Value* value) {
@@ -65,17 +59,6 @@ json::Array toArray(const std::vector<std::string>& strings) {
 }
 
 } // namespace
-
-std::string uniqueExportPath(const std::string& folder, const std::string& base,
-                             const std::string& ext) {
-  const std::string extension = ext.empty() ? "jpg" : ext;
-  const std::string prefix = folder.empty() || folder.back() != '/' ? folder + "/" : folder;
-  std::string candidate = prefix + base + "." + extension;
-  for (long k = 1; exists(candidate); ++k) {
-    candidate = prefix + base + "-" + std::to_string(k) + "." + extension;
-  }
-  return candidate;
-}
 
 ToolResult runExport(const ToolArgs& args, ipc::Caller& caller, const std::string& home) {
   const std::vector<std::string> ids = stringElements(argValue(args, "ids"));
@@ -133,10 +116,15 @@ ToolResult runExport(const ToolArgs& args, ipc::Caller& caller, const std::strin
     if (base.empty()) {
       base = "export";
     }
-    const std::string destination = uniqueExportPath(*folder, base, name.extension);
-    std::filesystem::remove(destination, ec); // nothing is there by construction; a guard only
+    const std::string extension = name.extension.empty() ? "jpg" : name.extension;
+    const std::string prefix = *folder == "/" ? *folder : *folder + "/";
+    std::string destination;
     try {
-      moveFile(rendered.path, destination);
+      // base.ext, then base-1.ext, base-2.ext, …: the move itself claims the first free name,
+      // so a file that appears meanwhile is never replaced.
+      destination = files::moveToFreeName(rendered.path, kMaxExportNames, [&](int k) {
+        return prefix + base + (k == 0 ? "" : "-" + std::to_string(k)) + "." + extension;
+      });
     } catch (const std::system_error&) {
       failed.push_back(id); // the rendered file stays where the application put it
       continue;

@@ -16,9 +16,4 @@ namespace velko::server {
 /// error only when nothing was written.
 ToolResult runExport(const ToolArgs& args, ipc::Caller& caller, const std::string& home);
 
-/// A path in `folder` where nothing exists yet: base.ext, then base-1.ext, base-2.ext, …
-/// An empty `ext` means "jpg". Symbolic links, dangling ones included, count as existing.
-std::string uniqueExportPath(const std::string& folder, const std::string& base,
-                             const std::string& ext);
-
 } // namespace velko::server

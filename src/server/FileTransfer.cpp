@@ -104,44 +104,6 @@ void copyContents(int in, int out, const std::string& from, const std::string& t
   }
 }
 
-std::string parentDirectory(const std::string& path) {
-  const auto slash = path.find_last_of('/');
-  if (slash == std::string::npos) {
-    return ".";
-  }
-  return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-/// The cross-device half of moveFile: copy beside `to`, sync, rename into place, sync the folder.
-void copyIntoPlace(const std::string& from, const std::string& to) {
-  struct stat st {};
-  UniqueFd in = openRegularForReading(from, st);
-
-  const std::string folder = parentDirectory(to);
-  std::string temporary = folder + "/." + lastPathComponent(to) + ".partial-XXXXXX";
-  UniqueFd out(::mkostemp(temporary.data(), O_CLOEXEC));
-  if (out.get() < 0) {
-    throw systemError(errno, "couldn't create a file in " + folder);
-  }
-  RemoveUnlessKept partial(temporary);
-  copyContents(in.get(), out.get(), from, temporary);
-  // rename(2) keeps the source's permissions; give the copy the same instead of mkstemp's 0600.
-  if (::fchmod(out.get(), st.st_mode & 07777) != 0 || ::fsync(out.get()) != 0) {
-    throw systemError(errno, "couldn't write " + temporary);
-  }
-  out.close("couldn't write " + temporary);
-  if (::rename(temporary.c_str(), to.c_str()) != 0) {
-    throw systemError(errno, "couldn't move into " + to);
-  }
-  partial.keep();
-
-  // The new directory entry must be durable before the source disappears.
-  UniqueFd dir(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (dir.get() >= 0) {
-    ::fsync(dir.get());
-  }
-}
-
 std::optional<std::string> homeOfUser(const std::string& name) {
   long size = ::sysconf(_SC_GETPW_R_SIZE_MAX);
   std::vector<char> buffer(size > 0 ? static_cast<std::size_t>(size) : 16384);
@@ -199,25 +161,6 @@ std::string lastPathComponent(std::string_view path) {
   path = path.substr(0, end + 1);
   const auto slash = path.find_last_of('/');
   return std::string(slash == std::string_view::npos ? path : path.substr(slash + 1));
-}
-
-void moveFile(const std::string& from, const std::string& to) {
-  struct stat st {};
-  if (::lstat(from.c_str(), &st) != 0) {
-    throw systemError(errno, "couldn't find " + from);
-  }
-  if (!S_ISREG(st.st_mode)) {
-    throw systemError(S_ISDIR(st.st_mode) ? EISDIR : EINVAL, from + " is not a regular file");
-  }
-  if (::rename(from.c_str(), to.c_str()) == 0) {
-    return;
-  }
-  if (errno != EXDEV) {
-    throw systemError(errno, "couldn't move " + from);
-  }
-  copyIntoPlace(from, to);
-  // The data is in place and synced; a source that cannot be removed only costs space.
-  ::unlink(from.c_str());
 }
 
 void copyFile(const std::string& from, const std::string& to) {

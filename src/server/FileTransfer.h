@@ -18,13 +18,6 @@ std::optional<std::string> expandPath(std::string_view path, std::string_view ho
 /// The last component of `path`, ignoring trailing slashes ("/a/b/" gives "b", "/" gives "/").
 std::string lastPathComponent(std::string_view path);
 
-/// Moves the regular file `from` to `to`, replacing nothing that matters (the caller picks a free
-/// name). Within one file system this is rename(2). Across file systems the data is copied to a
-/// temporary name beside `to`, synced and renamed into place, and only then is `from` removed,
-/// so `to` is never half-written and the data always exists somewhere. On failure `from` is
-/// left where it was. Throws std::system_error.
-void moveFile(const std::string& from, const std::string& to);
-
 /// Copies the regular file `from` to the new file `to` (which must not exist yet). A directory
 /// or other non-regular source is refused; a partial copy is removed. Throws std::system_error.
 void copyFile(const std::string& from, const std::string& to);

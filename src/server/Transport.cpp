@@ -3,7 +3,6 @@
 #include "json/Errors.h"
 #include "json/Writer.h"
 
-#include <boost/json/parse.hpp>
 #include <istream>
 #include <ostream>
 
@@ -68,15 +67,11 @@ std::optional<std::string> repairUtf8(std::string_view text) {
 }
 
 std::optional<json::Value> parseValue(std::string_view text) {
-  // The host's nesting limit is far above the parser's default of 32.
-  boost::json::parse_options options;
-  options.max_depth = 512;
-  boost::system::error_code ec;
-  json::Value v = boost::json::parse(text, ec, {}, options);
-  if (ec) {
+  try {
+    return json::parse(text);
+  } catch (const json::DecodeError&) {
     return std::nullopt;
   }
-  return v;
 }
 
 } // namespace

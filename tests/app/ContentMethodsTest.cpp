@@ -1,6 +1,5 @@
 #include "app/AppFixture.h"
 #include "app/ChildProcess.h"
-#include "app/FileMove.h"
 #include "app/Imaging.h"
 #include "app/Library.h"
 #include "core/Uuid.h"
@@ -18,11 +17,6 @@ namespace velko::app::testing {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string readAll(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
 
 class ContentFixture : public AppFixture {
 protected:
@@ -58,32 +52,6 @@ using ContentSimilar = ContentFixture;
 using ContentDelete = ContentFixture;
 using ContentImport = ContentFixture;
 using ContentMovies = ContentFixture;
-
-TEST(ContentFileMove, TakesAFreeNameAndNeverReplacesOnOneOrAcrossFileSystems) {
-  velko::testing::TempDir here;
-  const std::string dir = here.path() + "/to";
-  fs::create_directories(dir);
-  std::ofstream(dir + "/x.jpg") << "taken";
-  struct stat a {
-  }, b{};
-  const bool shm =
-      ::stat("/dev/shm", &a) == 0 && ::stat(here.path().c_str(), &b) == 0 && a.st_dev != b.st_dev;
-  for (const std::string& from :
-       {here.path() + "/x.jpg", std::string("/dev/shm/velko-move-test.jpg")}) {
-    if (from.starts_with("/dev/shm") && !shm)
-      continue; // no second file system here
-    SCOPED_TRACE(from);
-    std::ofstream(from) << "moved";
-    EXPECT_THROW(moveFile(from, dir + "/x.jpg"), std::system_error);
-    EXPECT_EQ(readAll(from), "moved");
-    const std::string placed = moveIntoFolder(from, dir, "x.jpg");
-    EXPECT_FALSE(fs::exists(from));
-    EXPECT_EQ(readAll(placed), "moved");
-    EXPECT_EQ(readAll(dir + "/x.jpg"), "taken");
-    fs::remove(placed);
-  }
-  EXPECT_EQ(std::distance(fs::directory_iterator(dir), {}), 1); // no temporary copies left
-}
 
 TEST_F(ContentSimilar, RanksAResizedReencodedCopyFirst) {
   writePhoto(libraryFile("a.jpg"), {.width = 64, .height = 48, .pattern = true});

@@ -10,6 +10,8 @@
 #include "server/Tool.h"
 
 #include <gtest/gtest.h>
+#include <cstring>
+#include <iomanip>
 #include <random>
 #include <sstream>
 
@@ -27,6 +29,38 @@ std::optional<std::string> reply(Dispatcher& dispatcher, std::string_view line) 
     return std::nullopt;
   }
   return json::toCompact(*out);
+}
+
+// Numbers in tool arguments reach the application exactly as sent: the shortest text that
+// reads back as the same double must be read back as that double, never one unit off.
+TEST(Dispatcher, DoublesInToolArgumentsReachTheRequestBitForBit) {
+  std::mt19937_64 random(17);
+  std::uniform_real_distribution<double> latitude(-90, 90), longitude(-180, 180), radius(1, 2e7);
+  RecordingCaller caller;
+  Dispatcher dispatcher(caller);
+  int wrong = 0;
+  for (int i = 0; i < 10'000 / 3 + 1; ++i) {
+    const double sent[3] = {latitude(random), longitude(random), radius(random)};
+    char line[256];
+    std::snprintf(line, sizeof line,
+                  R"({"jsonrpc":"2.0","id":1,"method":"tools/call","params":{"name":"velko_query",)"
+                  R"("arguments":{"latitude":%.17g,"longitude":%.17g,"radiusMeters":%.17g}}})",
+                  sent[0], sent[1], sent[2]);
+    caller.answer(R"({"ids":[],"count":0,"sample":[]})");
+    ASSERT_TRUE(dispatcher.handleLine(line));
+    const json::Value& params = *caller.requests.back().params;
+    const char* keys[3] = {"latitude", "longitude", "radiusMeters"};
+    for (int k = 0; k < 3; ++k) {
+      const double got = params.at(keys[k]).to_number<double>();
+      if (std::memcmp(&got, &sent[k], sizeof got) != 0 && ++wrong <= 5) {
+        ADD_FAILURE() << std::setprecision(17) << keys[k] << " sent " << sent[k] << ", got " << got;
+      }
+    }
+    // And the frame written to the application carries the same numbers.
+    const json::Value frame = json::parse(json::toCompact(params));
+    EXPECT_EQ(frame, params);
+  }
+  EXPECT_EQ(wrong, 0);
 }
 
 TEST(Dispatcher, AnswersEachLineAsTheProtocolSays) {

@@ -122,20 +122,6 @@ TEST_F(ExportTool, CollisionsAndPrefixNumbering) {
                         {"count", 2}}));
 }
 
-TEST_F(ExportTool, UniqueExportPath) {
-  const std::string folder = tmp.file("u");
-  writeFile(folder + "/trip-2.heic", "");
-  writeFile(folder + "/trip-2-1.heic", "");
-  std::filesystem::create_symlink(folder + "/gone", folder + "/link.jpg");
-
-  EXPECT_EQ(uniqueExportPath(folder, "trip-2", "heic"), folder + "/trip-2-2.heic");
-  EXPECT_EQ(uniqueExportPath(folder, "IMG", ""), folder + "/IMG.jpg");
-  EXPECT_EQ(uniqueExportPath(folder, "link", "jpg"), folder + "/link-1.jpg"); // dangling counts
-  EXPECT_EQ(uniqueExportPath(folder + "/", "a", "png"), folder + "/a.png");
-  // A folder that cannot be examined gives the first name, not an endless search.
-  EXPECT_EQ(uniqueExportPath(folder + "/trip-2.heic", "a", "png"), folder + "/trip-2.heic/a.png");
-}
-
 TEST_F(ExportTool, FailuresThatWriteNothing) {
   // The destination cannot be created: nothing is sent.
   writeFile(tmp.file("file.txt"), "");

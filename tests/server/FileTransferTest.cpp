@@ -42,43 +42,6 @@ TEST(FileTransfer, ExpandPath) {
   }
 }
 
-TEST(FileTransfer, MoveRefusesWhatIsNotARegularFile) {
-  TempDir tmp;
-  std::filesystem::create_directories(tmp.file("dir/inner"));
-  EXPECT_THROW(moveFile(tmp.file("dir"), tmp.file("moved")), std::system_error);
-  EXPECT_THROW(moveFile(tmp.file("missing"), tmp.file("moved")), std::system_error);
-  EXPECT_TRUE(fileExists(tmp.file("dir/inner")));
-  EXPECT_FALSE(fileExists(tmp.file("moved")));
-}
-
-TEST(FileTransfer, MoveAcrossFileSystemsCopiesThenRemoves) {
-  TempDir tmp;
-  struct stat shm {
-  }, here{};
-  if (::stat("/dev/shm", &shm) != 0 || ::stat(tmp.path().c_str(), &here) != 0 ||
-      shm.st_dev == here.st_dev) {
-    GTEST_SKIP() << "no second file system at /dev/shm";
-  }
-  const std::string from =
-      "/dev/shm/" + std::filesystem::path(tmp.path()).filename().string() + "-render";
-  writeFile(from, std::string(1 << 20, 'x') + "end");
-  ::chmod(from.c_str(), 0640);
-
-  moveFile(from, tmp.file("IMG.jpg"));
-  EXPECT_FALSE(fileExists(from));
-  EXPECT_EQ(readFile(tmp.file("IMG.jpg")), std::string(1 << 20, 'x') + "end");
-  EXPECT_EQ(namesIn(tmp.path()), std::vector<std::string>{"IMG.jpg"}); // no temporary left
-  struct stat moved {};
-  ASSERT_EQ(::stat(tmp.file("IMG.jpg").c_str(), &moved), 0);
-  EXPECT_EQ(moved.st_mode & 0777, 0640u);
-
-  // A destination folder that is missing fails the move and keeps the only copy.
-  writeFile(from, "keep me");
-  EXPECT_THROW(moveFile(from, tmp.file("missing/IMG.jpg")), std::system_error);
-  EXPECT_EQ(readFile(from), "keep me");
-  std::filesystem::remove(from);
-}
-
 TEST(FileTransfer, CopyRefusesDirectoriesAndExistingTargets) {
   TempDir tmp;
   writeFile(tmp.file("a.jpg"), "abc");

@@ -1,4 +1,4 @@
-#include "app/FileMove.h"
+#include "files/FileMove.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -11,7 +11,7 @@
 #include <unistd.h>
 #include <vector>
 
-namespace velko::app {
+namespace velko::files {
 namespace {
 
 constexpr int kMaxNames = 10'000;
@@ -108,9 +108,18 @@ std::string copyToTemporary(const std::string& from, const std::string& dir) {
   return temp;
 }
 
-/// Moves `from` to the first free name of `candidate(0..count-1)`, all in one folder.
-std::string moveToFirstFree(const std::string& from, int count,
-                            const std::function<std::string(int)>& candidate) {
+} // namespace
+
+std::string moveToFreeName(const std::string& from, int count,
+                           const std::function<std::string(int)>& candidate) {
+  // Only regular files move: never a folder, and never the target of a link.
+  struct stat st {};
+  if (::lstat(from.c_str(), &st) != 0) {
+    fail(errno, "cannot find " + from);
+  }
+  if (!S_ISREG(st.st_mode)) {
+    fail(S_ISDIR(st.st_mode) ? EISDIR : EINVAL, from + " is not a regular file");
+  }
   int i = 0;
   for (; i < count; ++i) {
     const std::string to = candidate(i);
@@ -154,10 +163,8 @@ std::string moveToFirstFree(const std::string& from, int count,
   fail(EEXIST, "no free name for " + from + " at " + candidate(0));
 }
 
-} // namespace
-
 void moveFile(const std::string& from, const std::string& to) {
-  moveToFirstFree(from, 1, [&](int) { return to; });
+  moveToFreeName(from, 1, [&](int) { return to; });
 }
 
 std::string moveIntoFolder(const std::string& from, const std::string& dir,
@@ -171,7 +178,7 @@ std::string moveIntoFolder(const std::string& from, const std::string& dir,
   const bool hasExtension = dot != std::string::npos && dot > 0;
   const std::string stem = hasExtension ? name.substr(0, dot) : name;
   const std::string extension = hasExtension ? name.substr(dot) : "";
-  return moveToFirstFree(from, kMaxNames, [&](int i) {
+  return moveToFreeName(from, kMaxNames, [&](int i) {
     return dir + "/" + (i == 0 ? name : stem + "-" + std::to_string(i + 1) + extension);
   });
 }
@@ -191,4 +198,4 @@ int removeInterruptedCopies(const std::string& dir) {
   return removed;
 }
 
-} // namespace velko::app
+} // namespace velko::files

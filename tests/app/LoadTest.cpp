@@ -1,0 +1,385 @@
+// Eight velko-mcp processes at once against one velko-headless, for a bounded time, each sending a
+// mixed stream of reads, changes, previews and exports, the way eight assistant sessions would.
+// Both programs run in private mount namespaces over a temporary home and library.
+//
+// Afterwards every acknowledged change must be in the catalogue: each client alone rates and
+// flags the photos it owns, so its last acknowledged values are known; all clients edit a few
+// shared photos with expectedVersion, so a photo's stack version must equal the number of edits
+// acknowledged on it (version conflicts are the one failure expected). Every acknowledged export
+// is a file. The application's memory and descriptors, measured while idle after a warm-up
+// phase and again after a second phase of the same length, must be flat.
+//
+// VELKO_LOAD_SECONDS sets the length of each phase (default 10). Throughput and latency
+// percentiles are printed for the note and the README.
+#include "app/AppFixture.h"
+#include "app/Imaging.h"
+#include "json/Value.h"
+#include "json/Writer.h"
+#include "support/ServerProcess.h"
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <random>
+#include <sqlite3.h>
+#include <thread>
+
+namespace velko::app::testing {
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+using velko::testing::ServerProcess;
+using velko::testing::TempDir;
+
+constexpr int kClients = 8;
+constexpr int kOwnedEach = 2;
+constexpr int kShared = 4;
+constexpr int kPhotos = kClients * kOwnedEach + kShared;
+
+int phaseSeconds() {
+  const char* s = std::getenv("VELKO_LOAD_SECONDS");
+  return s != nullptr && std::atoi(s) > 0 ? std::atoi(s) : 10;
+}
+
+int descriptorCount(pid_t pid) {
+  int n = 0;
+  std::error_code ec;
+  for (auto it = fs::directory_iterator("/proc/" + std::to_string(pid) + "/fd", ec);
+       !ec && it != fs::directory_iterator(); it.increment(ec)) {
+    ++n;
+  }
+  return n;
+}
+
+long residentKiB(pid_t pid) {
+  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with("VmRSS:")) {
+      return std::stol(line.substr(6));
+    }
+  }
+  return -1;
+}
+
+/// One MCP session: a velko-mcp process driven over its standard input and output.
+class McpClient {
+public:
+  McpClient(const std::string& home, const std::string& binary)
+      : process_(velko::testing::withPrivateHome(home, binary)) {
+    call(R"({"jsonrpc":"2.0","id":0,"method":"initialize","params":{"protocolVersion":"2024-11-05","capabilities":{},"clientInfo":{"name":"load","version":"1"}}})");
+    process_.send(R"({"jsonrpc":"2.0","method":"notifications/initialized"})");
+  }
+
+  pid_t pid() const { return process_.pid(); }
+
+  /// A tool call's result: whether it is an error, and its first text.
+  struct Result {
+    bool isError = true;
+    std::string text;
+    std::size_t images = 0;
+  };
+
+  Result tool(std::string_view name, json::Object arguments) {
+    const json::Value reply = call(json::toCompact(json::Object{
+        {"jsonrpc", "2.0"}, {"id", ++id_}, {"method", "tools/call"},
+        {"params", json::Object{{"name", name}, {"arguments", std::move(arguments)}}}}));
+    Result r;
+    if (!reply.as_object().contains("result")) {
+      r.text = json::toCompact(reply);
+      return r;
+    }
+    const json::Value& result = reply.at("result");
+    r.isError = result.at("isError").as_bool();
+    for (const json::Value& item : result.at("content").as_array()) {
+      if (item.at("type") == "text" && r.text.empty()) {
+        r.text = std::string(item.at("text").as_string());
+      } else if (item.at("type") == "image") {
+        ++r.images;
+      }
+    }
+    return r;
+  }
+
+private:
+  json::Value call(const std::string& line) {
+    process_.send(line);
+    process_.readLine(line_, std::chrono::seconds(120));
+    return json::parse(line_);
+  }
+
+  ServerProcess process_;
+  std::string line_;
+  std::int64_t id_ = 0;
+};
+
+/// What one client saw: latencies by kind of call, and what it was told had happened.
+struct Tally {
+  std::map<std::string, std::vector<double>> millis;
+  std::map<std::string, std::pair<std::int64_t, std::int64_t>> owned; ///< id → rating, flag
+  int conflicts = 0;
+  int exports = 0;
+  std::vector<std::string> failures;
+};
+
+class Load : public ::testing::Test {
+protected:
+  void SetUp() override {
+    const std::string why = velko::testing::privateHomeUnavailableReason();
+    if (!why.empty()) {
+      GTEST_SKIP() << why;
+    }
+    initImaging();
+    fs::create_directories(home());
+    for (int i = 0; i < kPhotos; ++i) {
+      PhotoSpec shot;
+      shot.width = 1600;
+      shot.height = 1067;
+      shot.pattern = true;
+      shot.red = static_cast<unsigned char>(11 * i);
+      shot.dateTimeOriginal = "2024:06:" + std::to_string(10 + i) + " 09:00:00";
+      writePhoto(library() + "/p" + std::to_string(i) + ".jpg", shot);
+    }
+    const std::string script = "mount --bind \"$1\" \"$2\" || exit 97\n"
+                               "exec \"$3\" --library \"$4\" --allow-saving 2>>\"$5\"\n";
+    app_ = std::make_unique<ServerProcess>(std::vector<std::string>{
+        "/usr/bin/unshare", "--mount", "--", "/bin/sh", "-c", script, "sh", home(),
+        velko::testing::passwordHome(), VELKO_HEADLESS_PATH, library(),
+        root_.path() + "/headless.log"});
+  }
+
+  std::string home() const { return root_.path() + "/home"; }
+  std::string library() const { return root_.path() + "/library"; }
+  std::string log() const {
+    std::ifstream in(root_.path() + "/headless.log");
+    return std::string(std::istreambuf_iterator<char>(in), {});
+  }
+
+  /// One client's stream until `until`.
+  void drive(McpClient& client, int index, const std::vector<std::string>& ids, Clock::time_point until,
+             Tally& tally) {
+    std::mt19937 rng(1000 + static_cast<unsigned>(index));
+    const std::string out = root_.path() + "/exports/c" + std::to_string(index);
+    auto owned = [&] { return ids[static_cast<std::size_t>(index * kOwnedEach) + rng() % kOwnedEach]; };
+    auto shared = [&] { return ids[static_cast<std::size_t>(kClients * kOwnedEach) + rng() % kShared]; };
+    auto any = [&] { return ids[rng() % ids.size()]; };
+    std::map<std::string, std::int64_t> versions;
+    while (Clock::now() < until) {
+      const int dice = static_cast<int>(rng() % 100);
+      std::string kind;
+      std::string name;
+      json::Object args;
+      std::function<void(const McpClient::Result&)> acknowledged = [](const McpClient::Result&) {};
+      if (dice < 12) {
+        kind = "read", name = "velko_list", args = {{"limit", 50}};
+      } else if (dice < 22) {
+        kind = "read", name = "velko_get", args = {{"id", any()}};
+      } else if (dice < 30) {
+        kind = "read", name = "velko_query", args = {{"minRating", 3}};
+      } else if (dice < 40) {
+        const std::string id = owned();
+        const std::int64_t rating = rng() % 6;
+        kind = "change", name = "velko_rate", args = {{"ids", json::Array{id}}, {"rating", rating}};
+        acknowledged = [&, id, rating](const McpClient::Result&) { tally.owned[id].first = rating; };
+      } else if (dice < 48) {
+        static constexpr std::pair<const char*, std::int64_t> kFlags[] = {{"pick", 1}, {"reject", -1}, {"none", 0}};
+        const std::string id = owned();
+        const auto& flag = kFlags[rng() % 3];
+        kind = "change", name = "velko_flag", args = {{"ids", json::Array{id}}, {"flag", flag.first}};
+        acknowledged = [&, id, flag](const McpClient::Result&) { tally.owned[id].second = flag.second; };
+      } else if (dice < 68) {
+        const std::string id = shared();
+        if (!versions.contains(id)) {
+          const auto got = client.tool("velko_edit_get", {{"id", id}});
+          versions[id] = got.isError ? 0 : json::parse(got.text).at("version").as_int64();
+        }
+        kind = "edit", name = "velko_edit_set";
+        args = {{"id", id},
+                {"ops", json::Array{json::Object{{"kind", "exposure"}, {"scalar", 0.05 * (rng() % 20)}}}},
+                {"expectedVersion", versions[id]}};
+        acknowledged = [&, id](const McpClient::Result& r) {
+          versions[id] = json::parse(r.text).at("newVersion").as_int64();
+          edits_.at(id).fetch_add(1);
+        };
+      } else if (dice < 90) {
+        kind = "preview", name = "velko_preview_render", args = {{"id", any()}, {"longEdge", 512}};
+      } else {
+        kind = "export", name = "velko_export";
+        args = {{"ids", json::Array{any()}}, {"directory", out}, {"format", "jpeg"}, {"longEdge", 1024}};
+        acknowledged = [&](const McpClient::Result&) { ++tally.exports; };
+      }
+      const std::string id = args.contains("id") ? std::string(args.at("id").as_string()) : "";
+      const Clock::time_point start = Clock::now();
+      McpClient::Result r;
+      try {
+        r = client.tool(name, std::move(args));
+      } catch (const std::exception& e) {
+        tally.failures.push_back(name + ": " + e.what());
+        return; // the process is gone or stuck; nothing more from this client
+      }
+      tally.millis[kind].push_back(std::chrono::duration<double, std::milli>(Clock::now() - start).count());
+      if (!r.isError) {
+        acknowledged(r);
+      } else if (name == "velko_edit_set" && r.text.starts_with("velko error -32000:")) {
+        ++tally.conflicts;
+        versions.erase(id); // read again before the next edit
+      } else {
+        tally.failures.push_back(name + ": " + r.text);
+      }
+    }
+  }
+
+  /// Runs every client for `seconds`.
+  void phase(std::vector<std::unique_ptr<McpClient>>& clients, const std::vector<std::string>& ids,
+             int seconds, std::vector<Tally>& tallies) {
+    const Clock::time_point until = Clock::now() + std::chrono::seconds(seconds);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kClients; ++i) {
+      threads.emplace_back([&, i] { drive(*clients[static_cast<std::size_t>(i)], i, ids, until, tallies[static_cast<std::size_t>(i)]); });
+    }
+    for (std::thread& t : threads) {
+      t.join();
+    }
+  }
+
+  TempDir root_;
+  std::unique_ptr<ServerProcess> app_;
+  std::map<std::string, std::atomic<int>> edits_;
+};
+
+double percentile(std::vector<double> v, double p) {
+  std::sort(v.begin(), v.end());
+  return v.empty() ? 0 : v[std::min(v.size() - 1, static_cast<std::size_t>(p * static_cast<double>(v.size())))];
+}
+
+TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
+  std::vector<std::unique_ptr<McpClient>> clients;
+  for (int i = 0; i < kClients; ++i) {
+    clients.push_back(std::make_unique<McpClient>(home(), VELKO_MCP_PATH));
+  }
+  // Wait for the first scan, then learn the ids in file order (photo i was taken on day 10 + i):
+  // the first sixteen are owned two by two, the rest shared.
+  std::vector<std::string> ids;
+  for (int tries = 0; tries < 600 && ids.size() != kPhotos; ++tries) {
+    const auto listed = clients[0]->tool("velko_list", {{"limit", 100}});
+    ids.clear();
+    if (!listed.isError) {
+      std::vector<std::pair<std::string, std::string>> byDate;
+      const json::Value page = json::parse(listed.text);
+      for (const json::Value& p : page.at("photos").as_array()) {
+        byDate.emplace_back(std::string(p.at("creationDate").as_string()), std::string(p.at("id").as_string()));
+      }
+      std::sort(byDate.begin(), byDate.end());
+      for (const auto& entry : byDate) {
+        ids.push_back(entry.second);
+      }
+    }
+    if (ids.size() != kPhotos) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+  }
+  ASSERT_EQ(ids.size(), static_cast<std::size_t>(kPhotos)) << log();
+  for (const std::string& id : ids) {
+    edits_[id] = 0;
+  }
+  std::ifstream endpoint(home() + "/.velko/ipc-endpoint.json");
+  const pid_t app = static_cast<pid_t>(
+      json::parse(std::string(std::istreambuf_iterator<char>(endpoint), {})).at("pid").as_int64());
+
+  const int seconds = phaseSeconds();
+  std::vector<Tally> warmUp(kClients), measured(kClients);
+  phase(clients, ids, seconds, warmUp);
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  const int fdsBefore = descriptorCount(app);
+  const long rssBefore = residentKiB(app);
+  std::vector<long> mcpBefore;
+  for (const auto& c : clients) {
+    mcpBefore.push_back(residentKiB(c->pid()));
+  }
+  const Clock::time_point start = Clock::now();
+  phase(clients, ids, seconds, measured);
+  const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  const int fdsAfter = descriptorCount(app);
+  const long rssAfter = residentKiB(app);
+
+  // Nothing failed but version conflicts.
+  std::map<std::string, std::vector<double>> millis;
+  int conflicts = 0, exports = 0;
+  std::map<std::string, std::pair<std::int64_t, std::int64_t>> owned;
+  for (const std::vector<Tally>* run : {&warmUp, &measured}) {
+    for (const Tally& t : *run) {
+      for (const std::string& f : t.failures) {
+        ADD_FAILURE() << f;
+      }
+      exports += t.exports;
+      for (const auto& [id, values] : t.owned) {
+        owned[id] = values; // the measured phase comes second and wins
+      }
+      if (run == &measured) {
+        conflicts += t.conflicts;
+        for (const auto& [kind, v] : t.millis) {
+          millis[kind].insert(millis[kind].end(), v.begin(), v.end());
+        }
+      }
+    }
+  }
+
+  // Every acknowledged change is in the catalogue once the application has stopped.
+  ::kill(app, SIGTERM);
+  EXPECT_EQ(app_->waitExit(std::chrono::seconds(30)), 0) << log();
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open_v2((home() + "/.velko/headless/catalog.sqlite").c_str(), &db,
+                            SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
+  sqlite3_stmt* s = nullptr;
+  ASSERT_EQ(sqlite3_prepare_v2(db, "SELECT id, rating, flag, stack_version FROM photos", -1, &s, nullptr), SQLITE_OK);
+  int rows = 0;
+  while (sqlite3_step(s) == SQLITE_ROW) {
+    ++rows;
+    const std::string id(reinterpret_cast<const char*>(sqlite3_column_text(s, 0)));
+    SCOPED_TRACE(id);
+    if (owned.contains(id)) {
+      EXPECT_EQ(sqlite3_column_int64(s, 1), owned[id].first);
+      EXPECT_EQ(sqlite3_column_int64(s, 2), owned[id].second);
+    }
+    EXPECT_EQ(sqlite3_column_int64(s, 3), edits_.at(id).load());
+  }
+  sqlite3_finalize(s);
+  sqlite3_close(db);
+  EXPECT_EQ(rows, kPhotos);
+  std::size_t files = 0;
+  for (const auto& entry : fs::recursive_directory_iterator(root_.path() + "/exports")) {
+    files += entry.is_regular_file() ? 1 : 0;
+  }
+  EXPECT_EQ(files, static_cast<std::size_t>(exports));
+
+  // Flat: the same idle descriptors, and memory that a second phase as long as the first did
+  // not grow by more than an eighth (allocator arenas and the image cache settle in the first).
+  EXPECT_LE(fdsAfter, fdsBefore + 1) << fdsBefore << " descriptors before, " << fdsAfter << " after";
+  EXPECT_LE(rssAfter, rssBefore + rssBefore / 8) << rssBefore << " KiB before, " << rssAfter << " after";
+  for (std::size_t i = 0; i < clients.size(); ++i) {
+    EXPECT_LE(residentKiB(clients[i]->pid()), mcpBefore[i] + mcpBefore[i] / 8 + 512) << "velko-mcp " << i;
+  }
+
+  std::size_t calls = 0;
+  for (const auto& [kind, v] : millis) {
+    calls += v.size();
+  }
+  std::printf("[ load     ] %d clients, %.1f s: %zu calls, %.0f calls/s, %d version conflicts, "
+              "%d exports; velko-headless %ld → %ld KiB, %d → %d descriptors\n",
+              kClients, elapsed, calls, static_cast<double>(calls) / elapsed, conflicts, exports,
+              rssBefore, rssAfter, fdsBefore, fdsAfter);
+  for (const auto& [kind, v] : millis) {
+    std::printf("[ load     ] %-8s %6zu calls  p50 %7.1f ms  p90 %7.1f ms  p99 %7.1f ms  max %7.1f ms\n",
+                kind.c_str(), v.size(), percentile(v, 0.5), percentile(v, 0.9), percentile(v, 0.99),
+                percentile(v, 1.0));
+  }
+  EXPECT_GT(calls, 0u);
+}
+
+} // namespace
+} // namespace velko::app::testing
