@@ -94,6 +94,14 @@ CREATE TABLE trash(
   deleted_at INTEGER NOT NULL
 );
 )sql",
+    // 2: the grid's order with the cheap filters and the id beside it, over the rows the grid
+    // shows, so a deep page or a rare filter walks this index alone and never reads the rows it
+    // skips. It replaces the plain date index, which SQLite would otherwise prefer.
+    R"sql(
+DROP INDEX photos_created;
+CREATE INDEX photos_listing ON photos(created DESC, pk DESC, is_video, rating, flag, favorite,
+  has_adjustments, stack_version, id) WHERE state = 0 AND hidden = 0;
+)sql",
 };
 
 // Great-circle distance in metres between two points in decimal degrees (haversine).

@@ -28,7 +28,7 @@ enum class PhotoState : int { Present = 0, Missing = 1, Trashed = 2 };
 
 class Catalog {
 public:
-  static constexpr int kSchemaVersion = 1;
+  static constexpr int kSchemaVersion = 2;
 
   /// Opens or creates the catalogue, takes its lock file (refusing when another process holds
   /// it) and brings the schema up to date. Throws StoreError.
