@@ -192,14 +192,14 @@ app::App& catalogue(int rows) {
                      std::int64_t{i % 13 == 0}, std::int64_t{i % 9 == 0},
                      std::int64_t{i % 9 == 0 ? 1 : 0}, std::int64_t{video});
       if (annotated) {
-        photo->bind(23, R"({"caption":")" + words + R"("})");
+        photo->bind(14, R"({"caption":")" + words + R"("})");
       } else {
-        photo->bindNull(23);
+        photo->bindNull(14);
       }
       if (video) {
-        photo->bindNull(24);
+        photo->bindNull(15);
       } else {
-        photo->bindBlob(24, print);
+        photo->bindBlob(15, print);
       }
       photo->run();
       text->reset();
