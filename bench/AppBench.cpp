@@ -271,22 +271,31 @@ void BM_SimilarFind(benchmark::State& state) {
 }
 VELKO_AT_SCALE(BM_SimilarFind);
 
-/// similar.find after every change to the catalogue: the candidates are read again each time.
-void BM_SimilarFindAfterChange(benchmark::State& state) {
+/// similar.find after a change to the catalogue: a rating leaves the prints read before valid;
+/// hiding a photo changes the candidates, so they are read again from the catalogue.
+void similarAfter(benchmark::State& state, const std::string& change, const char* const values[2]) {
   app::App& app = catalogue(static_cast<int>(state.range(0)));
   const std::string find =
       R"({"jsonrpc":"2.0","id":1,"method":"similar.find","params":{"id":"00000000-0000-4000-8000-000000000001/L0/001","limit":20}})";
-  const std::string rate =
-      R"({"jsonrpc":"2.0","id":1,"method":"photo.rate","params":{"ids":["00000000-0000-4000-8000-000000000003/L0/001"],"rating":)";
+  app::answer(app, find);
   std::int64_t n = 0;
   for (auto _ : state) {
     state.PauseTiming();
-    app::answer(app, rate + std::to_string(++n % 6) + "}}");
+    app::answer(app, R"({"jsonrpc":"2.0","id":1,"method":")" + change + values[++n % 2] + "}}");
     state.ResumeTiming();
     benchmark::DoNotOptimize(app::answer(app, find));
   }
 }
-VELKO_AT_SCALE(BM_SimilarFindAfterChange);
+void BM_SimilarFindAfterRating(benchmark::State& state) {
+  static const char* const kRatings[2] = {"2", "4"};
+  similarAfter(state, R"(photo.rate","params":{"ids":["00000000-0000-4000-8000-000000000003/L0/001"],"rating":)", kRatings);
+}
+VELKO_AT_SCALE(BM_SimilarFindAfterRating);
+void BM_SimilarFindAfterHiding(benchmark::State& state) {
+  static const char* const kHidden[2] = {"false", "true"};
+  similarAfter(state, R"(photo.hide","params":{"ids":["00000000-0000-4000-8000-000000000003/L0/001"],"hidden":)", kHidden);
+}
+VELKO_AT_SCALE(BM_SimilarFindAfterHiding);
 
 void BM_AnnotatePending(benchmark::State& state) {
   runFrame(state, R"({"limit":20})", "annotate.pending");

@@ -101,6 +101,19 @@ CREATE TABLE trash(
 DROP INDEX photos_created;
 CREATE INDEX photos_listing ON photos(created DESC, pk DESC, is_video, rating, flag, favorite,
   has_adjustments, stack_version, id) WHERE state = 0 AND hidden = 0;
+-- A generation that moves whenever the stills similar.find compares could have changed, and on
+-- nothing else (a rating, an edit), so its in-memory copy of the prints outlives those.
+CREATE TABLE generations(name TEXT PRIMARY KEY, value INTEGER NOT NULL) WITHOUT ROWID;
+INSERT INTO generations VALUES('similar', 0);
+CREATE TRIGGER similar_insert AFTER INSERT ON photos BEGIN
+  UPDATE generations SET value = value + 1 WHERE name = 'similar';
+END;
+CREATE TRIGGER similar_delete AFTER DELETE ON photos BEGIN
+  UPDATE generations SET value = value + 1 WHERE name = 'similar';
+END;
+CREATE TRIGGER similar_update AFTER UPDATE OF id, print, state, hidden, is_video ON photos BEGIN
+  UPDATE generations SET value = value + 1 WHERE name = 'similar';
+END;
 )sql",
 };
 

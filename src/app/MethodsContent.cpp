@@ -150,12 +150,12 @@ std::string queryPrintOfPhoto(App& app, const std::string& id) {
 }
 
 /// The stills similar.find compares against, in flat buffers. A full read of 100,000 rows
-/// takes longer than a query may, so one read is kept until the catalogue changes: this
-/// process is the catalogue's only writer (its lock file says so), and every change it makes
-/// moves the connection's change count.
+/// takes longer than a query may, so one read is kept until the catalogue's "similar"
+/// generation moves: triggers move it on every change to a photo's print, state, visibility or
+/// kind, and on every row added or removed, so ratings and edits leave the copy valid.
 struct Candidates {
   sqlite3* connection = nullptr;
-  std::int64_t changes = -1;
+  std::int64_t generation = -1;
   std::int64_t dataVersion = -1;
   std::int64_t indexed = 0; ///< present photos with a print, hidden ones too
   std::string prints;       ///< kPrintSize bytes per candidate
@@ -190,11 +190,15 @@ std::shared_ptr<const Candidates> currentCandidates(Database& db) {
     auto s = db.prepare("PRAGMA data_version");
     dataVersion = s->step() ? s->int64(0) : 0;
   }
-  const std::int64_t changes = sqlite3_total_changes64(db.handle());
+  std::int64_t generation = 0;
+  {
+    auto s = db.prepare("SELECT value FROM generations WHERE name = 'similar'");
+    generation = s->step() ? s->int64(0) : 0;
+  }
   {
     std::lock_guard lock(candidatesMutex);
     if (marked && cachedCandidates && cachedCandidates->connection == db.handle() &&
-        cachedCandidates->changes == changes && cachedCandidates->dataVersion == dataVersion) {
+        cachedCandidates->generation == generation && cachedCandidates->dataVersion == dataVersion) {
       return cachedCandidates;
     }
   }
@@ -203,7 +207,7 @@ std::shared_ptr<const Candidates> currentCandidates(Database& db) {
   }
   auto c = std::make_shared<Candidates>();
   c->connection = db.handle();
-  c->changes = changes;
+  c->generation = generation;
   c->dataVersion = dataVersion;
   auto s = db.prepare("SELECT id, print, hidden FROM photos WHERE state = 0 AND is_video = 0 AND "
                       "print IS NOT NULL");
