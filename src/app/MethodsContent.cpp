@@ -8,6 +8,7 @@
 #include "app/MethodError.h"
 #include "app/Methods.h"
 #include "app/PhotoData.h"
+#include "app/RenderPipeline.h"
 #include "core/Uuid.h"
 #include "protocol/DeliveryRecords.h"
 #include "protocol/LibraryRecords.h"
@@ -22,6 +23,8 @@
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
+#include <filesystem>
+#include <fstream>
 #include <glib.h>
 #include <memory>
 #include <mutex>
@@ -465,12 +468,90 @@ std::string tailOf(const std::string& text, std::size_t max = 600) {
   return t.size() > max ? "…" + t.substr(t.size() - max) : t;
 }
 
+/// Whether a kind grades a video: those that change each pixel by its colour alone (develop,
+/// tone, colour, grading), which a 3D lookup table reproduces. Geometry, neighbourhood kinds
+/// (sharpening, noise reduction, clarity…), effects, looks, frames and masks are for stills.
+bool gradesVideo(core::AdjustmentKind kind) {
+  using K = core::AdjustmentKind;
+  switch (kind) {
+  case K::SharpenAmount: case K::SharpenRadius: case K::LuminanceNR: case K::ColorNR:
+  case K::SharpenDetail: case K::DefringeAmount: case K::Clarity: case K::Dehaze:
+  case K::Texture: case K::Rotation: case K::VignetteAmount: case K::VignetteMidpoint:
+  case K::VignetteFeather: case K::GrainAmount: case K::GrainSize: case K::GrainRoughness:
+  case K::Crop: case K::Straighten: case K::FlipHorizontal: case K::FlipVertical:
+  case K::PerspectiveVertical: case K::PerspectiveHorizontal: case K::LensDistortion:
+  case K::Lut: case K::LutIntensity: case K::FrameAspect: case K::FrameFitMode:
+  case K::FrameColor: case K::FrameInset: case K::FrameInsetLinked: case K::FrameInsetTop:
+  case K::FrameInsetBottom: case K::FrameInsetLeft: case K::FrameInsetRight:
+    return false;
+  default:
+    return true;
+  }
+}
+
+/// A .cube file (33³ entries) holding what the stack's grading kinds do to every colour,
+/// computed by the same render pipeline as the stills; empty when they do nothing.
+std::string videoGradeCube(core::EditStack stack) {
+  constexpr int n = 33;
+  stack.setMasks({});
+  std::erase_if(stack.values, [](const auto& entry) { return !gradesVideo(entry.first); });
+  if (stack.values.empty()) {
+    return {};
+  }
+  // Red runs fastest, then green, then blue, as the format lists the table.
+  std::vector<unsigned char> grid;
+  grid.reserve(n * n * n * 3);
+  for (int b = 0; b < n; ++b) {
+    for (int g = 0; g < n; ++g) {
+      for (int r = 0; r < n; ++r) {
+        for (int c : {r, g, b}) {
+          grid.push_back(static_cast<unsigned char>(std::lround(c * 255.0 / (n - 1))));
+        }
+      }
+    }
+  }
+  const vips::VImage in =
+      vips::VImage::new_from_memory(grid.data(), grid.size(), n * n, n, 3, VIPS_FORMAT_UCHAR)
+          .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+  vips::VImage out = applyAdjustments(in, stack);
+  if (out.get_image() == in.get_image()) {
+    return {};
+  }
+  if (out.bands() == 1) {
+    out = out.bandjoin({out, out});
+  }
+  out = out.colourspace(VIPS_INTERPRETATION_RGB16).extract_band(0, vips::VImage::option()->set("n", 3));
+  std::size_t size = 0;
+  void* pixels = out.cast(VIPS_FORMAT_USHORT).write_to_memory(&size);
+  const auto* values = static_cast<const std::uint16_t*>(pixels);
+  std::string cube = "LUT_3D_SIZE " + std::to_string(n) + "\n";
+  char line[64];
+  for (std::size_t i = 0; i + 2 < size / sizeof(std::uint16_t); i += 3) {
+    std::snprintf(line, sizeof line, "%.6f %.6f %.6f\n", values[i] / 65535.0,
+                  values[i + 1] / 65535.0, values[i + 2] / 65535.0);
+    cube += line;
+  }
+  g_free(pixels);
+  return cube;
+}
+
+/// A folder for scratch files whose path needs no escaping in an ffmpeg filter argument.
+std::string plainTemporaryFolder() {
+  std::error_code ec;
+  const std::string dir = std::filesystem::temp_directory_path(ec).string();
+  const bool plain = !ec && !dir.empty() && std::all_of(dir.begin(), dir.end(), [](unsigned char c) {
+    return std::isalnum(c) || c == '/' || c == '.' || c == '_' || c == '-';
+  });
+  return plain ? dir : "/tmp";
+}
+
 CommitResult videoCommit(App& app, const VideoCommitParams& p) {
   if (!app.options().allowSaving) {
     throw MethodError::internal(std::string(kSavingOff));
   }
   std::string source;
   double duration = 0;
+  core::EditStack stack;
   {
     auto a = app.catalog().access();
     auto s = a->prepare("SELECT path, is_video, duration FROM photos WHERE id = ? AND state != 2");
@@ -484,6 +565,7 @@ CommitResult videoCommit(App& app, const VideoCommitParams& p) {
     }
     source = s->text(0);
     duration = s->real(2);
+    stack = loadStack(a.db(), p.id);
   }
   const double start = p.startSeconds.value_or(0);
   const double end = p.endSeconds.value_or(duration);
@@ -509,6 +591,36 @@ CommitResult videoCommit(App& app, const VideoCommitParams& p) {
                                 std::strerror(errno));
   }
   ::close(fd);
+  // The grade is a lookup table made by the stills' pipeline, applied by ffmpeg's lut3d.
+  std::string filters = "scale=trunc(iw/2)*2:trunc(ih/2)*2";
+  std::string cubePath;
+  if (const std::string cube = videoGradeCube(stack); !cube.empty()) {
+    cubePath = plainTemporaryFolder() + "/velko-grade-XXXXXX.cube";
+    const int cubeFd = ::mkostemps(cubePath.data(), 5, O_CLOEXEC);
+    const bool written = cubeFd >= 0 && ::write(cubeFd, cube.data(), cube.size()) ==
+                                            static_cast<ssize_t>(cube.size());
+    if (cubeFd >= 0) {
+      ::close(cubeFd);
+    }
+    if (!written) {
+      const int e = errno;
+      ::unlink(temp.c_str());
+      if (cubeFd >= 0) {
+        ::unlink(cubePath.c_str());
+      }
+      throw MethodError::internal("cannot write the video's grade to " + cubePath + ": " +
+                                  std::strerror(e));
+    }
+    filters += ",lut3d=file=" + cubePath + ":interp=tetrahedral";
+  }
+  struct RemoveCube {
+    const std::string& path;
+    ~RemoveCube() {
+      if (!path.empty()) {
+        ::unlink(path.c_str());
+      }
+    }
+  } removeCube{cubePath};
   // Input seeking with re-encoding cuts at the exact times, not at the nearest keyframes.
   const std::vector<std::string> argv = {"ffmpeg",
                                          "-nostdin",
@@ -527,7 +639,7 @@ CommitResult videoCommit(App& app, const VideoCommitParams& p) {
                                          "-map",
                                          "0:a?",
                                          "-vf",
-                                         "scale=trunc(iw/2)*2:trunc(ih/2)*2",
+                                         filters,
                                          "-c:v",
                                          "libx264",
                                          "-preset",

@@ -221,6 +221,37 @@ TEST_F(ContentMovies, MakesAndListsMoviesOfVideosOnly) {
   EXPECT_NEAR(std::stod(probe.output), 1.0, 0.15);
   EXPECT_TRUE(
       call("photo.get", json::Object{{"id", one}}).at("photo").at("hasAdjustments").as_bool());
+
+  // The stack's colour and tone kinds grade the clip: +1 EV brightens it, saturation -1 takes
+  // its colour away (clarity is for stills and is left out). The frame at 0.5 s, before and
+  // after: its mean brightness and its mean colourfulness (max - min channel per pixel).
+  std::string stem = two;
+  std::replace(stem.begin(), stem.end(), '/', '_');
+  const std::string rendition = app().folders().renditions + "/" + stem + ".mp4";
+  auto measure = [&] {
+    EXPECT_EQ(call("video.commit", json::Object{{"id", two}}).at("committed"), true);
+    const ProcessResult frame =
+        runProcess({"ffmpeg", "-nostdin", "-loglevel", "error", "-ss", "0.5", "-i", rendition,
+                    "-frames:v", "1", "-f", "rawvideo", "-pix_fmt", "rgb24", "-"});
+    const std::size_t pixels = frame.output.size() / 3;
+    EXPECT_EQ(pixels, 64u * 48u);
+    double brightness = 0, colourfulness = 0;
+    for (std::size_t i = 0; i < pixels; ++i) {
+      const auto* p = reinterpret_cast<const unsigned char*>(frame.output.data() + 3 * i);
+      brightness += (p[0] + p[1] + p[2]) / 3.0;
+      colourfulness += std::max({p[0], p[1], p[2]}) - std::min({p[0], p[1], p[2]});
+    }
+    return std::pair{brightness / std::max<std::size_t>(pixels, 1), colourfulness / std::max<std::size_t>(pixels, 1)};
+  };
+  const auto [brightBefore, colourBefore] = measure();
+  call("edit.set", json::Object{{"id", two},
+                                {"ops", json::Array{json::Object{{"kind", "exposure"}, {"scalar", 1.0}},
+                                                    json::Object{{"kind", "saturation"}, {"scalar", -1.0}},
+                                                    json::Object{{"kind", "clarity"}, {"scalar", 1.0}}}}});
+  const auto [brightAfter, colourAfter] = measure();
+  EXPECT_GT(brightAfter, brightBefore + 20);
+  EXPECT_GT(colourBefore, 40);
+  EXPECT_LT(colourAfter, 6);
 }
 
 } // namespace
