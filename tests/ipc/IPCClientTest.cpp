@@ -164,22 +164,5 @@ TEST(IPCClient, PingRequiresTheSameProtocolVersion) {
   EXPECT_EQ(clientErrorOf([&] { client.pingCheckingVersion(); }).serverVersion(), 0);
 }
 
-TEST(IPCClient, LowerLayerErrorsPassUpUnchanged) {
-  TestPeer peer;
-  peer.push(PeerStep::unterminated());
-  peer.push(PeerStep::line("not json"));
-  peer.push(PeerStep::result(R"({"appVersion":1})"));
-  IPCClient client(peer.socketPath());
-  try {
-    client.call(IPCMethod::PreviewRender, std::nullopt);
-    ADD_FAILURE() << "accepted an unterminated reply";
-  } catch (const protocol::FrameError& e) {
-    EXPECT_EQ(e.kind(), protocol::FrameError::Kind::FrameTooLarge);
-    EXPECT_GT(e.byteCount(), protocol::kMaxFrameBytes);
-  }
-  EXPECT_THROW(client.call(IPCMethod::Ping, std::nullopt), json::DecodeError);
-  EXPECT_THROW(client.pingCheckingVersion(), json::DecodeError);
-}
-
 } // namespace
 } // namespace velko::ipc

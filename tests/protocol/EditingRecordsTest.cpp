@@ -1,3 +1,4 @@
+#include "protocol/DeliveryRecords.h"
 #include "protocol/EditingRecords.h"
 
 #include "Golden.h"
@@ -27,15 +28,12 @@ constexpr const char* kSampleStack =
     R"("lastModifiedBy":{"ai":{"agent":"claude-mcp","sessionId":"s1"}},)"
     R"("lastModifiedAt":"2024-05-01T10:00:00Z"}},"version":3})";
 
-TEST(EditingRecords, GetAndReset) {
-  expectGolden("reset params", R"({"id":"A"})", EditResetParams{"A"});
+TEST(EditingRecords, GetResult) {
   expectGolden("get result", std::string(R"({"stack":)") + kSampleStack + R"(,"version":3})",
                EditGetResult{sampleStack(), 3});
 }
 
 TEST(EditingRecords, SetParams) {
-  expectGolden("minimal", R"({"id":"A","ops":[]})", EditSetParams{"A", {}});
-  EXPECT_EQ(decodeError<EditSetParams>(R"({"id":"A"})"), "ops: missing required key");
   EditSetParams p{"A", {}};
   core::EditPatchOp exposure;
   exposure.kind = AdjustmentKind::Exposure;
@@ -95,6 +93,17 @@ TEST(EditingRecords, StackInsideAResultDecodesLeniently) {
       R"("version":2})"));
   EXPECT_TRUE(r.stack.values.empty());
   EXPECT_EQ(r.stack.version, 2);
+}
+
+TEST(DeliveryRecords, OptionalMembersAcceptNullRequiredOnesDoNot) {
+  expectGolden("video, both ends", R"({"id":"V","startSeconds":1.5,"endSeconds":12.25})",
+               VideoCommitParams{"V", 1.5, 12.25});
+  EXPECT_EQ(json::decodeAs<VideoCommitParams>(
+                json::parse(R"({"id":"V","startSeconds":null,"endSeconds":3})")),
+            (VideoCommitParams{"V", std::nullopt, 3.0}));
+  EXPECT_THROW(json::decodeAs<ExportRenderResult>(json::parse(
+                   R"({"path":"/p","format":"jpeg","suggestedFilename":null,"bytes":1})")),
+               json::DecodeError);
 }
 
 } // namespace

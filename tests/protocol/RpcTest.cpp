@@ -9,14 +9,6 @@
 namespace velko::protocol::rpc {
 namespace {
 
-TEST(Rpc, EncodesRequestsAsCompactLines) {
-  EXPECT_EQ(
-      encodeRequest(std::int64_t{1}, IPCMethod::Rate, RateParams{{"X/L0/001"}, 4}),
-      R"({"jsonrpc":"2.0","id":1,"method":"photo.rate","params":{"ids":["X/L0/001"],"rating":4}})");
-  EXPECT_EQ(encodeRequest(std::string("a\"b"), IPCMethod::Ping, std::nullopt),
-            R"({"jsonrpc":"2.0","id":"a\"b","method":"system.ping"})");
-}
-
 TEST(Rpc, DecodesResponseOutcomes) {
   struct Case {
     const char* name;

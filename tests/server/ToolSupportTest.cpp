@@ -86,16 +86,6 @@ TEST(ToolSupport, JsonTextResultReportsEncodingFailure) {
   EXPECT_EQ(jsonTextResult(invalid).at("isError"), true);
 }
 
-TEST(ToolSupport, ParseSchemaSubstitutesTheIdsProperty) {
-  const json::Value schema = parseSchema(
-      R"({"type":"object","properties":{"id":{"type":"string"},"ids":"$ids"},"required":["ids"]})");
-  EXPECT_EQ(json::toCompact(schema),
-            R"({"type":"object","properties":{"id":{"type":"string"},"ids":{"type":"array",)"
-            R"("items":{"type":"string"},"description":"Photo localIdentifiers (from velko_list / )"
-            R"(velko_selection)."}},"required":["ids"]})");
-  EXPECT_THROW(parseSchema("{"), json::DecodeError);
-}
-
 struct NeedsId {
   std::string id;
   std::optional<std::int64_t> limit;
@@ -112,10 +102,7 @@ TEST(ToolSupport, DecodeArgumentsNamesTheKeyPath) {
     const char* error;
   } cases[] = {
       {"absent arguments read as {}", std::nullopt, "arguments.id: missing required key"},
-      {"wrong type", json::parse(R"({"id":5})"), "arguments.id: expected a string, found number"},
       {"not an object", json::parse("[]"), "arguments: expected an object, found array"},
-      {"fractional integer", json::parse(R"({"id":"a","limit":1.5})"),
-       "arguments.limit: expected an integer, found a number with a fraction or exponent"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -126,9 +113,7 @@ TEST(ToolSupport, DecodeArgumentsNamesTheKeyPath) {
       EXPECT_STREQ(e.what(), c.error);
     }
   }
-  EXPECT_EQ(decodeArguments<NeedsId>(json::parse(R"({"id":"a","extra":1})")).id, "a");
   // A whole number reads as an integer however it is written.
-  EXPECT_EQ(decodeArguments<NeedsId>(json::parse(R"({"id":"a","limit":3.0})")).limit, 3);
   EXPECT_EQ(decodeArguments<NeedsId>(json::parse(R"({"id":"a","limit":-2e3})")).limit, -2000);
   EXPECT_EQ(wholeNumbersAsIntegers(json::parse(R"({"a":[1.0,1.5,{"b":-0.0}],"c":"2.0"})")),
             json::parse(R"({"a":[1,1.5,{"b":0}],"c":"2.0"})"));

@@ -102,13 +102,5 @@ TEST(Transport, UnencodableMessageIsLoggedAndDropped) {
   }
 }
 
-TEST(Transport, ToolResultShapes) {
-  EXPECT_EQ(json::toCompact(textResult("x", true)),
-            R"({"content":[{"type":"text","text":"x"}],"isError":true})");
-  EXPECT_EQ(json::toCompact(textPlusImageResult("s", "")),
-            R"({"content":[{"type":"text","text":"s"},)"
-            R"({"type":"image","data":"","mimeType":"image/png"}],"isError":false})");
-}
-
 } // namespace
 } // namespace velko::server
