@@ -137,16 +137,6 @@ TEST(IPCClient, PeerThatGoesAwayEndsAsConnectionClosed) {
             ClientError::Kind::ConnectionClosed);
 }
 
-TEST(IPCClient, ErrorRepliesBecomeRpcErrors) {
-  TestPeer peer;
-  peer.push(PeerStep::error(-32000, "stale"));
-  ClientError e = clientErrorOf(
-      [&] { IPCClient(peer.socketPath()).call(IPCMethod::EditSet, json::Value(json::Object())); });
-  EXPECT_EQ(e.kind(), ClientError::Kind::Rpc);
-  EXPECT_EQ(e.rpcError(), (protocol::RPCError{-32000, "stale"}));
-  EXPECT_STREQ(e.what(), "velko error -32000: stale");
-}
-
 TEST(IPCClient, PingRequiresTheSameProtocolVersion) {
   TestPeer peer;
   peer.push(PeerStep::result(

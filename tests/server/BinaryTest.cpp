@@ -20,9 +20,6 @@ using velko::testing::TempDir;
 using velko::testing::TestPeer;
 namespace fs = std::filesystem;
 
-constexpr std::string_view kInitialize =
-    R"({"jsonrpc":"2.0","id":1,"method":"initialize","params":{"protocolVersion":"2024-11-05"}})";
-
 std::string toolCall(int id, std::string_view name, std::string_view arguments = "{}") {
   return R"({"jsonrpc":"2.0","id":)" + std::to_string(id) +
          R"(,"method":"tools/call","params":{"name":")" + std::string(name) + R"(","arguments":)" +
@@ -71,14 +68,15 @@ protected:
   const std::string home = velko::testing::passwordHome();
   TempDir fakeHome;
 
-  std::unique_ptr<ServerProcess> start() {
+  std::unique_ptr<ServerProcess> start(const TempDir* in = nullptr) {
     return std::make_unique<ServerProcess>(
-        velko::testing::withPrivateHome(fakeHome.path(), VELKO_MCP_PATH));
+        velko::testing::withPrivateHome((in ? *in : fakeHome).path(), VELKO_MCP_PATH));
   }
 
   /// Sends `lines`, ends the input and returns the replies once the server has exited with 0.
-  std::vector<json::Value> session(const std::vector<std::string>& lines) {
-    auto server = start();
+  std::vector<json::Value> session(const std::vector<std::string>& lines,
+                                   const TempDir* in = nullptr) {
+    auto server = start(in);
     for (const std::string& line : lines) {
       server->send(line);
     }
@@ -97,7 +95,8 @@ protected:
 TEST_F(BinaryTest, AnnouncesTheSocketUnderThePasswordHomeAndServesAHostSessionToTheEnd) {
   auto server = start();
   EXPECT_EQ(server->readErrorLine(), "velko-mcp: ready (socket: " + home + "/.velko/ipc.sock)\n");
-  server->send(kInitialize);
+  server->send(
+      R"({"jsonrpc":"2.0","id":1,"method":"initialize","params":{"protocolVersion":"2024-11-05"}})");
   server->send("");
   server->send("not json");
   server->send(R"([{"jsonrpc":"2.0","id":2,"method":"ping"}])");
@@ -140,12 +139,7 @@ TEST_F(BinaryTest, VelkoPingExplainsAnUnreachableApplication) {
     SCOPED_TRACE(c.name);
     TempDir caseHome;
     c.arrange(caseHome);
-    auto server = std::make_unique<ServerProcess>(
-        velko::testing::withPrivateHome(caseHome.path(), VELKO_MCP_PATH));
-    server->send(toolCall(4, "velko_ping"));
-    server->closeInput();
-    const std::vector<json::Value> replies = protocolLines(server->readToEnd());
-    EXPECT_EQ(server->waitExit(60s), 0);
+    const std::vector<json::Value> replies = session({toolCall(4, "velko_ping")}, &caseHome);
     ASSERT_EQ(replies.size(), 1u);
     EXPECT_EQ(replies[0].at("result").at("isError"), true);
     EXPECT_EQ(firstText(replies[0]).rfind(std::string(c.start) + home + "/.velko/ipc.sock", 0), 0u)

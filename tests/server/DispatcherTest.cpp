@@ -87,9 +87,6 @@ TEST(Dispatcher, AnswersEachLineAsTheProtocolSays) {
       {"unknown notification", R"({"method":"foo"})", std::nullopt},
       {"tools/call with params not an object", R"({"id":1,"method":"tools/call","params":[1]})",
        R"({"jsonrpc":"2.0","id":1,"error":{"code":-32602,"message":"unknown tool ?"}})"},
-      {"tools/call with a fractional name",
-       R"({"id":1,"method":"tools/call","params":{"name":7.25}})",
-       R"({"jsonrpc":"2.0","id":1,"error":{"code":-32602,"message":"unknown tool 7.25"}})"},
       {"tools/call with an object name",
        R"({"id":1,"method":"tools/call","params":{"name":{"a":[true]}}})",
        R"({"jsonrpc":"2.0","id":1,"error":{"code":-32602,"message":"unknown tool {\"a\":[true]}"}})"},
@@ -98,9 +95,6 @@ TEST(Dispatcher, AnswersEachLineAsTheProtocolSays) {
        R"({"jsonrpc":"2.0","id":null,"error":{"code":-32602,"message":"unknown tool velko_nope"}})"},
       {"prompts/get with a number name", R"({"id":1,"method":"prompts/get","params":{"name":1}})",
        R"({"jsonrpc":"2.0","id":1,"error":{"code":-32602,"message":"unknown prompt ?"}})"},
-      {"prompts/get is case-sensitive",
-       R"({"id":1,"method":"prompts/get","params":{"name":"velko_Cull"}})",
-       R"({"jsonrpc":"2.0","id":1,"error":{"code":-32602,"message":"unknown prompt velko_Cull"}})"},
   };
   RecordingCaller caller;
   Dispatcher dispatcher(caller);
