@@ -1,4 +1,3 @@
-#include "core/LocalMask.h"
 #include "core/Uuid.h"
 #include "json/Errors.h"
 #include "json/Writer.h"
@@ -87,20 +86,24 @@ TEST(EditingTools, ChangesWithAPreviewSummariseAndAttachTheImage) {
   }
 }
 
+// "add" creates the mask under a fresh id ("M" below) and tunes it with one setAdjustment per
+// known numeric adjustment.
 TEST(EditingTools, MaskAddBuildsTheShapeAndItsAdjustments) {
   struct Case {
     const char* arguments;
-    core::MaskShape shape;
-    const char* name;        // null: no name sent
-    const char* adjustments; // the setAdjustment ops after "add", as adjustment/value pairs
+    const char* maskOps;
   } cases[] = {
-      {R"({"id":"A"})", core::AiSubjectShape{false}, nullptr, "[]"},
-      {R"({"id":"A","type":"people","name":"Crowd"})", core::AiPeopleShape{false}, "Crowd", "[]"},
+      {R"({"id":"A"})", R"([{"action":"add","id":"M","shape":{"aiSubject":{"inverted":false}}}])"},
+      {R"({"id":"A","type":"people","name":"Crowd"})",
+       R"([{"action":"add","id":"M","shape":{"aiPeople":{"inverted":false}},"name":"Crowd"}])"},
       {R"({"id":"A","type":"radial","adjustments":{"exposure":0.3,"sparkle":1,"contrast":"x"}})",
-       core::RadialShape{{0.5, 0.5}, {0.3, 0.3}, 0.4, false}, nullptr, R"([["exposure",0.3]])"},
+       R"([{"action":"add","id":"M","shape":{"radial":{"center":[0.5,0.5],"radius":[0.3,0.3],)"
+       R"("feather":0.4,"inverted":false}}},)"
+       R"({"action":"setAdjustment","id":"M","adjustment":"exposure","value":0.3}])"},
       {R"({"id":"A","type":"linear","adjustments":{"saturation":0.2,"exposure":-0.1}})",
-       core::LinearShape{{0.5, 0.2}, {0.5, 0.8}}, nullptr,
-       R"([["saturation",0.2],["exposure",-0.1]])"},
+       R"([{"action":"add","id":"M","shape":{"linear":{"start":[0.5,0.2],"end":[0.5,0.8]}}},)"
+       R"({"action":"setAdjustment","id":"M","adjustment":"saturation","value":0.2},)"
+       R"({"action":"setAdjustment","id":"M","adjustment":"exposure","value":-0.1}])"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.arguments);
@@ -111,24 +114,13 @@ TEST(EditingTools, MaskAddBuildsTheShapeAndItsAdjustments) {
     const json::Value& params = *caller.requests[0].params;
     EXPECT_EQ(params.at("ops"), json::Array());
     EXPECT_EQ(params.at("agent"), "claude-mcp");
-    const json::Array& maskOps = params.at("maskOps").as_array();
-    ASSERT_FALSE(maskOps.empty());
-    const json::Object& add = maskOps[0].as_object();
-    EXPECT_EQ(add.at("action"), "add");
-    EXPECT_EQ(add.at("shape"), json::encode(c.shape));
-    EXPECT_EQ(add.contains("name"), c.name != nullptr);
-    if (c.name != nullptr) {
-      EXPECT_EQ(add.at("name"), c.name);
+    const std::string id(params.at("maskOps").at(0).at("id").as_string());
+    EXPECT_TRUE(core::Uuid::parse(id).has_value()) << id;
+    std::string sent = json::toCompact(params.at("maskOps"));
+    for (std::size_t at = sent.find(id); at != std::string::npos; at = sent.find(id)) {
+      sent.replace(at, id.size(), "M");
     }
-    const std::string maskId(add.at("id").as_string());
-    EXPECT_TRUE(core::Uuid::parse(maskId).has_value());
-    json::Array pairs;
-    for (std::size_t i = 1; i < maskOps.size(); ++i) {
-      EXPECT_EQ(maskOps[i].at("action"), "setAdjustment");
-      EXPECT_EQ(maskOps[i].at("id"), add.at("id"));
-      pairs.push_back(json::Array{maskOps[i].at("adjustment"), maskOps[i].at("value")});
-    }
-    EXPECT_EQ(json::Value(pairs), json::parse(c.adjustments));
+    EXPECT_EQ(sent, c.maskOps);
   }
 }
 
@@ -256,49 +248,50 @@ TEST(EditingTools, LookToolsReturnArgumentErrorsAsResults) {
 }
 
 TEST(EditingTools, LutFindsTheLookByIdOrNameAndRemovesWithNone) {
-  {
+  constexpr const char* kLuts =
+      R"({"luts":[{"id":"L1","name":"Été Ärger"},{"id":"l2","name":"Σκιά"}]})";
+  struct Case {
+    const char* arguments;
+    const char* luts;  // the lut.list reply; null: not asked
+    const char* ops;   // the edit.set ops; null: nothing set
+    std::string shown; // the result's text
+  } cases[] = {
+      {R"({"id":"A","lut":"None"})", nullptr,
+       R"([{"kind":"lut","remove":true},{"kind":"lutIntensity","remove":true}])",
+       json::toPretty(json::parse(kEditSetReply))},
+      // Names from any script match whatever their case; ids only as written.
+      {R"({"id":"A","lut":"ÉTÉ ärger","preview":true})", kLuts,
+       R"([{"kind":"lut","string":"L1"},{"kind":"lutIntensity","scalar":1}])",
+       "Applied LUT (version 5)."},
+      {R"({"id":"A","lut":"ΣΚΙΆ"})", kLuts,
+       R"([{"kind":"lut","string":"l2"},{"kind":"lutIntensity","scalar":1}])",
+       json::toPretty(json::parse(kEditSetReply))},
+      {R"({"id":"A","lut":"l2","intensity":-0.5})", kLuts,
+       R"([{"kind":"lut","string":"l2"},{"kind":"lutIntensity","scalar":0}])",
+       json::toPretty(json::parse(kEditSetReply))},
+      {R"({"id":"A","lut":"L2"})", kLuts, nullptr,
+       "no imported LUT 'L2'. Available: Été Ärger, Σκιά"},
+      {R"({"id":"A","lut":"x"})", R"({"luts":[]})", nullptr,
+       "no imported LUT 'x'. Available: (none \u2014 the user imports LUTs in the app)"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.arguments);
     RecordingCaller caller;
-    caller.answer(kEditSetReply);
-    invokeTool("velko_lut", R"({"id":"A","lut":"None"})", caller);
-    ASSERT_EQ(caller.requests.size(), 1u);
-    EXPECT_EQ(sentOps(caller),
-              R"([{"kind":"lut","remove":true},{"kind":"lutIntensity","remove":true}])");
-  }
-  {
-    // Names from any script match whatever their case; ids only as written.
-    constexpr const char* kLuts =
-        R"({"luts":[{"id":"L1","name":"Été Ärger"},{"id":"l2","name":"Σκιά"}]})";
-    RecordingCaller caller;
-    caller.answer(kLuts)
-        .answer(kEditSetReplyWithPreview)
-        .answer(kLuts)
-        .answer(kEditSetReply)
-        .answer(kLuts)
-        .answer(kLuts)
-        .answer(kEditSetReply);
-    ToolResult result =
-        invokeTool("velko_lut", R"({"id":"A","lut":"ÉTÉ ärger","preview":true})", caller);
-    EXPECT_EQ(caller.sent().at(0), "lut.list");
-    EXPECT_EQ(sentOps(caller),
-              R"([{"kind":"lut","string":"L1"},{"kind":"lutIntensity","scalar":1}])");
-    EXPECT_EQ(textAt(result, 0), "Applied LUT (version 5).");
-    invokeTool("velko_lut", R"({"id":"A","lut":"ΣΚΙΆ"})", caller);
-    EXPECT_EQ(sentOps(caller),
-              R"([{"kind":"lut","string":"l2"},{"kind":"lutIntensity","scalar":1}])");
-    result = invokeTool("velko_lut", R"({"id":"A","lut":"L2"})", caller);
-    EXPECT_EQ(json::Value(result),
-              json::Value(textResult("no imported LUT 'L2'. Available: Été Ärger, Σκιά", true)));
-    invokeTool("velko_lut", R"({"id":"A","lut":"l2","intensity":-0.5})", caller);
-    EXPECT_EQ(sentOps(caller),
-              R"([{"kind":"lut","string":"l2"},{"kind":"lutIntensity","scalar":0}])");
-  }
-  {
-    RecordingCaller caller;
-    caller.answer(R"({"luts":[]})");
-    ToolResult result = invokeTool("velko_lut", R"({"id":"A","lut":"x"})", caller);
-    EXPECT_EQ(textAt(result, 0),
-              "no imported LUT 'x'. Available: (none \u2014 the user imports LUTs in the app)");
-    EXPECT_EQ(caller.requests.size(), 1u);
+    if (c.luts != nullptr) {
+      caller.answer(c.luts);
+    }
+    if (c.ops != nullptr) {
+      caller.answer(std::string(c.arguments).find("preview") != std::string::npos
+                        ? kEditSetReplyWithPreview
+                        : kEditSetReply);
+    }
+    const ToolResult result = invokeTool("velko_lut", c.arguments, caller);
+    EXPECT_EQ(caller.requests.size(), (c.luts != nullptr) + (c.ops != nullptr));
+    if (c.ops != nullptr) {
+      EXPECT_EQ(sentOps(caller), c.ops);
+    }
+    EXPECT_EQ(textAt(result, 0), c.shown);
+    EXPECT_EQ(result.at("isError"), c.ops == nullptr);
   }
 }
 
