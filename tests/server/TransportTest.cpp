@@ -1,11 +1,9 @@
 #include "server/Transport.h"
 
 #include "json/Writer.h"
-#include "server/ToolSupport.h"
 
 #include <cmath>
 #include <gtest/gtest.h>
-#include <limits>
 #include <sstream>
 
 namespace velko::server {
@@ -59,25 +57,6 @@ TEST(Transport, ParseMessageKeepsOnlyObjects) {
   std::optional<json::Object> m = parseMessage("{\"method\":\"a\xFFz\"}");
   ASSERT_TRUE(m);
   EXPECT_EQ(m->at("method"), "a\xEF\xBF\xBDz");
-}
-
-TEST(Transport, SendMessageWritesOneCompactLine) {
-  std::ostringstream out, log;
-  Transport transport(out, log);
-  transport.sendResult(json::Value(7), textResult("a/b\n", false));
-  transport.sendError(json::Value("x"), -32601, "method not supported: foo");
-  transport.sendResult(json::Value(nullptr), json::Object());
-  EXPECT_EQ(
-      out.str(),
-      R"({"jsonrpc":"2.0","id":7,"result":{"content":[{"type":"text","text":"a/b\n"}],"isError":false}})"
-      "\n"
-      R"({"jsonrpc":"2.0","id":"x","error":{"code":-32601,"message":"method not supported: foo"}})"
-      "\n"
-      R"({"jsonrpc":"2.0","id":null,"result":{}})"
-      "\n");
-  EXPECT_EQ(log.str(), "");
-  transport.logErr("ready (socket: /h/.velko/ipc.sock)");
-  EXPECT_EQ(log.str(), "velko-mcp: ready (socket: /h/.velko/ipc.sock)\n");
 }
 
 TEST(Transport, UnencodableMessageIsLoggedAndDropped) {
