@@ -133,11 +133,6 @@ TEST(Dispatcher, ToolFailuresBecomeErrorResults) {
       {"client error shows its own text",
        [](RecordingCaller& c) { c.fail(ipc::ClientError::appNotRunning("/s")); },
        ipc::ClientError::appNotRunning("/s").what()},
-      {"application error",
-       [](RecordingCaller& c) {
-         c.fail(ipc::ClientError::rpc({-32000, "stale"}));
-       },
-       "velko error -32000: stale"},
       {"reply that does not decode shows the decoder's text",
        [](RecordingCaller& c) { c.answer(R"({"appVersion":"2"})"); },
        "result.buildStamp: missing required key"},

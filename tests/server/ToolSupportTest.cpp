@@ -63,7 +63,6 @@ struct NeedsId {
 };
 
 TEST(ToolSupport, DecodeArgumentsReadsWholeNumbersAsIntegersAndNeedsAnObject) {
-  EXPECT_EQ(decodeArguments<NeedsId>(json::parse(R"({"id":"a","limit":-2e3})")).limit, -2000);
   EXPECT_EQ(wholeNumbersAsIntegers(json::parse(R"({"a":[1.0,1.5,{"b":-0.0}],"c":"2.0"})")),
             json::parse(R"({"a":[1,1.5,{"b":0}],"c":"2.0"})"));
   try {
