@@ -81,15 +81,6 @@ void expectPropertyFollowsConventions(const json::Value& schema, const std::stri
   }
 }
 
-void expectSchemaFollowsConventions(const Tool& tool) {
-  ASSERT_TRUE(tool.inputSchema.is_object());
-  EXPECT_TRUE(tool.inputSchema.as_object().contains("type") &&
-              tool.inputSchema.at("type") == "object")
-      << tool.name;
-  EXPECT_TRUE(tool.inputSchema.as_object().contains("properties")) << tool.name;
-  expectPropertyFollowsConventions(tool.inputSchema, std::string(tool.name));
-}
-
 TEST(ToolTable, EverySchemaFollowsTheConventions) {
   for (const Tool& tool : toolTable()) {
     ASSERT_TRUE(tool.inputSchema.is_object()) << tool.name;
