@@ -5,7 +5,6 @@
 
 #include <cmath>
 #include <gtest/gtest.h>
-#include <random>
 
 namespace velko::core {
 namespace {
@@ -485,9 +484,8 @@ TEST(EditStack, ApplyGroupsCopiesWholeGroupsAndAdvancesOnce) {
   EXPECT_FALSE(mine.hasValues(EditGroup::Curve));
 }
 
-TEST(EditStack, GeometryKindsAreTheSeventeenFramingKinds) {
+TEST(EditStack, GeometryKindsAreTheKindsOfTheFramingGroups) {
   const auto& g = EditStack::geometryKinds();
-  EXPECT_EQ(g.size(), 17u);
   for (AdjustmentKind k : allAdjustmentKinds()) {
     const bool framing = groupOf(k) == EditGroup::Geometry || groupOf(k) == EditGroup::Frame;
     EXPECT_EQ(std::count(g.begin(), g.end(), k), framing ? 1 : 0) << rawValue(k);
@@ -569,71 +567,6 @@ TEST(HistoryStep, GoldenLiteral) {
   EXPECT_THROW(json::decodeAs<HistoryStep>(json::parse(R"({"id":"x","label":"","stack":{},)"
                                                        R"("date":"2024-05-01T10:00:00Z"})")),
                json::DecodeError);
-}
-
-// ---- Property: random stacks survive encode and decode ----
-
-// Random stacks built from the literal cases above, with random numbers, kinds and dates.
-class RandomStacks {
-public:
-  explicit RandomStacks(unsigned seed) : rng_(seed) {}
-
-  EditStack next() {
-    EditStack s;
-    for (AdjustmentKind k : allAdjustmentKinds()) {
-      if (pick(3) == 0) {
-        const AdjustmentPayload payload =
-            pick(2) == 0 ? AdjustmentPayload(number()) : kPayloadCases[pick(6)].payload;
-        s.values[k] = {k, payload, origin(), at(0) + std::chrono::seconds(pick(100000))};
-      }
-    }
-    s.version = pick(1000) - 10;
-    for (int i = pick(4); i > 0; --i) {
-      s.addMask(mask());
-    }
-    return s;
-  }
-
-private:
-  int pick(int n) { return std::uniform_int_distribution<int>(0, n - 1)(rng_); }
-  // Multiples of 1/1024 print and parse exactly.
-  double number() { return (pick(4096) - 2048) / 1024.0; }
-
-  EditOrigin origin() {
-    const EditOrigin origins[] = {UserOrigin{}, AiOrigin{"agent" + std::to_string(pick(9)), "s"},
-                                  PresetOrigin{"preset"}, UnknownOrigin{}};
-    return origins[pick(4)];
-  }
-
-  LocalMask mask() {
-    LocalMask m;
-    m.id = Uuid::random();
-    m.name = "m" + std::to_string(pick(10));
-    m.shape = kShapeCases[pick(7)].shape;
-    for (int i = pick(4); i > 0; --i) {
-      m.adjustments[adjustmentKindAt(pick(94))] = number();
-    }
-    m.isEnabled = pick(2) == 1;
-    if (pick(2) == 1) {
-      m.refinementList = std::vector<MaskComponent>{
-          {Uuid::random(), kShapeCases[pick(7)].shape, static_cast<CompositeMode>(pick(3))}};
-    }
-    return m;
-  }
-
-  std::mt19937 rng_;
-};
-
-TEST(EditStackJson, RandomStacksRoundTripThroughText) {
-  RandomStacks gen(20240501);
-  for (int i = 0; i < 200; ++i) {
-    SCOPED_TRACE(i);
-    const EditStack s = gen.next();
-    const std::string text = compact(s);
-    const EditStack back = decodeText(text);
-    ASSERT_EQ(back, s) << text;
-    EXPECT_EQ(compact(back), text);
-  }
 }
 
 } // namespace

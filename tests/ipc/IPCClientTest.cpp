@@ -122,37 +122,21 @@ TEST(IPCClient, OverlongPathFailsWithoutConnecting) {
 TEST(IPCClient, PeerThatGoesAwayEndsAsConnectionClosed) {
   TestPeer peer;
   peer.push(PeerStep::closeWithoutReply());
-  peer.push(PeerStep::raw({R"({"id":1,"result":)"})); // closes mid-line
   peer.push(PeerStep::closeUnread());
   IPCClient client(peer.socketPath());
-  for (int i = 0; i < 2; ++i) {
-    ClientError e = clientErrorOf([&] { client.call(IPCMethod::Ping, std::nullopt); });
-    EXPECT_EQ(e.kind(), ClientError::Kind::ConnectionClosed);
-    EXPECT_STREQ(e.what(), "velko closed the connection mid-request");
-  }
-  EXPECT_EQ(peer.requests().size(), 2u);
+  ClientError e = clientErrorOf([&] { client.call(IPCMethod::Ping, std::nullopt); });
+  EXPECT_EQ(e.kind(), ClientError::Kind::ConnectionClosed);
+  EXPECT_STREQ(e.what(), "velko closed the connection mid-request");
   // Far more than a socket buffer holds, so the write meets the closed connection: no SIGPIPE.
   json::Value params = json::Object{{"paths", std::string(4u << 20, 'p')}};
   EXPECT_EQ(clientErrorOf([&] { client.call(IPCMethod::ImportAssets, params); }).kind(),
             ClientError::Kind::ConnectionClosed);
 }
 
-TEST(IPCClient, ErrorRepliesBecomeRpcErrors) {
-  TestPeer peer;
-  peer.push(PeerStep::error(-32000, "stale"));
-  ClientError e = clientErrorOf(
-      [&] { IPCClient(peer.socketPath()).call(IPCMethod::EditSet, json::Value(json::Object())); });
-  EXPECT_EQ(e.kind(), ClientError::Kind::Rpc);
-  EXPECT_EQ(e.rpcError(), (protocol::RPCError{-32000, "stale"}));
-  EXPECT_STREQ(e.what(), "velko error -32000: stale");
-}
-
 TEST(IPCClient, PingRequiresTheSameProtocolVersion) {
   TestPeer peer;
   peer.push(PeerStep::result(
       R"({"appVersion":"3.0","buildStamp":"b","protocolVersion":2,"libraryAuthorized":false,"photoCount":0})"));
-  peer.push(PeerStep::result(
-      R"({"appVersion":"0.9","buildStamp":"b","protocolVersion":0,"libraryAuthorized":false,"photoCount":0})"));
   IPCClient client(peer.socketPath());
   ClientError e = clientErrorOf([&] { client.pingCheckingVersion(); });
   EXPECT_EQ(e.kind(), ClientError::Kind::ProtocolMismatch);
@@ -161,24 +145,6 @@ TEST(IPCClient, PingRequiresTheSameProtocolVersion) {
   EXPECT_STREQ(
       e.what(),
       "protocol mismatch: app speaks v2, this tool speaks v1 \u2014 update the older side");
-  EXPECT_EQ(clientErrorOf([&] { client.pingCheckingVersion(); }).serverVersion(), 0);
-}
-
-TEST(IPCClient, LowerLayerErrorsPassUpUnchanged) {
-  TestPeer peer;
-  peer.push(PeerStep::unterminated());
-  peer.push(PeerStep::line("not json"));
-  peer.push(PeerStep::result(R"({"appVersion":1})"));
-  IPCClient client(peer.socketPath());
-  try {
-    client.call(IPCMethod::PreviewRender, std::nullopt);
-    ADD_FAILURE() << "accepted an unterminated reply";
-  } catch (const protocol::FrameError& e) {
-    EXPECT_EQ(e.kind(), protocol::FrameError::Kind::FrameTooLarge);
-    EXPECT_GT(e.byteCount(), protocol::kMaxFrameBytes);
-  }
-  EXPECT_THROW(client.call(IPCMethod::Ping, std::nullopt), json::DecodeError);
-  EXPECT_THROW(client.pingCheckingVersion(), json::DecodeError);
 }
 
 } // namespace

@@ -13,8 +13,6 @@ TEST(IPCEndpoint, PathsHangOffTheSupportDirectory) {
   EXPECT_EQ(IPCEndpoint::exchangeDir("/Users/u"), "/Users/u/.velko/exchange");
   EXPECT_EQ(IPCEndpoint::legacySocketPath("/Users/u"),
             "/Users/u/Library/Containers/com.velko.app/Data/ipc.sock");
-  // Suffixes are appended as they are.
-  EXPECT_EQ(IPCEndpoint::clientSocketPath("/h/"), "/h//.velko/ipc.sock");
 }
 
 TEST(IPCEndpoint, HomePrefersThePasswordEntry) {
@@ -33,12 +31,6 @@ TEST(IPCEndpoint, HomePrefersThePasswordEntry) {
     EXPECT_EQ(IPCEndpoint::chooseHome(c.passwordHome, c.environmentHome), c.expected);
   }
   EXPECT_EQ(IPCEndpoint::serverSocketPath(), IPCEndpoint::home() + "/.velko/ipc.sock");
-}
-
-TEST(IPCEndpoint, LongHomesPassTheAddressLimit) {
-  // "/.velko/ipc.sock" adds 16 bytes, so from an 88-byte home on the path no longer fits.
-  EXPECT_EQ(IPCEndpoint::clientSocketPath(std::string(87, 'h')).size(), 103u);
-  EXPECT_GT(IPCEndpoint::clientSocketPath(std::string(88, 'h')).size(), IPCEndpoint::kSunPathLimit);
 }
 
 TEST(IPCEndpoint, EndpointInfoMatchesGolden) {

@@ -1,10 +1,7 @@
-#include "core/LocalMask.h"
 #include "core/Uuid.h"
 #include "json/Errors.h"
 #include "json/Writer.h"
 #include "server/RecordingCaller.h"
-#include "server/Tool.h"
-#include "server/ToolSchemaChecks.h"
 #include "server/ToolSupport.h"
 
 #include <gtest/gtest.h>
@@ -15,146 +12,17 @@
 namespace velko::server {
 namespace {
 
-using testing::findTool;
-using testing::propertyNames;
+using testing::invokeTool;
 using testing::RecordingCaller;
-using testing::requiredNames;
-
-std::vector<Tool> editingTable() {
-  std::vector<Tool> table;
-  addEditingTools(table);
-  return table;
-}
-
-TEST(EditingTools, AppendsThirteenRowsInListingOrder) {
-  std::vector<Tool> table = editingTable();
-  EXPECT_EQ(testing::toolNames(table),
-            (std::vector<std::string_view>{
-                "velko_edit_get", "velko_edit_set", "velko_mask", "velko_edit_commit",
-                "velko_preview_render", "velko_edit_reset", "velko_snapshot_list",
-                "velko_snapshot_save", "velko_snapshot_restore", "velko_crop", "velko_lut_list",
-                "velko_lut", "velko_point_color"}));
-}
-
-TEST(EditingTools, DescriptionsKeepTheirExactCharacters) {
-  struct Case {
-    std::string_view tool;
-    std::string_view start;
-    std::string_view inside;
-    std::string_view end;
-  };
-  const Case cases[] = {
-      {"velko_edit_set", "Apply slider changes to a photo's edit stack, atomically. Ops set",
-       "Most adjustments land within \u00b10.3; over-editing",
-       "iterate \u2014 don't dump a big grade in one shot."},
-      {"velko_mask", "Create and tune LOCAL adjustments (masks) \u2014 edits",
-       "clarity, \u2026) as an object, e.g. {\"exposure\": -0.4, \"saturation\": 0.2}.",
-       R"(a 'luminance' mask with {"highlights": -0.5} to tame a bright sky.)"},
-      {"velko_crop", "Set a photo's crop \u2014 a normalized rectangle (0\u20131) of",
-       "a centered square on a 3:2 photo \u2248 {x:0.17, y:0, width:0.66, height:1}.",
-       "set x:0,y:0,width:1,height:1."},
-  };
-  std::vector<Tool> table = editingTable();
-  for (const Case& c : cases) {
-    SCOPED_TRACE(std::string(c.tool) + ": " + std::string(c.inside));
-    std::string_view text = findTool(table, c.tool).description;
-    EXPECT_TRUE(text.starts_with(c.start));
-    EXPECT_NE(text.find(c.inside), std::string_view::npos);
-    EXPECT_TRUE(text.ends_with(c.end));
-    EXPECT_EQ(text.find('\n'), std::string_view::npos);
-  }
-}
-
-TEST(EditingTools, SchemaPropertiesInOrderWithEnumsAndBounds) {
-  std::vector<Tool> table = editingTable();
-  const Tool& mask = findTool(table, "velko_mask");
-  EXPECT_EQ(propertyNames(mask),
-            (std::vector<std::string>{"id", "action", "type", "name", "mask", "adjustments",
-                                      "expectedVersion", "preview"}));
-  const json::Value& p = mask.inputSchema.at("properties");
-  EXPECT_EQ(p.at("action"),
-            json::parse(R"({"type": "string", "enum": ["add", "set", "enable", "disable",
-                           "remove"], "description": "Default 'add'."})"));
-  EXPECT_EQ(p.at("adjustments"), json::parse(R"({"type": "object",
-                           "description": "kind\u2192value, e.g. {\"exposure\": -0.4}. For add and set."})"));
-  EXPECT_EQ(findTool(table, "velko_edit_set").inputSchema.at("properties").at("expectedVersion"),
-            json::parse(R"({"type": "integer", "description":
-          "Version from velko_edit_get/velko_context \u2014 protects the user's concurrent edits."})"));
-  EXPECT_EQ(findTool(table, "velko_edit_set").inputSchema.at("properties").at("ops"),
-            json::parse(R"({"type": "array", "items": {"type": "object",
-      "properties": {"kind": {"type": "string"}, "scalar": {"type": "number"},
-                     "boolean": {"type": "boolean"}, "remove": {"type": "boolean"}}}})"));
-  EXPECT_EQ(findTool(table, "velko_preview_render").inputSchema.at("properties").at("longEdge"),
-            json::parse(R"({"type": "integer", "minimum": 64, "maximum": 1024})"));
-  EXPECT_EQ(requiredNames(findTool(table, "velko_crop")),
-            (std::vector<std::string>{"id", "x", "y", "width", "height"}));
-  EXPECT_EQ(requiredNames(findTool(table, "velko_snapshot_save")),
-            (std::vector<std::string>{"id", "name"}));
-  // A tool without required properties has no "required" key at all.
-  EXPECT_EQ(findTool(table, "velko_lut_list").inputSchema,
-            json::parse(R"({"type": "object", "properties": {}})"));
-}
-
-// ---- Handlers against a recording Caller -----------------------------------------------------
+using testing::textAt;
 
 constexpr const char* kEditSetReply = R"({"newVersion":5,"stack":{"values":{},"version":5}})";
 constexpr const char* kEditSetReplyWithPreview =
     R"({"newVersion":5,"stack":{"values":{},"version":5},"preview":{"pngBase64":"UE5H",)"
     R"("width":512,"height":341,"appliedStackVersion":5,"basedOnOriginal":false}})";
 
-ToolResult invoke(std::string_view name, const char* arguments, RecordingCaller& caller) {
-  std::vector<Tool> table = editingTable();
-  ToolArgs args;
-  if (arguments != nullptr) {
-    args = json::parse(arguments);
-  }
-  return findTool(table, name).invoke(args, caller);
-}
-
-std::string textAt(const ToolResult& result, std::size_t i) {
-  return std::string(result.at("content").at(i).at("text").as_string());
-}
-
 std::string sentOps(const RecordingCaller& caller) {
   return json::toCompact(caller.requests.back().params->at("ops"));
-}
-
-TEST(EditingTools, SimpleToolsSendTheirArgumentsAndShowTheReply) {
-  struct Case {
-    const char* tool;
-    const char* arguments;
-    const char* sent;
-    const char* reply;
-  } cases[] = {
-      {"velko_edit_get", R"({"id":"A","extra":1})", R"(edit.get {"id":"A"})",
-       R"({"stack":{"values":{},"version":5},"version":5})"},
-      {"velko_edit_reset", R"({"id":"A"})", R"(edit.reset {"id":"A"})",
-       R"({"stack":{"values":{},"version":6},"version":6})"},
-      {"velko_edit_commit", R"({"id":"A"})", R"(edit.commit {"id":"A"})",
-       R"({"committed":true,"version":5})"},
-      {"velko_snapshot_list", R"({"id":"A"})", R"(snapshot.list {"id":"A"})",
-       R"({"snapshots":[{"name":"warm","createdAt":"2026-07-12T08:30:00Z"}]})"},
-      {"velko_snapshot_save", R"({"id":"A","name":"warm"})",
-       R"(snapshot.save {"id":"A","name":"warm"})",
-       R"({"name":"warm","createdAt":"2026-07-12T08:30:00Z"})"},
-      {"velko_snapshot_restore", R"({"id":"A","name":"warm"})",
-       R"(snapshot.restore {"id":"A","name":"warm"})",
-       R"({"stack":{"values":{},"version":9},"version":9})"},
-      {"velko_lut_list", R"({"ignored":true})", "lut.list",
-       R"({"luts":[{"id":"L1","name":"Film"}]})"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.tool);
-    RecordingCaller caller;
-    caller.answer(c.reply);
-    ToolResult result = invoke(c.tool, c.arguments, caller);
-    EXPECT_EQ(caller.sent(), std::vector<std::string>{c.sent});
-    EXPECT_EQ(result.at("isError"), false);
-    EXPECT_EQ(textAt(result, 0), json::toPretty(json::parse(c.reply)));
-  }
-  RecordingCaller caller;
-  EXPECT_THROW(invoke("velko_snapshot_save", R"({"id":"A"})", caller), json::DecodeError);
-  EXPECT_TRUE(caller.requests.empty());
 }
 
 TEST(EditingTools, HandlersThatNeedAnIdThrowBeforeCallingTheApp) {
@@ -164,7 +32,7 @@ TEST(EditingTools, HandlersThatNeedAnIdThrowBeforeCallingTheApp) {
       SCOPED_TRACE(std::string(tool) + " " + (arguments ? arguments : "(no arguments)"));
       RecordingCaller caller;
       try {
-        invoke(tool, arguments, caller);
+        invokeTool(tool, arguments, caller);
         ADD_FAILURE() << "no error";
       } catch (const ToolError& e) {
         EXPECT_STREQ(e.what(), "id is required");
@@ -177,7 +45,7 @@ TEST(EditingTools, HandlersThatNeedAnIdThrowBeforeCallingTheApp) {
 TEST(EditingTools, EditSetSendsTheOpsWithTheAgentName) {
   RecordingCaller caller;
   caller.answer(kEditSetReply);
-  ToolResult result = invoke(
+  ToolResult result = invokeTool(
       "velko_edit_set",
       R"({"id":"A","ops":[{"kind":"exposure","scalar":0.7},{"kind":"crop","rect":[[0,0],[1,0.5]]}],)"
       R"("expectedVersion":4.9})",
@@ -188,74 +56,71 @@ TEST(EditingTools, EditSetSendsTheOpsWithTheAgentName) {
                 R"({"kind":"crop","rect":[[0,0],[1,0.5]]}],"maskOps":[],"expectedVersion":4,)"
                 R"("agent":"claude-mcp","preview":false})"});
   EXPECT_EQ(textAt(result, 0), json::toPretty(json::parse(kEditSetReply)));
-
-  // An unknown kind or a missing list fails in decoding, before anything is sent.
-  RecordingCaller strict;
-  EXPECT_THROW(
-      invoke("velko_edit_set", R"({"id":"A","ops":[{"kind":"exposur","scalar":1}]})", strict),
-      json::DecodeError);
-  EXPECT_THROW(invoke("velko_edit_set", R"({"id":"A"})", strict), json::DecodeError);
-  EXPECT_TRUE(strict.requests.empty());
 }
 
-TEST(EditingTools, EditSetWithAPreviewSummarisesAndAttachesTheImage) {
-  RecordingCaller caller;
-  caller.answer(kEditSetReplyWithPreview);
-  ToolResult result =
-      invoke("velko_edit_set",
-             R"({"id":"A","ops":[{"kind":"clarity","remove":true}],"preview":true})", caller);
-  EXPECT_NE(caller.sent().at(0).find(R"("preview":true)"), std::string::npos);
-  EXPECT_EQ(textAt(result, 0),
-            "Applied. newVersion 5. Preview 512\u00d7341 (approximated on the local derivative "
-            "\u2014 iCloud original not downloadable). Judge it against the goal before another "
-            "change.");
-  EXPECT_EQ(json::Value(result.at("content").at(1)),
-            json::parse(R"({"type":"image","data":"UE5H","mimeType":"image/png"})"));
-  EXPECT_EQ(result.at("isError"), false);
+// With a preview the text is a summary and the rendered image follows it.
+TEST(EditingTools, ChangesWithAPreviewSummariseAndAttachTheImage) {
+  struct Case {
+    const char* tool;
+    const char* arguments;
+    const char* text;
+  } cases[] = {
+      {"velko_edit_set", R"({"id":"A","ops":[{"kind":"clarity","remove":true}],"preview":true})",
+       "Applied. newVersion 5. Preview 512\u00d7341 (approximated on the local derivative "
+       "\u2014 iCloud original not downloadable). Judge it against the goal before another "
+       "change."},
+      {"velko_mask", R"({"id":"A","preview":true})",
+       "Applied mask op(s). newVersion 5. The stack's masks list (velko_edit_get) has the mask ids "
+       "to address them next."},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.tool);
+    RecordingCaller caller;
+    caller.answer(kEditSetReplyWithPreview);
+    ToolResult result = invokeTool(c.tool, c.arguments, caller);
+    EXPECT_NE(caller.sent().at(0).find(R"("preview":true)"), std::string::npos);
+    EXPECT_EQ(textAt(result, 0), c.text);
+    EXPECT_EQ(json::Value(result.at("content").at(1)),
+              json::parse(R"({"type":"image","data":"UE5H","mimeType":"image/png"})"));
+    EXPECT_EQ(result.at("isError"), false);
+  }
 }
 
+// "add" creates the mask under a fresh id ("M" below) and tunes it with one setAdjustment per
+// known numeric adjustment.
 TEST(EditingTools, MaskAddBuildsTheShapeAndItsAdjustments) {
   struct Case {
     const char* arguments;
-    core::MaskShape shape;
-    const char* name;        // null: no name sent
-    const char* adjustments; // the setAdjustment ops after "add", as adjustment/value pairs
+    const char* maskOps;
   } cases[] = {
-      {R"({"id":"A"})", core::AiSubjectShape{false}, nullptr, "[]"},
-      {R"({"id":"A","type":"people","name":"Crowd"})", core::AiPeopleShape{false}, "Crowd", "[]"},
+      {R"({"id":"A"})", R"([{"action":"add","id":"M","shape":{"aiSubject":{"inverted":false}}}])"},
+      {R"({"id":"A","type":"people","name":"Crowd"})",
+       R"([{"action":"add","id":"M","shape":{"aiPeople":{"inverted":false}},"name":"Crowd"}])"},
       {R"({"id":"A","type":"radial","adjustments":{"exposure":0.3,"sparkle":1,"contrast":"x"}})",
-       core::RadialShape{{0.5, 0.5}, {0.3, 0.3}, 0.4, false}, nullptr, R"([["exposure",0.3]])"},
+       R"([{"action":"add","id":"M","shape":{"radial":{"center":[0.5,0.5],"radius":[0.3,0.3],)"
+       R"("feather":0.4,"inverted":false}}},)"
+       R"({"action":"setAdjustment","id":"M","adjustment":"exposure","value":0.3}])"},
       {R"({"id":"A","type":"linear","adjustments":{"saturation":0.2,"exposure":-0.1}})",
-       core::LinearShape{{0.5, 0.2}, {0.5, 0.8}}, nullptr,
-       R"([["saturation",0.2],["exposure",-0.1]])"},
+       R"([{"action":"add","id":"M","shape":{"linear":{"start":[0.5,0.2],"end":[0.5,0.8]}}},)"
+       R"({"action":"setAdjustment","id":"M","adjustment":"saturation","value":0.2},)"
+       R"({"action":"setAdjustment","id":"M","adjustment":"exposure","value":-0.1}])"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.arguments);
     RecordingCaller caller;
     caller.answer(kEditSetReply);
-    invoke("velko_mask", c.arguments, caller);
+    invokeTool("velko_mask", c.arguments, caller);
     ASSERT_EQ(caller.requests.size(), 1u);
     const json::Value& params = *caller.requests[0].params;
     EXPECT_EQ(params.at("ops"), json::Array());
     EXPECT_EQ(params.at("agent"), "claude-mcp");
-    const json::Array& maskOps = params.at("maskOps").as_array();
-    ASSERT_FALSE(maskOps.empty());
-    const json::Object& add = maskOps[0].as_object();
-    EXPECT_EQ(add.at("action"), "add");
-    EXPECT_EQ(add.at("shape"), json::encode(c.shape));
-    EXPECT_EQ(add.contains("name"), c.name != nullptr);
-    if (c.name != nullptr) {
-      EXPECT_EQ(add.at("name"), c.name);
+    const std::string id(params.at("maskOps").at(0).at("id").as_string());
+    EXPECT_TRUE(core::Uuid::parse(id).has_value()) << id;
+    std::string sent = json::toCompact(params.at("maskOps"));
+    for (std::size_t at = sent.find(id); at != std::string::npos; at = sent.find(id)) {
+      sent.replace(at, id.size(), "M");
     }
-    const std::string maskId(add.at("id").as_string());
-    EXPECT_TRUE(core::Uuid::parse(maskId).has_value());
-    json::Array pairs;
-    for (std::size_t i = 1; i < maskOps.size(); ++i) {
-      EXPECT_EQ(maskOps[i].at("action"), "setAdjustment");
-      EXPECT_EQ(maskOps[i].at("id"), add.at("id"));
-      pairs.push_back(json::Array{maskOps[i].at("adjustment"), maskOps[i].at("value")});
-    }
-    EXPECT_EQ(json::Value(pairs), json::parse(c.adjustments));
+    EXPECT_EQ(sent, c.maskOps);
   }
 }
 
@@ -278,7 +143,7 @@ TEST(EditingTools, MaskActionsOnAnExistingMask) {
     SCOPED_TRACE(c.arguments);
     RecordingCaller caller;
     caller.answer(kEditSetReply);
-    invoke("velko_mask", c.arguments.c_str(), caller);
+    invokeTool("velko_mask", c.arguments.c_str(), caller);
     ASSERT_EQ(caller.requests.size(), 1u);
     EXPECT_EQ(caller.requests[0].params->at("maskOps"), json::parse(c.maskOps));
   }
@@ -305,22 +170,13 @@ TEST(EditingTools, MaskArgumentErrors) {
     SCOPED_TRACE(c.arguments);
     RecordingCaller caller;
     try {
-      invoke("velko_mask", c.arguments, caller);
+      invokeTool("velko_mask", c.arguments, caller);
       ADD_FAILURE() << "no error";
     } catch (const ToolError& e) {
       EXPECT_STREQ(e.what(), c.error);
     }
     EXPECT_TRUE(caller.requests.empty());
   }
-}
-
-TEST(EditingTools, MaskWithAPreviewSummarises) {
-  RecordingCaller caller;
-  caller.answer(kEditSetReplyWithPreview);
-  ToolResult result = invoke("velko_mask", R"({"id":"A","preview":true})", caller);
-  EXPECT_EQ(textAt(result, 0), "Applied mask op(s). newVersion 5. The stack's masks list "
-                               "(velko_edit_get) has the mask ids to address them next.");
-  EXPECT_EQ(result.at("content").at(1).at("data"), "UE5H");
 }
 
 TEST(EditingTools, PreviewRenderPutsTheImageFirst) {
@@ -330,8 +186,8 @@ TEST(EditingTools, PreviewRenderPutsTheImageFirst) {
   caller.answer(R"({"pngBase64":"QQ==","width":64,"height":48,"appliedStackVersion":7,)"
                 R"("basedOnOriginal":true})");
   ToolResult approximated =
-      invoke("velko_preview_render", R"({"id":"A","longEdge":300.7})", caller);
-  ToolResult exact = invoke("velko_preview_render", R"({"id":"A","longEdge":"big"})", caller);
+      invokeTool("velko_preview_render", R"({"id":"A","longEdge":300.7})", caller);
+  ToolResult exact = invokeTool("velko_preview_render", R"({"id":"A","longEdge":"big"})", caller);
   EXPECT_EQ(caller.sent(), (std::vector<std::string>{R"(preview.render {"id":"A","longEdge":300})",
                                                      R"(preview.render {"id":"A"})"}));
   EXPECT_EQ(
@@ -363,7 +219,7 @@ TEST(EditingTools, CropNormalisesTheRectangle) {
     caller.answer(kEditSetReplyWithPreview);
     std::string arguments(c.arguments);
     arguments.insert(arguments.size() - 1, R"(,"preview":true)");
-    ToolResult result = invoke("velko_crop", arguments.c_str(), caller);
+    ToolResult result = invokeTool("velko_crop", arguments.c_str(), caller);
     EXPECT_EQ(sentOps(caller), std::string(R"([{"kind":"crop","rect":)") + c.rect + "}]");
     EXPECT_EQ(textAt(result, 0), c.summary);
   }
@@ -385,63 +241,64 @@ TEST(EditingTools, LookToolsReturnArgumentErrorsAsResults) {
   for (const Case& c : cases) {
     SCOPED_TRACE(std::string(c.tool) + " " + c.arguments);
     RecordingCaller caller;
-    ToolResult result = invoke(c.tool, c.arguments, caller);
+    ToolResult result = invokeTool(c.tool, c.arguments, caller);
     EXPECT_EQ(json::Value(result), json::Value(textResult(c.error, true)));
     EXPECT_TRUE(caller.requests.empty());
   }
 }
 
 TEST(EditingTools, LutFindsTheLookByIdOrNameAndRemovesWithNone) {
-  {
+  constexpr const char* kLuts =
+      R"({"luts":[{"id":"L1","name":"Été Ärger"},{"id":"l2","name":"Σκιά"}]})";
+  struct Case {
+    const char* arguments;
+    const char* luts;  // the lut.list reply; null: not asked
+    const char* ops;   // the edit.set ops; null: nothing set
+    std::string shown; // the result's text
+  } cases[] = {
+      {R"({"id":"A","lut":"None"})", nullptr,
+       R"([{"kind":"lut","remove":true},{"kind":"lutIntensity","remove":true}])",
+       json::toPretty(json::parse(kEditSetReply))},
+      // Names from any script match whatever their case; ids only as written.
+      {R"({"id":"A","lut":"ÉTÉ ärger","preview":true})", kLuts,
+       R"([{"kind":"lut","string":"L1"},{"kind":"lutIntensity","scalar":1}])",
+       "Applied LUT (version 5)."},
+      {R"({"id":"A","lut":"ΣΚΙΆ"})", kLuts,
+       R"([{"kind":"lut","string":"l2"},{"kind":"lutIntensity","scalar":1}])",
+       json::toPretty(json::parse(kEditSetReply))},
+      {R"({"id":"A","lut":"l2","intensity":-0.5})", kLuts,
+       R"([{"kind":"lut","string":"l2"},{"kind":"lutIntensity","scalar":0}])",
+       json::toPretty(json::parse(kEditSetReply))},
+      {R"({"id":"A","lut":"L2"})", kLuts, nullptr,
+       "no imported LUT 'L2'. Available: Été Ärger, Σκιά"},
+      {R"({"id":"A","lut":"x"})", R"({"luts":[]})", nullptr,
+       "no imported LUT 'x'. Available: (none \u2014 the user imports LUTs in the app)"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.arguments);
     RecordingCaller caller;
-    caller.answer(kEditSetReply);
-    invoke("velko_lut", R"({"id":"A","lut":"None"})", caller);
-    ASSERT_EQ(caller.requests.size(), 1u);
-    EXPECT_EQ(sentOps(caller),
-              R"([{"kind":"lut","remove":true},{"kind":"lutIntensity","remove":true}])");
-  }
-  {
-    // Names from any script match whatever their case; ids only as written.
-    constexpr const char* kLuts =
-        R"({"luts":[{"id":"L1","name":"Été Ärger"},{"id":"l2","name":"Σκιά"}]})";
-    RecordingCaller caller;
-    caller.answer(kLuts)
-        .answer(kEditSetReplyWithPreview)
-        .answer(kLuts)
-        .answer(kEditSetReply)
-        .answer(kLuts)
-        .answer(kLuts)
-        .answer(kEditSetReply);
-    ToolResult result =
-        invoke("velko_lut", R"({"id":"A","lut":"ÉTÉ ärger","preview":true})", caller);
-    EXPECT_EQ(caller.sent().at(0), "lut.list");
-    EXPECT_EQ(sentOps(caller),
-              R"([{"kind":"lut","string":"L1"},{"kind":"lutIntensity","scalar":1}])");
-    EXPECT_EQ(textAt(result, 0), "Applied LUT (version 5).");
-    invoke("velko_lut", R"({"id":"A","lut":"ΣΚΙΆ"})", caller);
-    EXPECT_EQ(sentOps(caller),
-              R"([{"kind":"lut","string":"l2"},{"kind":"lutIntensity","scalar":1}])");
-    result = invoke("velko_lut", R"({"id":"A","lut":"L2"})", caller);
-    EXPECT_EQ(json::Value(result),
-              json::Value(textResult("no imported LUT 'L2'. Available: Été Ärger, Σκιά", true)));
-    invoke("velko_lut", R"({"id":"A","lut":"l2","intensity":-0.5})", caller);
-    EXPECT_EQ(sentOps(caller),
-              R"([{"kind":"lut","string":"l2"},{"kind":"lutIntensity","scalar":0}])");
-  }
-  {
-    RecordingCaller caller;
-    caller.answer(R"({"luts":[]})");
-    ToolResult result = invoke("velko_lut", R"({"id":"A","lut":"x"})", caller);
-    EXPECT_EQ(textAt(result, 0),
-              "no imported LUT 'x'. Available: (none \u2014 the user imports LUTs in the app)");
-    EXPECT_EQ(caller.requests.size(), 1u);
+    if (c.luts != nullptr) {
+      caller.answer(c.luts);
+    }
+    if (c.ops != nullptr) {
+      caller.answer(std::string(c.arguments).find("preview") != std::string::npos
+                        ? kEditSetReplyWithPreview
+                        : kEditSetReply);
+    }
+    const ToolResult result = invokeTool("velko_lut", c.arguments, caller);
+    EXPECT_EQ(caller.requests.size(), (c.luts != nullptr) + (c.ops != nullptr));
+    if (c.ops != nullptr) {
+      EXPECT_EQ(sentOps(caller), c.ops);
+    }
+    EXPECT_EQ(textAt(result, 0), c.shown);
+    EXPECT_EQ(result.at("isError"), c.ops == nullptr);
   }
 }
 
 TEST(EditingTools, PointColorSendsTheWholeTargetList) {
   RecordingCaller caller;
   caller.answer(kEditSetReply).answer(kEditSetReplyWithPreview);
-  invoke(
+  invokeTool(
       "velko_point_color",
       R"({"id":"A","targets":[{"targetHue":0.6,"targetSat":0.5,"targetLum":0.4,"sat":0.2,"lum":-1.5}]})",
       caller);
@@ -449,7 +306,7 @@ TEST(EditingTools, PointColorSendsTheWholeTargetList) {
             R"([{"kind":"pointColor","pointColors":[{"targetHue":0.6,"targetSat":0.5,)"
             R"("targetLum":0.4,"hue":0,"sat":0.2,"lum":-1.5,"range":0.5}]}])");
   ToolResult cleared =
-      invoke("velko_point_color", R"({"id":"A","targets":[],"preview":true})", caller);
+      invokeTool("velko_point_color", R"({"id":"A","targets":[],"preview":true})", caller);
   EXPECT_EQ(sentOps(caller), R"([{"kind":"pointColor","pointColors":[]}])");
   EXPECT_EQ(textAt(cleared, 0), "Set 0 point-color target(s) (version 5).");
 }

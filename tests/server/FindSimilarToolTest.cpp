@@ -120,12 +120,5 @@ TEST(FindSimilarTool, ThumbnailsForTheNearestSixOnly) {
   EXPECT_EQ(content[6].at("text"), "m4 (distance 0.494)");
 }
 
-TEST(FindSimilarTool, FailedSearchIsThrown) {
-  RecordingCaller caller;
-  caller.fail(ipc::ClientError::rpc({-32603, "feature prints unavailable"}));
-  EXPECT_THROW(runFindSimilar(json::parse(R"({"image":"abc"})"), caller), ipc::ClientError);
-  EXPECT_EQ(caller.requests.size(), 1u);
-}
-
 } // namespace
 } // namespace velko::server

@@ -37,48 +37,17 @@ TEST(Prompts, TextsQuoteTheArgumentOrUseTheDefault) {
                                                "the look the user describes. Follow"));
 }
 
+// Paragraphs are separated by one blank line and hold no line feed of their own.
 TEST(Prompts, TextsAreParagraphsWithoutTrailingNewline) {
-  struct Case {
-    const char* name;
-    std::string text;
-    std::size_t paragraphs;
-    const char* lastStart;
-    const char* fourSpaceRun;
-  } cases[] = {
-      {"cull", cullWorkflowText("x"), 8, "Anything that changes Apple Photos itself \u2014 saving",
-       "it filters    by date, place, rating, flag, edited, video, favorites, and content),    "
-       "and"},
-      {"edit", editWorkflowText("x"), 7, "6. DELIVER. When it genuinely matches",
-       "(most    adjustments land within \u00b10.3)"},
-      {"describe", std::string(describeWorkflowText()), 6,
-       "This is metadata only \u2014 you never change the photos' pixels.",
-       "It returns a batch of    photo ids"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    const std::vector<std::string> parts = paragraphs(c.text);
-    ASSERT_EQ(parts.size(), c.paragraphs);
-    EXPECT_TRUE(startsWith(parts.back(), c.lastStart));
-    EXPECT_NE(c.text.find(c.fourSpaceRun), std::string::npos);
-    EXPECT_NE(c.text.back(), '\n');
-    for (const std::string& p : parts) {
+  for (const std::string& text :
+       {cullWorkflowText("x"), editWorkflowText("x"), std::string(describeWorkflowText())}) {
+    SCOPED_TRACE(text.substr(0, 40));
+    EXPECT_NE(text.back(), '\n');
+    for (const std::string& p : paragraphs(text)) {
       EXPECT_EQ(p.find('\n'), std::string::npos) << p;
       EXPECT_FALSE(p.empty());
     }
   }
-  EXPECT_EQ(paragraphs(describeWorkflowText())[1].substr(0, 22), "1. CHECK THE BACKLOG. ");
-}
-
-TEST(Prompts, ListEntries) {
-  EXPECT_EQ(json::toCompact(describePromptListEntry()),
-            R"({"name":"velko_describe","description":"Build the AI photo map: describe every )"
-            R"(photo (grounded caption + tags) in a resumable loop so the library becomes )"
-            R"(searchable by content. Takes no arguments )"
-            "\u2014"
-            R"( it works through whatever still needs describing.","arguments":[]})");
-  EXPECT_EQ(json::toCompact(cullPromptListEntry().at("arguments")),
-            R"([{"name":"scope","description":"Which photos to work through (e.g. 'yesterday', )"
-            R"('near the beach', 'the selected photos', 'my 4-star picks').","required":false}])");
 }
 
 TEST(Prompts, RenderReadsArgumentsLeniently) {

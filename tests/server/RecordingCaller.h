@@ -1,16 +1,18 @@
 // A Caller that records every request and answers from a script, for driving tool handlers and
-// the dispatcher without a socket.
+// the dispatcher without a socket; and a helper that runs one row of the tool table.
 #pragma once
 
 #include "ipc/Caller.h"
 #include "json/Value.h"
 #include "json/Writer.h"
 #include "protocol/IPCMethod.h"
+#include "server/ToolTable.h"
 
 #include <deque>
 #include <exception>
 #include <gtest/gtest.h>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -74,5 +76,19 @@ public:
 private:
   std::deque<std::variant<json::Value, std::exception_ptr>> script_;
 };
+
+/// Runs the tool-table row `name` with `arguments` (JSON text; null: no arguments key).
+inline ToolResult invokeTool(std::string_view name, const char* arguments, ipc::Caller& caller) {
+  const Tool* row = findTool(name);
+  if (row == nullptr) {
+    throw std::runtime_error("no tool " + std::string(name));
+  }
+  return row->invoke(arguments ? ToolArgs(json::parse(arguments)) : ToolArgs(), caller);
+}
+
+/// The text of a tool result's i-th content item.
+inline std::string textAt(const ToolResult& result, std::size_t i = 0) {
+  return std::string(result.at("content").at(i).at("text").as_string());
+}
 
 } // namespace velko::server::testing

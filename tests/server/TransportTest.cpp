@@ -1,11 +1,9 @@
 #include "server/Transport.h"
 
 #include "json/Writer.h"
-#include "server/ToolSupport.h"
 
 #include <cmath>
 #include <gtest/gtest.h>
-#include <limits>
 #include <sstream>
 
 namespace velko::server {
@@ -61,25 +59,6 @@ TEST(Transport, ParseMessageKeepsOnlyObjects) {
   EXPECT_EQ(m->at("method"), "a\xEF\xBF\xBDz");
 }
 
-TEST(Transport, SendMessageWritesOneCompactLine) {
-  std::ostringstream out, log;
-  Transport transport(out, log);
-  transport.sendResult(json::Value(7), textResult("a/b\n", false));
-  transport.sendError(json::Value("x"), -32601, "method not supported: foo");
-  transport.sendResult(json::Value(nullptr), json::Object());
-  EXPECT_EQ(
-      out.str(),
-      R"({"jsonrpc":"2.0","id":7,"result":{"content":[{"type":"text","text":"a/b\n"}],"isError":false}})"
-      "\n"
-      R"({"jsonrpc":"2.0","id":"x","error":{"code":-32601,"message":"method not supported: foo"}})"
-      "\n"
-      R"({"jsonrpc":"2.0","id":null,"result":{}})"
-      "\n");
-  EXPECT_EQ(log.str(), "");
-  transport.logErr("ready (socket: /h/.velko/ipc.sock)");
-  EXPECT_EQ(log.str(), "velko-mcp: ready (socket: /h/.velko/ipc.sock)\n");
-}
-
 TEST(Transport, UnencodableMessageIsLoggedAndDropped) {
   struct Case {
     const char* name;
@@ -100,14 +79,6 @@ TEST(Transport, UnencodableMessageIsLoggedAndDropped) {
     transport.sendResult(json::Value(2), json::Object());
     EXPECT_EQ(out.str(), "{\"jsonrpc\":\"2.0\",\"id\":2,\"result\":{}}\n");
   }
-}
-
-TEST(Transport, ToolResultShapes) {
-  EXPECT_EQ(json::toCompact(textResult("x", true)),
-            R"({"content":[{"type":"text","text":"x"}],"isError":true})");
-  EXPECT_EQ(json::toCompact(textPlusImageResult("s", "")),
-            R"({"content":[{"type":"text","text":"s"},)"
-            R"({"type":"image","data":"","mimeType":"image/png"}],"isError":false})");
 }
 
 } // namespace
