@@ -360,10 +360,21 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
   // Flat: the same idle descriptors, and memory that a second phase as long as the first did
   // not grow by more than an eighth (allocator arenas and the image cache settle in the first).
   EXPECT_LE(fdsAfter, fdsBefore + 1) << fdsBefore << " descriptors before, " << fdsAfter << " after";
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer) // clang's spelling of GCC's __SANITIZE_ADDRESS__
+#define VELKO_UNDER_ASAN 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__) || defined(VELKO_UNDER_ASAN)
+  // AddressSanitizer holds freed blocks in quarantine, so resident memory grows with the work
+  // done, by design; its leak checker covers this build, and the Release build checks memory.
+  (void)mcpBefore;
+#else
   EXPECT_LE(rssAfter, rssBefore + rssBefore / 8) << rssBefore << " KiB before, " << rssAfter << " after";
   for (std::size_t i = 0; i < clients.size(); ++i) {
     EXPECT_LE(residentKiB(clients[i]->pid()), mcpBefore[i] + mcpBefore[i] / 8 + 512) << "velko-mcp " << i;
   }
+#endif
 
   std::size_t calls = 0;
   for (const auto& [kind, v] : millis) {
