@@ -271,21 +271,27 @@ struct Settings {
   }
 
   /// The tone functions on one perceptual value, before the per-channel curve.
+  /// It runs for every entry of a 65,536-entry table, so integer powers are products and the
+  /// powers that change nothing are skipped.
   double tone(double x) const {
-    x = clamp01(x + whites * 0.2 * std::pow(x, 4));
-    x = clamp01(x + blacks * 0.2 * std::pow(1 - x, 4));
+    x = clamp01(x + whites * 0.2 * (x * x) * (x * x));
+    const double z = 1 - x;
+    x = clamp01(x + blacks * 0.2 * (z * z) * (z * z));
     // Both bumps keep the curve monotone for amounts in -1..1 and leave 0 and 1 in place.
-    x += shadows * x * std::pow(1 - x, 3);
-    x += highlights * std::pow(x, 3) * (1 - x);
+    const double w = 1 - x;
+    x += shadows * x * (w * w * w);
+    x += highlights * (x * x * x) * (1 - x);
     // Contrast: two power segments meeting at mid-grey with the given slope there.
-    const double mid = toPerceptual(0.18);
-    x = x < mid ? mid * std::pow(x / mid, contrast)
-                : 1 - (1 - mid) * std::pow((1 - x) / (1 - mid), contrast);
+    static const double mid = toPerceptual(0.18);
+    if (contrast != 1) {
+      x = x < mid ? mid * std::pow(x / mid, contrast)
+                  : 1 - (1 - mid) * std::pow((1 - x) / (1 - mid), contrast);
+    }
     if (master) {
       x = (*master)(x);
     }
     x = clamp01((x - levelsBlack) / std::max(levelsWhite - levelsBlack, 1e-3));
-    return std::pow(x, std::exp2(-levelsGamma));
+    return levelsGamma == 0 ? x : std::pow(x, std::exp2(-levelsGamma));
   }
 };
 
@@ -344,13 +350,18 @@ constexpr int kToneEntries = 65536;
 /// shadows), giving the toned linear value. Values past white are clipped to white.
 VImage applyTone(const VImage& rgb, const Settings& s) {
   std::vector<float> table(static_cast<std::size_t>(kToneEntries) * 3);
+  const bool sameForAll = !s.channel[0] && !s.channel[1] && !s.channel[2];
   for (int i = 0; i < kToneEntries; ++i) {
-    const double v = std::pow(static_cast<double>(i) / (kToneEntries - 1), 2);
-    const double toned = s.tone(toPerceptual(v));
-    for (int c = 0; c < 3; ++c) {
-      const auto& curve = s.channel[static_cast<std::size_t>(c)];
-      table[static_cast<std::size_t>(i) * 3 + static_cast<std::size_t>(c)] =
-          static_cast<float>(toLinear(curve ? (*curve)(toned) : toned));
+    const double root = static_cast<double>(i) / (kToneEntries - 1);
+    const double toned = s.tone(toPerceptual(root * root));
+    float* entry = &table[static_cast<std::size_t>(i) * 3];
+    if (sameForAll) {
+      entry[0] = entry[1] = entry[2] = static_cast<float>(toLinear(toned));
+      continue;
+    }
+    for (std::size_t c = 0; c < 3; ++c) {
+      const auto& curve = s.channel[c];
+      entry[c] = static_cast<float>(toLinear(curve ? (*curve)(toned) : toned));
     }
   }
   const VImage index = (positive(rgb).pow(0.5) * (kToneEntries - 1) + 0.5).cast(VIPS_FORMAT_USHORT);
