@@ -33,12 +33,31 @@ std::string formatDate(Date date) {
   const auto days = floor<std::chrono::days>(date);
   const year_month_day ymd{days};
   const hh_mm_ss hms{date - days};
-  char buf[32];
-  std::snprintf(buf, sizeof buf, "%04d-%02u-%02uT%02d:%02d:%02dZ", static_cast<int>(ymd.year()),
-                static_cast<unsigned>(ymd.month()), static_cast<unsigned>(ymd.day()),
-                static_cast<int>(hms.hours().count()), static_cast<int>(hms.minutes().count()),
-                static_cast<int>(hms.seconds().count()));
-  return buf;
+  const int year = static_cast<int>(ymd.year());
+  const auto hours = static_cast<int>(hms.hours().count());
+  const auto minutes = static_cast<int>(hms.minutes().count());
+  const auto seconds = static_cast<int>(hms.seconds().count());
+  if (year < 0 || year > 9999) {
+    char buf[48];
+    std::snprintf(buf, sizeof buf, "%04d-%02u-%02uT%02d:%02d:%02dZ", year,
+                  static_cast<unsigned>(ymd.month()), static_cast<unsigned>(ymd.day()), hours,
+                  minutes, seconds);
+    return buf;
+  }
+  // Every record of a listing carries dates, so the common case is written digit by digit.
+  std::string out = "0000-00-00T00:00:00Z";
+  auto put = [&](std::size_t at, int value, int digits) {
+    for (int i = digits - 1; i >= 0; --i, value /= 10) {
+      out[at + static_cast<std::size_t>(i)] = static_cast<char>('0' + value % 10);
+    }
+  };
+  put(0, year, 4);
+  put(5, static_cast<int>(static_cast<unsigned>(ymd.month())), 2);
+  put(8, static_cast<int>(static_cast<unsigned>(ymd.day())), 2);
+  put(11, hours, 2);
+  put(14, minutes, 2);
+  put(17, seconds, 2);
+  return out;
 }
 
 std::optional<Date> parseDate(std::string_view text) {

@@ -1,0 +1,60 @@
+// The record path of a tool call, where the assistant waits most: a library.list reply of 100 or
+// 500 photos parsed, decoded into its records, and written as the pretty, key-sorted text the
+// assistant reads. Bytes per second are of the reply.
+#include "json/Codec.h"
+#include "json/Value.h"
+#include "json/Writer.h"
+#include "protocol/LibraryRecords.h"
+#include "server/ToolSupport.h"
+
+#include <benchmark/benchmark.h>
+#include <chrono>
+#include <cstdio>
+#include <malloc.h>
+
+namespace {
+
+using namespace velko;
+
+/// A reply line as velko-headless writes it: photos with every field a camera file gives.
+std::string listReply(int photos) {
+  protocol::ListResult result;
+  for (int i = 0; i < photos; ++i) {
+    core::PhotoSummary p;
+    char id[64];
+    std::snprintf(id, sizeof id, "%08X-1C2D-4E5F-8A9B-%012d/L0/001", 0x3A7F0000 + i, i);
+    p.id = id;
+    p.pixelWidth = 6000;
+    p.pixelHeight = 4000;
+    p.creationDate = json::Date(std::chrono::seconds(1'700'000'000 + 3600 * i));
+    p.modificationDate = json::Date(std::chrono::seconds(1'700'100'000 + 60 * i));
+    p.formatLabel = i % 7 == 0 ? "HEIC" : "JPEG";
+    p.latitude = 48.856613 + 0.001 * i;
+    p.longitude = 2.352222 - 0.0007 * i;
+    p.isFavorite = i % 5 == 0;
+    p.canEditContent = p.canEditProperties = p.canDelete = true;
+    p.hasAdjustments = i % 3 == 0;
+    result.photos.push_back(std::move(p));
+  }
+  result.nextCursor = photos;
+  return json::toCompact(json::Object{{"jsonrpc", "2.0"}, {"id", 7}, {"result", json::encode(result)}});
+}
+
+void BM_ListReplyToText(benchmark::State& state) {
+  // As velko-mcp's main sets them: large buffers stay in the heap from call to call.
+  mallopt(M_MMAP_THRESHOLD, 32 << 20);
+  mallopt(M_TRIM_THRESHOLD, 128 << 20);
+  const std::string line = listReply(static_cast<int>(state.range(0)));
+  for (auto _ : state) {
+    const json::Value reply = json::parse(line);
+    const auto records = json::decodeAs<protocol::ListResult>(reply.at("result"));
+    benchmark::DoNotOptimize(server::jsonTextResult(records));
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * line.size()));
+  state.counters["replyKiB"] = static_cast<double>(line.size()) / 1024;
+}
+BENCHMARK(BM_ListReplyToText)->Arg(100)->Arg(500)->Unit(benchmark::kMicrosecond);
+
+} // namespace
+
+BENCHMARK_MAIN();
