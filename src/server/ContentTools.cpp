@@ -14,7 +14,11 @@ namespace {
 
 // clang-format off
 constexpr std::string_view kFindSimilarText =
-    R"txt(Find catalog photos that LOOK LIKE a given image — visual similarity (composition, colour, subject), not keyword match. Give it ONE of: "path" (a file on disk — best for an image the user shared/attached; save it and pass the path), "image" (base64 PNG/JPEG), or "id" (an existing catalog photo, i.e. "more like this one"). Returns the closest matches, nearest first, WITH thumbnail images so you can show the user immediately, plus their ids for follow-up (rate/flag/collect). Matching uses on-device Vision feature prints from the description pass; if "indexed" is 0 the pass hasn't run yet — tell the user to let descriptions finish. Everything stays on-device.)txt";
+    "Find catalog photos that LOOK LIKE a given image — visual similarity (composition, colour, subject), not keyword match. "
+    "Give it ONE of: \"path\" (a file on disk — best for an image the user shared/attached; save it and pass the path), \"image\" (base64 PNG/JPEG), or \"id\" (an existing catalog photo, i.e. \"more like this one\"). "
+    "Returns the closest matches, nearest first, WITH thumbnail images so you can show the user immediately, plus their ids for follow-up (rate/flag/collect). "
+    "Matching uses on-device Vision feature prints from the description pass; if \"indexed\" is 0 the pass hasn't run yet — tell the user to let descriptions finish. "
+    "Everything stays on-device.";
 constexpr std::string_view kFindSimilarSchema = R"json({
   "type": "object",
   "properties": {
@@ -26,7 +30,10 @@ constexpr std::string_view kFindSimilarSchema = R"json({
 })json";
 
 constexpr std::string_view kImportText =
-    R"txt(Import image files from disk into the Apple Photos library. Give {paths: [...]} (absolute or ~-relative). This server stages each file where the app can read it, then imports; returns the new photo ids. Apple Photos libraries only.)txt";
+    "Import image files from disk into the Apple Photos library. "
+    "Give {paths: [...]} (absolute or ~-relative). "
+    "This server stages each file where the app can read it, then imports; returns the new photo ids. "
+    "Apple Photos libraries only.";
 constexpr std::string_view kImportSchema = R"json({
   "type": "object",
   "properties": {

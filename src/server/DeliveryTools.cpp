@@ -16,7 +16,11 @@ using protocol::IPCMethod;
 
 // clang-format off
 constexpr std::string_view kExportText =
-    R"txt(Export photos (WITH their edits) to real files on disk — the endpoint for "cull, edit, then hand off the keepers". Give {ids, directory}; each photo is rendered and written to that folder. Optional: format (jpeg | heic | png | tiff16, default jpeg), longEdge (px on the long side; omit for full resolution), quality (0–1, lossy formats), colorSpace (sRGB | displayP3), filenamePrefix (files become prefix-1.jpg, prefix-2.jpg, …; otherwise a per-photo name is used). Returns the written file paths. The app renders; this server writes the files, so it works despite the app sandbox.)txt";
+    "Export photos (WITH their edits) to real files on disk — the endpoint for \"cull, edit, then hand off the keepers\". "
+    "Give {ids, directory}; each photo is rendered and written to that folder. "
+    "Optional: format (jpeg | heic | png | tiff16, default jpeg), longEdge (px on the long side; omit for full resolution), quality (0–1, lossy formats), colorSpace (sRGB | displayP3), filenamePrefix (files become prefix-1.jpg, prefix-2.jpg, …; otherwise a per-photo name is used). "
+    "Returns the written file paths. "
+    "The app renders; this server writes the files, so it works despite the app sandbox.";
 constexpr std::string_view kExportSchema = R"json({
   "type": "object",
   "properties": {
@@ -32,7 +36,11 @@ constexpr std::string_view kExportSchema = R"json({
 })json";
 
 constexpr std::string_view kVideoCommitText =
-    R"txt(Render a VIDEO with its edits and (optionally) trim it, then write it back to Apple Photos — the video equivalent of velko_edit_commit. Set the color grade first with velko_edit_set on the video's id (the same adjustments as stills apply per frame); this bakes and exports it. Optional startSeconds / endSeconds trim the clip. DESTRUCTIVE — only when the user explicitly asks; the write is non-destructive/revertible in Photos, but the tool is unavailable unless the user enabled saving (if it's not listed, don't try). Non-destructive edits stay live in velko until then.)txt";
+    "Render a VIDEO with its edits and (optionally) trim it, then write it back to Apple Photos — the video equivalent of velko_edit_commit. "
+    "Set the color grade first with velko_edit_set on the video's id (the same adjustments as stills apply per frame); this bakes and exports it. "
+    "Optional startSeconds / endSeconds trim the clip. "
+    "DESTRUCTIVE — only when the user explicitly asks; the write is non-destructive/revertible in Photos, but the tool is unavailable unless the user enabled saving (if it's not listed, don't try). "
+    "Non-destructive edits stay live in velko until then.";
 constexpr std::string_view kVideoCommitSchema = R"json({
   "type": "object",
   "properties": {
@@ -44,7 +52,12 @@ constexpr std::string_view kVideoCommitSchema = R"json({
 })json";
 
 constexpr std::string_view kMakeMovieText =
-    R"txt(Assemble video clips into a movie project and open the timeline editor. Give {ids} (video clip localIdentifiers, in the order you want them) and an optional name. Non-video ids are skipped. Great for "make a highlight reel from these clips" — pair with velko_query (videoOnly:true) to find them first. Returns the movie's id, clip count, and duration. Non-destructive: a movie references clips; it doesn't change Photos.)txt";
+    "Assemble video clips into a movie project and open the timeline editor. "
+    "Give {ids} (video clip localIdentifiers, in the order you want them) and an optional name. "
+    "Non-video ids are skipped. "
+    "Great for \"make a highlight reel from these clips\" — pair with velko_query (videoOnly:true) to find them first. "
+    "Returns the movie's id, clip count, and duration. "
+    "Non-destructive: a movie references clips; it doesn't change Photos.";
 constexpr std::string_view kMakeMovieSchema = R"json({
   "type": "object",
   "properties": {

@@ -26,11 +26,14 @@ constexpr std::string_view kNoFocusNotice =
 
 // clang-format off
 constexpr std::string_view kPingText =
-    R"txt(Check that the velko app is running and reachable; returns photo count, app version, and protocol version. Call this first.)txt";
+    "Check that the velko app is running and reachable; returns photo count, app version, and protocol version. "
+    "Call this first.";
 constexpr std::string_view kPingSchema = R"json({"type": "object", "properties": {}})json";
 
 constexpr std::string_view kListText =
-    R"txt(Page through the photo library, newest first. Returns photo summaries (id, dimensions, dates, GPS, favorite/hidden, video/live-photo flags). Pass nextCursor back as cursor for the next page.)txt";
+    "Page through the photo library, newest first. "
+    "Returns photo summaries (id, dimensions, dates, GPS, favorite/hidden, video/live-photo flags). "
+    "Pass nextCursor back as cursor for the next page.";
 constexpr std::string_view kListSchema = R"json({
   "type": "object",
   "properties": {
@@ -40,15 +43,20 @@ constexpr std::string_view kListSchema = R"json({
 })json";
 
 constexpr std::string_view kContextText =
-    R"txt(START HERE for anything about the user's current photo. Whenever the user says 'the photo I'm editing', 'this photo', 'what I'm looking at', 'make it warmer', etc. — call this FIRST instead of asking which photo. Returns: whether the develop editor is open and on which photo, the grid selection, the focused photo's id + metadata + current edit stack (with version), AND a preview image of the focused photo so you can SEE what you're working with. Use focusId for follow-up edit calls, and the stack version as expectedVersion.)txt";
+    "START HERE for anything about the user's current photo. "
+    "Whenever the user says 'the photo I'm editing', 'this photo', 'what I'm looking at', 'make it warmer', etc. — call this FIRST instead of asking which photo. "
+    "Returns: whether the develop editor is open and on which photo, the grid selection, the focused photo's id + metadata + current edit stack (with version), AND a preview image of the focused photo so you can SEE what you're working with. "
+    "Use focusId for follow-up edit calls, and the stack version as expectedVersion.";
 constexpr std::string_view kContextSchema = R"json({"type": "object", "properties": {}})json";
 
 constexpr std::string_view kSelectionText =
-    R"txt(Just the raw grid selection (ids + primary). Prefer velko_context, which also tells you what's open in the editor and includes a preview image. Use this only when you need the bare id list.)txt";
+    "Just the raw grid selection (ids + primary). "
+    "Prefer velko_context, which also tells you what's open in the editor and includes a preview image. "
+    "Use this only when you need the bare id list.";
 constexpr std::string_view kSelectionSchema = R"json({"type": "object", "properties": {}})json";
 
 constexpr std::string_view kGetText =
-    R"txt(Full record for one photo: summary plus velko metadata (rating 0-5, flag, color label, whether it has an edit stack).)txt";
+    "Full record for one photo: summary plus velko metadata (rating 0-5, flag, color label, whether it has an edit stack).";
 constexpr std::string_view kGetSchema = R"json({
   "type": "object",
   "properties": {"id": {"type": "string"}},
@@ -56,7 +64,13 @@ constexpr std::string_view kGetSchema = R"json({
 })json";
 
 constexpr std::string_view kQueryText =
-    R"txt(Find photos in the library by attributes — date range, location (latitude/longitude + radiusMeters), minimum rating, flag, edited-only, video-only, favorites, and free-text over the AI description (caption/keywords/scene/OCR). All filters are optional and AND-combined. This is the RIGHT tool for "what did I shoot yesterday", "photos near the beach", "my 4-star picks", "photos of a dog" — use it instead of paging velko_list or shelling out. Set show:true (with a short title like "Photos from yesterday") to DISPLAY the matches in the grid — the filtered grid is what the user sees, so prefer that over listing ids in prose. Dates are ISO-8601 (e.g. 2026-07-12T00:00:00Z). Returns matching ids (newest first), the total count, and a few sample summaries. Non-destructive — only changes what's displayed.)txt";
+    "Find photos in the library by attributes — date range, location (latitude/longitude + radiusMeters), minimum rating, flag, edited-only, video-only, favorites, and free-text over the AI description (caption/keywords/scene/OCR). "
+    "All filters are optional and AND-combined. "
+    "This is the RIGHT tool for \"what did I shoot yesterday\", \"photos near the beach\", \"my 4-star picks\", \"photos of a dog\" — use it instead of paging velko_list or shelling out. "
+    "Set show:true (with a short title like \"Photos from yesterday\") to DISPLAY the matches in the grid — the filtered grid is what the user sees, so prefer that over listing ids in prose. "
+    "Dates are ISO-8601 (e.g. 2026-07-12T00:00:00Z). "
+    "Returns matching ids (newest first), the total count, and a few sample summaries. "
+    "Non-destructive — only changes what's displayed.";
 constexpr std::string_view kQuerySchema = R"json({
   "type": "object",
   "properties": {
@@ -78,7 +92,11 @@ constexpr std::string_view kQuerySchema = R"json({
 })json";
 
 constexpr std::string_view kShowText =
-    R"txt(Display an arbitrary, ordered set of photos in the grid as a titled view (it appears as a "Claude" source in the sidebar with a clear button). Use this to SHOW the user the result of your own reasoning — e.g. after you culled or ranked a set of ids yourself. For attribute-based sets (date, place, rating, content) prefer velko_query with show:true. Ids the library doesn't know are dropped. Non-destructive.)txt";
+    "Display an arbitrary, ordered set of photos in the grid as a titled view (it appears as a \"Claude\" source in the sidebar with a clear button). "
+    "Use this to SHOW the user the result of your own reasoning — e.g. after you culled or ranked a set of ids yourself. "
+    "For attribute-based sets (date, place, rating, content) prefer velko_query with show:true. "
+    "Ids the library doesn't know are dropped. "
+    "Non-destructive.";
 constexpr std::string_view kShowSchema = R"json({
   "type": "object",
   "properties": {
@@ -89,7 +107,11 @@ constexpr std::string_view kShowSchema = R"json({
 })json";
 
 constexpr std::string_view kSelectText =
-    R"txt(Set the grid's selection (and the focused/primary photo). The grid highlights them live and the inspector opens on the primary. Pair with velko_show (or velko_query show:true) to first display a set, then spotlight specific photos. Selecting also makes those photos "this"/"these" for the user's follow-up requests. Non-destructive.)txt";
+    "Set the grid's selection (and the focused/primary photo). "
+    "The grid highlights them live and the inspector opens on the primary. "
+    "Pair with velko_show (or velko_query show:true) to first display a set, then spotlight specific photos. "
+    "Selecting also makes those photos \"this\"/\"these\" for the user's follow-up requests. "
+    "Non-destructive.";
 constexpr std::string_view kSelectSchema = R"json({
   "type": "object",
   "properties": {
@@ -100,7 +122,11 @@ constexpr std::string_view kSelectSchema = R"json({
 })json";
 
 constexpr std::string_view kOpenText =
-    R"txt(Open a photo in velko's Develop editor (the full-window edit surface) so you can take it through a COMPLETE edit — not just patch its stack from the grid. Pass {"id": "<localIdentifier>"}. After it opens, velko_edit_get / velko_edit_set / velko_preview_render / velko_edit_commit act on the live editor, and velko_context reports editorOpen=true on this photo. Pass {"open": false} to close the editor and return to the grid (edits already applied stay in the stack; saving to Photos is the separate velko_edit_commit step). Use this when the user asks to "edit", "open", or "work on" a photo.)txt";
+    "Open a photo in velko's Develop editor (the full-window edit surface) so you can take it through a COMPLETE edit — not just patch its stack from the grid. "
+    "Pass {\"id\": \"<localIdentifier>\"}. "
+    "After it opens, velko_edit_get / velko_edit_set / velko_preview_render / velko_edit_commit act on the live editor, and velko_context reports editorOpen=true on this photo. "
+    "Pass {\"open\": false} to close the editor and return to the grid (edits already applied stay in the stack; saving to Photos is the separate velko_edit_commit step). "
+    "Use this when the user asks to \"edit\", \"open\", or \"work on\" a photo.";
 constexpr std::string_view kOpenSchema = R"json({
   "type": "object",
   "properties": {
@@ -110,7 +136,8 @@ constexpr std::string_view kOpenSchema = R"json({
 })json";
 
 constexpr std::string_view kExifText =
-    R"txt(Read a photo's capture metadata: camera make/model, lens, ISO, shutter, aperture, focal length, dimensions, capture date, original filename. Use it to reason about how a shot was taken.)txt";
+    "Read a photo's capture metadata: camera make/model, lens, ISO, shutter, aperture, focal length, dimensions, capture date, original filename. "
+    "Use it to reason about how a shot was taken.";
 constexpr std::string_view kExifSchema = R"json({
   "type": "object",
   "properties": {"id": {"type": "string"}},

@@ -16,7 +16,7 @@ using protocol::IPCMethod;
 
 // clang-format off
 constexpr std::string_view kRateText =
-    R"txt(Set the star rating (0-5) on one or more photos. velko-local metadata; the grid updates live.)txt";
+    "Set the star rating (0-5) on one or more photos. velko-local metadata; the grid updates live.";
 constexpr std::string_view kRateSchema = R"json({
   "type": "object",
   "properties": {
@@ -49,14 +49,22 @@ constexpr std::string_view kLabelSchema = R"json({
 })json";
 
 constexpr std::string_view kAnnotatePendingText =
-    R"txt(List photos that still need an AI description (the 'photo map'). Returns their ids (selection first) and the total remaining. Use this to drive a describe loop: get a batch, velko_preview_render each to SEE it, velko_annotate_set a description, repeat until remaining is 0. On-device Vision has usually already written baseline tags; you're adding the natural-language description + richer structure.)txt";
+    "List photos that still need an AI description (the 'photo map'). "
+    "Returns their ids (selection first) and the total remaining. "
+    "Use this to drive a describe loop: get a batch, velko_preview_render each to SEE it, velko_annotate_set a description, repeat until remaining is 0. "
+    "On-device Vision has usually already written baseline tags; you're adding the natural-language description + richer structure.";
 constexpr std::string_view kAnnotatePendingSchema = R"json({
   "type": "object",
   "properties": {"limit": {"type": "integer"}}
 })json";
 
 constexpr std::string_view kAnnotateSetText =
-    R"txt(Write an AI description onto a photo — the natural-language + structured "map" a client can search and organize by. SEE the photo first (velko_preview_render or velko_context); describe what's ACTUALLY there, don't guess. Fields go under "annotation": caption (one grounded sentence — required), longDescription (optional richer detail), keywords (searchable tags — these union with the on-device Vision tags), subjects (main things depicted), scene (e.g. "beach", "portrait"), setting ("indoor"|"outdoor"|"unknown"), peopleCount, palette (dominant colours), keeperScore (0-1 quality/keeper judgement). Only include fields you're confident about. Composes with the on-device Vision baseline (nothing is clobbered). Metadata only — never modifies the photo's pixels.)txt";
+    "Write an AI description onto a photo — the natural-language + structured \"map\" a client can search and organize by. "
+    "SEE the photo first (velko_preview_render or velko_context); describe what's ACTUALLY there, don't guess. "
+    "Fields go under \"annotation\": caption (one grounded sentence — required), longDescription (optional richer detail), keywords (searchable tags — these union with the on-device Vision tags), subjects (main things depicted), scene (e.g. \"beach\", \"portrait\"), setting (\"indoor\"|\"outdoor\"|\"unknown\"), peopleCount, palette (dominant colours), keeperScore (0-1 quality/keeper judgement). "
+    "Only include fields you're confident about. "
+    "Composes with the on-device Vision baseline (nothing is clobbered). "
+    "Metadata only — never modifies the photo's pixels.";
 constexpr std::string_view kAnnotateSetSchema = R"json({
   "type": "object",
   "properties": {
@@ -81,7 +89,9 @@ constexpr std::string_view kAnnotateSetSchema = R"json({
 })json";
 
 constexpr std::string_view kFavoriteText =
-    R"txt(Set (or clear) the Apple Photos ❤️ Favorite on one or more photos. Apple Photos libraries only. The grid updates live.)txt";
+    "Set (or clear) the Apple Photos ❤️ Favorite on one or more photos. "
+    "Apple Photos libraries only. "
+    "The grid updates live.";
 constexpr std::string_view kFavoriteSchema = R"json({
   "type": "object",
   "properties": {
@@ -92,7 +102,8 @@ constexpr std::string_view kFavoriteSchema = R"json({
 })json";
 
 constexpr std::string_view kHideText =
-    R"txt(Hide (or unhide) photos — hidden photos leave the main library and live in the Hidden album. Apple Photos libraries only.)txt";
+    "Hide (or unhide) photos — hidden photos leave the main library and live in the Hidden album. "
+    "Apple Photos libraries only.";
 constexpr std::string_view kHideSchema = R"json({
   "type": "object",
   "properties": {
@@ -103,7 +114,9 @@ constexpr std::string_view kHideSchema = R"json({
 })json";
 
 constexpr std::string_view kDeleteText =
-    R"txt(Move photos to Recently Deleted (recoverable ~30 days). DESTRUCTIVE — only when the user explicitly asks; macOS shows its own confirmation dialog, and the tool is unavailable unless the user enabled destructive actions (if it's not listed, don't try). Apple Photos libraries only.)txt";
+    "Move photos to Recently Deleted (recoverable ~30 days). "
+    "DESTRUCTIVE — only when the user explicitly asks; macOS shows its own confirmation dialog, and the tool is unavailable unless the user enabled destructive actions (if it's not listed, don't try). "
+    "Apple Photos libraries only.";
 constexpr std::string_view kDeleteSchema = R"json({
   "type": "object",
   "properties": {"ids": "$ids"},
@@ -125,9 +138,12 @@ constexpr std::string_view kMembershipSchema = R"json({
 })json";
 
 constexpr std::string_view kCollectionListText =
-    R"txt(List velko catalog collections (the DAM layer beyond Apple albums): id, name, photo count, whether it's a smart collection. Call before add/remove to get ids (or pass a name).)txt";
+    "List velko catalog collections (the DAM layer beyond Apple albums): id, name, photo count, whether it's a smart collection. "
+    "Call before add/remove to get ids (or pass a name).";
 constexpr std::string_view kCollectionCreateText =
-    R"txt(Create a manual velko collection. Optionally seed it with photo ids. Returns the new collection (with its id).)txt";
+    "Create a manual velko collection. "
+    "Optionally seed it with photo ids. "
+    "Returns the new collection (with its id).";
 constexpr std::string_view kCollectionCreateSchema = R"json({
   "type": "object",
   "properties": {
@@ -137,14 +153,17 @@ constexpr std::string_view kCollectionCreateSchema = R"json({
   "required": ["name"]
 })json";
 constexpr std::string_view kCollectionAddText =
-    R"txt(Add photos to a manual velko collection, referenced by id OR name. Returns how many were added.)txt";
+    "Add photos to a manual velko collection, referenced by id OR name. "
+    "Returns how many were added.";
 constexpr std::string_view kCollectionRemoveText =
     R"txt(Remove photos from a manual velko collection, referenced by id OR name.)txt";
 
 constexpr std::string_view kKeywordListText =
-    R"txt(List the catalog's keywords (hierarchical tags): id, name, photo count, parentID. Call before assign/remove to get ids (or pass a name).)txt";
+    "List the catalog's keywords (hierarchical tags): id, name, photo count, parentID. "
+    "Call before assign/remove to get ids (or pass a name).";
 constexpr std::string_view kKeywordCreateText =
-    R"txt(Create a keyword (optionally nested under parentID, and optionally applied to photo ids). Returns the new keyword.)txt";
+    "Create a keyword (optionally nested under parentID, and optionally applied to photo ids). "
+    "Returns the new keyword.";
 constexpr std::string_view kKeywordCreateSchema = R"json({
   "type": "object",
   "properties": {
@@ -155,14 +174,19 @@ constexpr std::string_view kKeywordCreateSchema = R"json({
   "required": ["name"]
 })json";
 constexpr std::string_view kKeywordAssignText =
-    R"txt(Tag photos with a keyword, referenced by id OR name. This is the real keyword system (searchable, sidebar-visible) — distinct from AI annotations.)txt";
+    "Tag photos with a keyword, referenced by id OR name. "
+    "This is the real keyword system (searchable, sidebar-visible) — distinct from AI annotations.";
 constexpr std::string_view kKeywordRemoveText =
     R"txt(Untag photos from a keyword, referenced by id OR name.)txt";
 
 constexpr std::string_view kAlbumListText =
-    R"txt(List the user's Apple Photos albums: id, title, photo count. Apple Photos libraries only. Call before add/remove (or pass an album name).)txt";
+    "List the user's Apple Photos albums: id, title, photo count. "
+    "Apple Photos libraries only. "
+    "Call before add/remove (or pass an album name).";
 constexpr std::string_view kAlbumCreateText =
-    R"txt(Create an Apple Photos album, optionally seeded with photo ids. Returns the new album. Apple Photos libraries only.)txt";
+    "Create an Apple Photos album, optionally seeded with photo ids. "
+    "Returns the new album. "
+    "Apple Photos libraries only.";
 constexpr std::string_view kAlbumCreateSchema = R"json({
   "type": "object",
   "properties": {
@@ -172,12 +196,17 @@ constexpr std::string_view kAlbumCreateSchema = R"json({
   "required": ["name"]
 })json";
 constexpr std::string_view kAlbumAddText =
-    R"txt(Add photos to an Apple Photos album, referenced by id OR name (title). The photos stay in the library too.)txt";
+    "Add photos to an Apple Photos album, referenced by id OR name (title). "
+    "The photos stay in the library too.";
 constexpr std::string_view kAlbumRemoveText =
-    R"txt(Remove photos from an Apple Photos album (they stay in the library), referenced by id OR name (title).)txt";
+    "Remove photos from an Apple Photos album (they stay in the library), referenced by id OR name (title).";
 
 constexpr std::string_view kGeotagText =
-    R"txt(Set (or clear) where photos were taken. Give {ids} plus ONE of: latitude+longitude (decimal degrees), place (a name/address like "Villavicencio, Colombia", geocoded to coordinates), or clear:true to remove the geotag. Returns the coordinates actually applied so you can confirm a place resolved correctly. Apple Photos only. This OVERWRITES the existing location (no undo history) — only when the user asks; the tool is unavailable unless the user enabled saving to Photos.)txt";
+    "Set (or clear) where photos were taken. "
+    "Give {ids} plus ONE of: latitude+longitude (decimal degrees), place (a name/address like \"Villavicencio, Colombia\", geocoded to coordinates), or clear:true to remove the geotag. "
+    "Returns the coordinates actually applied so you can confirm a place resolved correctly. "
+    "Apple Photos only. "
+    "This OVERWRITES the existing location (no undo history) — only when the user asks; the tool is unavailable unless the user enabled saving to Photos.";
 constexpr std::string_view kGeotagSchema = R"json({
   "type": "object",
   "properties": {

@@ -11,19 +11,22 @@ constexpr std::string_view kCullName = "velko_cull";
 constexpr std::string_view kDescribeName = "velko_describe";
 
 constexpr std::string_view kEditListText =
-    R"txt(Edit the photo you're working on in velko with a disciplined loop: look at it first, plan, apply, review against the goal, iterate, then ask before saving. Pass the look/reference you want.)txt";
+    "Edit the photo you're working on in velko with a disciplined loop: look at it first, plan, apply, review against the goal, iterate, then ask before saving. "
+    "Pass the look/reference you want.";
 constexpr std::string_view kLookText =
-    R"txt(The look you want (e.g. 'warm 1980s film', 'moody indie', 'match the reference I pasted').)txt";
+    "The look you want (e.g. 'warm 1980s film', 'moody indie', 'match the reference I pasted').";
 constexpr std::string_view kEditTitle = "Disciplined velko editing loop";
 
 constexpr std::string_view kCullListText =
-    R"txt(Cull and deliver a shoot end-to-end: find the set, show it in the grid, pick the keepers (flag/rate), organize them, and optionally edit + export. Pass the scope (e.g. 'yesterday', 'the Paris album', 'my selection').)txt";
+    "Cull and deliver a shoot end-to-end: find the set, show it in the grid, pick the keepers (flag/rate), organize them, and optionally edit + export. "
+    "Pass the scope (e.g. 'yesterday', 'the Paris album', 'my selection').";
 constexpr std::string_view kScopeText =
-    R"txt(Which photos to work through (e.g. 'yesterday', 'near the beach', 'the selected photos', 'my 4-star picks').)txt";
+    "Which photos to work through (e.g. 'yesterday', 'near the beach', 'the selected photos', 'my 4-star picks').";
 constexpr std::string_view kCullTitle = "Cull and deliver a shoot end-to-end";
 
 constexpr std::string_view kDescribeListText =
-    R"txt(Build the AI photo map: describe every photo (grounded caption + tags) in a resumable loop so the library becomes searchable by content. Takes no arguments — it works through whatever still needs describing.)txt";
+    "Build the AI photo map: describe every photo (grounded caption + tags) in a resumable loop so the library becomes searchable by content. "
+    "Takes no arguments — it works through whatever still needs describing.";
 constexpr std::string_view kDescribeTitle = "Build the AI photo map (batch-describe loop)";
 
 constexpr std::string_view kCullOpening = "Help me cull and deliver ";

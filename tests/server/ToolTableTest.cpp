@@ -1,8 +1,11 @@
 #include "server/ToolTable.h"
 
+#include "core/AdjustmentKind.h"
 #include "json/Writer.h"
 
 #include <gtest/gtest.h>
+#include <cctype>
+#include <regex>
 #include <set>
 #include <string>
 #include <string_view>
@@ -90,6 +93,68 @@ TEST(ToolTable, EverySchemaFollowsTheConventions) {
     EXPECT_FALSE(tool.description.empty()) << tool.name;
     EXPECT_TRUE(tool.invoke) << tool.name;
   }
+}
+
+// The descriptions teach the assistant the adjustment kinds by name; a renamed or misspelt kind
+// there would have it send ops the application refuses. Every camelCase word of the editing
+// tools' descriptions is a kind (hsl<Band>Hue and cg<Region>Sat stand for each band and region),
+// and so is every entry of the scalar-kind list.
+TEST(ToolTable, EveryKindTheEditingDescriptionsNameExists) {
+  const std::set<std::string> notKinds = {"expectedVersion", "versionConflict"};
+  const std::vector<std::string> bands = {"Red",  "Orange", "Yellow", "Green",
+                                          "Aqua", "Blue",   "Purple", "Magenta"};
+  const std::vector<std::string> regions = {"Shadow", "Mid", "Highlight", "Global"};
+  const std::regex word(R"([a-z][a-z0-9]*(<Band>|<Region>)?[A-Z][A-Za-z0-9]*)");
+  int checked = 0;
+  for (const Tool& tool : toolTable()) {
+    if (tool.name != "velko_edit_set" && tool.name != "velko_mask") {
+      continue;
+    }
+    SCOPED_TRACE(std::string(tool.name));
+    const std::string text(tool.description);
+    std::vector<std::string> names;
+    for (std::sregex_iterator it(text.begin(), text.end(), word), end; it != end; ++it) {
+      const std::string w = it->str();
+      const std::string slot = (*it)[1].str();
+      if (slot.empty()) {
+        names.push_back(w);
+        continue;
+      }
+      const std::size_t at = w.find(slot);
+      for (const std::string& fill : slot == "<Band>" ? bands : regions) {
+        names.push_back(w.substr(0, at) + fill + w.substr(at + slot.size()));
+      }
+    }
+    // "Scalar kinds (…): exposure, contrast, …, rotation (…)." lists plain words too.
+    if (const auto list = text.find("Scalar kinds"); list != std::string::npos) {
+      const auto colon = text.find("): ", list);
+      const auto stop = text.find(". ", colon);
+      // Items are separated by commas outside parentheses; each starts with its kind.
+      int depth = 0;
+      bool atItem = true;
+      for (std::size_t i = colon + 3; i < stop; ++i) {
+        const char c = text[i];
+        depth += c == '(' ? 1 : c == ')' ? -1 : 0;
+        if (atItem && std::isalpha(static_cast<unsigned char>(c))) {
+          std::size_t end = i;
+          while (end < stop && std::isalnum(static_cast<unsigned char>(text[end]))) {
+            ++end;
+          }
+          names.push_back(text.substr(i, end - i));
+          atItem = false;
+        } else if (c == ',' && depth == 0) {
+          atItem = true;
+        }
+      }
+    }
+    for (const std::string& name : names) {
+      if (!notKinds.contains(name)) {
+        EXPECT_TRUE(core::parseAdjustmentKind(name)) << name;
+        ++checked;
+      }
+    }
+  }
+  EXPECT_GT(checked, 60); // the lists were found
 }
 
 } // namespace
