@@ -1,6 +1,7 @@
 #include "json/Writer.h"
 
 #include "json/Errors.h"
+#include "json/Utf8.h"
 
 #include <algorithm>
 #include <charconv>
@@ -50,35 +51,6 @@ std::size_t plainPrefix(const unsigned char* p, std::size_t n, bool escapeSolidu
 }
 #endif
 
-/// Length of the valid UTF-8 sequence starting at s[0], or 0 when it is not one.
-std::size_t utf8SequenceLength(const unsigned char* s, std::size_t avail) {
-  const unsigned char c = s[0];
-  std::size_t len = 0;
-  std::uint32_t min = 0;
-  std::uint32_t cp = 0;
-  if (c >= 0xC2 && c <= 0xDF) {
-    len = 2, min = 0x80, cp = c & 0x1F;
-  } else if (c >= 0xE0 && c <= 0xEF) {
-    len = 3, min = 0x800, cp = c & 0x0F;
-  } else if (c >= 0xF0 && c <= 0xF4) {
-    len = 4, min = 0x10000, cp = c & 0x07;
-  } else {
-    return 0;
-  }
-  if (len > avail) {
-    return 0;
-  }
-  for (std::size_t i = 1; i < len; ++i) {
-    if ((s[i] & 0xC0) != 0x80) {
-      return 0;
-    }
-    cp = (cp << 6) | (s[i] & 0x3F);
-  }
-  if (cp < min || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) {
-    return 0;
-  }
-  return len;
-}
 
 class TextWriter {
 public:
@@ -143,7 +115,7 @@ public:
       }
       const unsigned char c = p[i];
       if (c >= 0x80) {
-        std::size_t len = utf8SequenceLength(p + i, n - i);
+        std::size_t len = decodeUtf8(s.substr(i)).length;
         if (len == 0) {
           throw EncodeError("string is not valid UTF-8");
         }

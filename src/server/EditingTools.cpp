@@ -5,6 +5,7 @@
 #include "core/LocalMask.h"
 #include "core/Uuid.h"
 #include "json/Path.h"
+#include "json/Utf8.h"
 #include "protocol/DeliveryRecords.h"
 #include "protocol/EditingRecords.h"
 #include "server/Tool.h"
@@ -506,22 +507,10 @@ std::u32string caseFolded(std::string_view text) {
   std::u32string folded;
   folded.reserve(text.size());
   for (std::size_t i = 0; i < text.size();) {
-    const auto lead = static_cast<unsigned char>(text[i]);
-    const std::size_t length = lead < 0x80         ? 1
-                               : lead >> 5 == 0x6  ? 2
-                               : lead >> 4 == 0xE  ? 3
-                               : lead >> 3 == 0x1E ? 4
-                                                   : 1;
-    char32_t c = length == 1 ? lead : lead & (0x7F >> length);
-    if (length > 1 && i + length <= text.size()) {
-      for (std::size_t k = 1; k < length; ++k) {
-        c = (c << 6) | (static_cast<unsigned char>(text[i + k]) & 0x3F);
-      }
-      i += length;
-    } else {
-      c = lead; // not UTF-8: the byte stands for itself
-      i += 1;
-    }
+    const json::CodePoint next = json::decodeUtf8(text.substr(i));
+    // Not UTF-8: the byte stands for itself.
+    char32_t c = next.length > 0 ? next.value : static_cast<unsigned char>(text[i]);
+    i += std::max<std::size_t>(next.length, 1);
     if (kUtf8 != static_cast<locale_t>(0)) {
       c = static_cast<char32_t>(towlower_l(static_cast<wint_t>(c), kUtf8));
     } else if (c < 0x80) {

@@ -1,5 +1,6 @@
 #include "server/ImportTool.h"
 
+#include "core/Uuid.h"
 #include "json/Errors.h"
 #include "json/Writer.h"
 #include "protocol/LibraryRecords.h"
@@ -9,21 +10,12 @@
 #include <filesystem>
 #include <system_error>
 #include <unistd.h>
-#include <uuid/uuid.h>
 #include <vector>
 
 namespace velko::server {
 namespace {
 
 constexpr std::string_view kNeedsPaths = "velko_import needs a non-empty paths array";
-
-std::string freshUuid() {
-  uuid_t uuid;
-  uuid_generate(uuid);
-  char text[37];
-  uuid_unparse_upper(uuid, text);
-  return text;
-}
 
 json::Array toArray(const std::vector<std::string>& strings) {
   json::Array array;
@@ -89,7 +81,7 @@ ToolResult runImport(const ToolArgs& args, ipc::Caller& caller, const std::strin
     const std::optional<std::string> expanded = expandPath(source, home);
     const std::string name = lastPathComponent(expanded ? *expanded : source);
     // The UUID keeps names apart; the original name keeps the type visible to the importer.
-    const std::string target = folder + freshUuid() + "-" + name;
+    const std::string target = folder + core::Uuid::random().str() + "-" + name;
     try {
       if (!expanded) {
         throw std::system_error(std::make_error_code(std::errc::no_such_file_or_directory));

@@ -1,6 +1,7 @@
 #include "server/Transport.h"
 
 #include "json/Errors.h"
+#include "json/Utf8.h"
 #include "json/Writer.h"
 
 #include <istream>
@@ -9,39 +10,6 @@
 namespace velko::server {
 namespace {
 
-/// Length of the valid UTF-8 sequence at the start of `s`, or 0 when it is not one.
-std::size_t utf8SequenceLength(std::string_view s) {
-  const auto c = static_cast<unsigned char>(s[0]);
-  if (c < 0x80) {
-    return 1;
-  }
-  std::size_t len = 0;
-  std::uint32_t cp = 0;
-  std::uint32_t min = 0;
-  if (c >= 0xC2 && c <= 0xDF) {
-    len = 2, cp = c & 0x1F, min = 0x80;
-  } else if (c >= 0xE0 && c <= 0xEF) {
-    len = 3, cp = c & 0x0F, min = 0x800;
-  } else if (c >= 0xF0 && c <= 0xF4) {
-    len = 4, cp = c & 0x07, min = 0x10000;
-  } else {
-    return 0;
-  }
-  if (len > s.size()) {
-    return 0;
-  }
-  for (std::size_t i = 1; i < len; ++i) {
-    const auto b = static_cast<unsigned char>(s[i]);
-    if ((b & 0xC0) != 0x80) {
-      return 0;
-    }
-    cp = (cp << 6) | (b & 0x3F);
-  }
-  if (cp < min || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) {
-    return 0;
-  }
-  return len;
-}
 
 /// `text` with every byte that starts no valid UTF-8 sequence replaced by U+FFFD; absent when
 /// the text was valid already.
@@ -50,7 +18,7 @@ std::optional<std::string> repairUtf8(std::string_view text) {
   bool repaired = false;
   std::size_t i = 0;
   while (i < text.size()) {
-    const std::size_t len = utf8SequenceLength(text.substr(i));
+    const std::size_t len = json::decodeUtf8(text.substr(i)).length;
     if (len == 0) {
       out += "\xEF\xBF\xBD";
       repaired = true;
