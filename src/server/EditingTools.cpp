@@ -457,18 +457,7 @@ ToolResult runPreviewRender(const ToolArgs& args, ipc::Caller& caller) {
                "will)";
   }
   // The image comes first here, unlike the summary-plus-image results of the editing tools.
-  json::Object image;
-  image.emplace("type", "image");
-  image.emplace("data", preview.pngBase64);
-  image.emplace("mimeType", "image/png");
-  json::Object text;
-  text.emplace("type", "text");
-  text.emplace("text", caption);
-  ToolResult result;
-  result.emplace("content",
-                 json::Array{json::Value(std::move(image)), json::Value(std::move(text))});
-  result.emplace("isError", false);
-  return result;
+  return toolResult({pngItem(std::move(preview.pngBase64)), textItem(std::move(caption))});
 }
 
 // ---- Crop, looks and point colour -----------------------------------------------------------

@@ -1,8 +1,8 @@
 #include "server/ExportTool.h"
 
+#include "files/FileMove.h"
 #include "json/Errors.h"
 #include "json/Writer.h"
-#include "files/FileMove.h"
 #include "protocol/DeliveryRecords.h"
 #include "server/FileTransfer.h"
 #include "server/ToolSupport.h"
@@ -50,13 +50,20 @@ FileName splitFileName(const std::string& suggested) {
   return {name.substr(0, dot), name.substr(dot + 1)};
 }
 
-json::Array toArray(const std::vector<std::string>& strings) {
-  json::Array array;
-  for (const std::string& s : strings) {
-    array.emplace_back(json::String(s));
+/// What velko_export reports: where the files went, and which ids failed.
+struct ExportSummary {
+  std::string directory;
+  std::int64_t count = 0;
+  std::vector<std::string> written;
+  std::vector<std::string> failed;
+
+  static constexpr auto jsonFields() {
+    return std::tuple{json::field("directory", &ExportSummary::directory),
+                      json::field("count", &ExportSummary::count),
+                      json::field("written", &ExportSummary::written),
+                      json::field("failed", &ExportSummary::failed)};
   }
-  return array;
-}
+};
 
 } // namespace
 
@@ -132,14 +139,10 @@ ToolResult runExport(const ToolArgs& args, ipc::Caller& caller, const std::strin
     written.push_back(destination);
   }
 
-  json::Object result;
-  result.emplace("directory", json::String(*folder));
-  result.emplace("count", static_cast<std::int64_t>(written.size()));
-  result.emplace("written", toArray(written));
-  result.emplace("failed", toArray(failed));
+  const ExportSummary summary{*folder, static_cast<std::int64_t>(written.size()), written, failed};
   std::string text;
   try {
-    text = json::toPretty(result);
+    text = json::toPretty(json::encode(summary));
   } catch (const json::EncodeError&) {
     return textResult("encoding failed", true);
   }

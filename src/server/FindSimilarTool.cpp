@@ -49,21 +49,6 @@ std::optional<std::string> nonEmptyString(const json::Value* value) {
   return s && !s->empty() ? s : std::nullopt;
 }
 
-json::Value textItem(std::string text) {
-  json::Object item;
-  item.emplace("type", "text");
-  item.emplace("text", json::String(text));
-  return item;
-}
-
-json::Value imageItem(const std::string& pngBase64) {
-  json::Object item;
-  item.emplace("type", "image");
-  item.emplace("data", json::String(pngBase64));
-  item.emplace("mimeType", "image/png");
-  return item;
-}
-
 std::string caption(const protocol::SimilarMatch& match) {
   char distance[64];
   std::snprintf(distance, sizeof distance, "%.3f", match.distance);
@@ -105,7 +90,7 @@ ToolResult runFindSimilar(const ToolArgs& args, ipc::Caller& caller) {
     return textResult(kNotIndexed, false);
   }
 
-  json::Array content;
+  std::vector<ContentItem> content;
   try {
     content.push_back(textItem(json::toPretty(json::encode(found))));
   } catch (const json::EncodeError&) {
@@ -122,14 +107,11 @@ ToolResult runFindSimilar(const ToolArgs& args, ipc::Caller& caller) {
     } catch (const std::exception&) {
       continue; // a match without a thumbnail is still listed in the text
     }
-    content.push_back(imageItem(preview.pngBase64));
+    content.push_back(pngItem(std::move(preview.pngBase64)));
     content.push_back(textItem(caption(match)));
   }
 
-  ToolResult result;
-  result.emplace("content", std::move(content));
-  result.emplace("isError", false);
-  return result;
+  return toolResult(std::move(content));
 }
 
 } // namespace velko::server

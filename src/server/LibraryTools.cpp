@@ -151,12 +151,9 @@ ToolResult runPing(const ToolArgs&, ipc::Caller& caller) {
 
 ToolResult runContext(const ToolArgs&, ipc::Caller& caller) {
   const auto context = ipc::call<protocol::ContextResult>(caller, IPCMethod::Context);
-  json::Array content;
+  std::vector<ContentItem> content;
   try {
-    json::Object text;
-    text.emplace("type", "text");
-    text.emplace("text", json::toPretty(json::encode(context)));
-    content.emplace_back(std::move(text));
+    content.push_back(textItem(json::toPretty(json::encode(context))));
   } catch (const json::EncodeError&) {
     // The preview or the notice still tells the assistant something; the text is left out.
   }
@@ -171,22 +168,12 @@ ToolResult runContext(const ToolArgs&, ipc::Caller& caller) {
       // A photo that cannot be rendered right now still has its context worth returning.
     }
     if (preview) {
-      json::Object image;
-      image.emplace("type", "image");
-      image.emplace("data", preview->pngBase64);
-      image.emplace("mimeType", "image/png");
-      content.emplace_back(std::move(image));
+      content.push_back(pngItem(std::move(preview->pngBase64)));
     }
   } else {
-    json::Object notice;
-    notice.emplace("type", "text");
-    notice.emplace("text", kNoFocusNotice);
-    content.emplace_back(std::move(notice));
+    content.push_back(textItem(std::string(kNoFocusNotice)));
   }
-  ToolResult result;
-  result.emplace("content", std::move(content));
-  result.emplace("isError", false);
-  return result;
+  return toolResult(std::move(content));
 }
 
 } // namespace

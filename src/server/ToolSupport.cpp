@@ -8,29 +8,25 @@
 
 namespace velko::server {
 
+ContentItem textItem(std::string text) {
+  return {"text", std::move(text), std::nullopt, std::nullopt};
+}
+
+ContentItem pngItem(std::string pngBase64) {
+  return {"image", std::nullopt, std::move(pngBase64), "image/png"};
+}
+
+ToolResult toolResult(std::vector<ContentItem> items, bool isError) {
+  json::Value result = json::encode(ContentResult{std::move(items), isError});
+  return std::move(result.as_object());
+}
+
 ToolResult textResult(std::string_view text, bool isError) {
-  json::Object item;
-  item.emplace("type", "text");
-  item.emplace("text", text);
-  json::Object result;
-  result.emplace("content", json::Array{json::Value(std::move(item))});
-  result.emplace("isError", isError);
-  return result;
+  return toolResult({textItem(std::string(text))}, isError);
 }
 
 ToolResult textPlusImageResult(std::string_view summary, std::string_view pngBase64) {
-  json::Object text;
-  text.emplace("type", "text");
-  text.emplace("text", summary);
-  json::Object image;
-  image.emplace("type", "image");
-  image.emplace("data", pngBase64);
-  image.emplace("mimeType", "image/png");
-  json::Object result;
-  result.emplace("content",
-                 json::Array{json::Value(std::move(text)), json::Value(std::move(image))});
-  result.emplace("isError", false);
-  return result;
+  return toolResult({textItem(std::string(summary)), pngItem(std::string(pngBase64))});
 }
 
 ToolResult jsonValueTextResult(const json::Value& value) {

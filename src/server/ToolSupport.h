@@ -16,6 +16,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <vector>
 
 namespace velko::server {
 
@@ -23,6 +24,38 @@ namespace velko::server {
 
 /// {"content":[{"type":"text","text":text}],"isError":isError}
 ToolResult textResult(std::string_view text, bool isError);
+
+/// One item of a tool result's content: a text, or a PNG image in base64.
+struct ContentItem {
+  std::string type;                    ///< "text" or "image"
+  std::optional<std::string> text;     ///< a text item's text
+  std::optional<std::string> data;     ///< an image item's PNG, base64
+  std::optional<std::string> mimeType; ///< "image/png" for an image
+
+  static constexpr auto jsonFields() {
+    return std::tuple{json::field("type", &ContentItem::type),
+                      json::field("text", &ContentItem::text),
+                      json::field("data", &ContentItem::data),
+                      json::field("mimeType", &ContentItem::mimeType)};
+  }
+};
+
+ContentItem textItem(std::string text);
+ContentItem pngItem(std::string pngBase64);
+
+/// A tool's result: its content items, in order, and whether the call failed.
+struct ContentResult {
+  std::vector<ContentItem> content;
+  bool isError = false;
+
+  static constexpr auto jsonFields() {
+    return std::tuple{json::field("content", &ContentResult::content),
+                      json::field("isError", &ContentResult::isError)};
+  }
+};
+
+/// The result made of `items`.
+ToolResult toolResult(std::vector<ContentItem> items, bool isError = false);
 
 /// A text item followed by a PNG image item; `pngBase64` is passed through unchecked.
 ToolResult textPlusImageResult(std::string_view summary, std::string_view pngBase64);
