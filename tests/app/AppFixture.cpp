@@ -5,8 +5,12 @@
 #include "json/Codec.h"
 #include "json/Writer.h"
 
+#include "support/ServerProcess.h"
+
 #include <cmath>
 #include <filesystem>
+#include <fstream>
+#include <glib.h>
 #include <libexif/exif-data.h>
 #include <vips/vips8>
 
@@ -130,6 +134,59 @@ void writePhoto(const std::string& path, const PhotoSpec& shot) {
   // libvips rewrites the orientation tag from this field when it saves.
   image.set("orientation", shot.orientation);
   image.write_to_file(path.c_str());
+}
+
+std::string readFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+vips::VImage decodeBase64Image(std::string_view base64) {
+  gsize size = 0;
+  guchar* bytes = g_base64_decode(std::string(base64).c_str(), &size);
+  vips::VImage image = vips::VImage::new_from_buffer(bytes, size, "").copy_memory();
+  g_free(bytes);
+  return image;
+}
+
+vips::VImage flat(double r, double g, double b, int width, int height) {
+  return (vips::VImage::black(width, height, vips::VImage::option()->set("bands", 3)) +
+          std::vector<double>{r, g, b})
+      .cast(VIPS_FORMAT_UCHAR)
+      .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+}
+
+double luma(const vips::VImage& image) {
+  const vips::VImage l = image.colourspace(VIPS_INTERPRETATION_scRGB);
+  return 0.2126 * l[0].avg() + 0.7152 * l[1].avg() + 0.0722 * l[2].avg();
+}
+
+core::EditStack scalars(const std::vector<std::pair<core::AdjustmentKind, double>>& values) {
+  core::EditStack s;
+  for (auto [kind, v] : values) {
+    s.setScalar(kind, v, core::UserOrigin{}, core::nowSeconds());
+  }
+  return s;
+}
+
+std::string pixelBytes(const vips::VImage& image) {
+  std::size_t size = 0;
+  void* data = image.write_to_memory(&size);
+  std::string copy(static_cast<const char*>(data), size);
+  g_free(data);
+  return copy;
+}
+
+std::vector<std::string> ProgramRoot::headless(const std::string& headless, const std::string& flags,
+                                               const std::string& mcp) const {
+  const std::string run = "\"$3\" --library \"$4\" " + flags + " 2>>\"$5\"";
+  const std::string script =
+      "mount --bind \"$1\" \"$2\" || exit 97\n" +
+      (mcp.empty() ? "exec " + run + "\n"
+                   : run + " &\ni=0; while [ ! -S \"$2/.velko/ipc.sock\" ]; do\n"
+                           "  i=$((i+1)); [ $i -gt 600 ] && exit 98; sleep 0.05\ndone\nexec \"$6\"\n");
+  return {"/usr/bin/unshare", "--mount", "--", "/bin/sh", "-c", script, "sh", home(),
+          velko::testing::passwordHome(), headless, library(), logFile(), mcp};
 }
 
 AppFixture::AppFixture()

@@ -4,13 +4,16 @@
 #pragma once
 
 #include "app/App.h"
+#include "core/EditStack.h"
 #include "json/Value.h"
 #include "json/Writer.h"
 #include "protocol/Rpc.h"
 #include "support/TestPeer.h"
 
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
+#include <vips/vips8>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -32,6 +35,36 @@ struct PhotoSpec {
 
 /// Writes a JPEG (or, by the extension, PNG/TIFF/WebP) of that shot; EXIF is attached for JPEG.
 void writePhoto(const std::string& path, const PhotoSpec& shot);
+
+/// The whole of a file; empty when it cannot be read.
+std::string readFile(const std::string& path);
+/// Base64 bytes (a reply's pngBase64) decoded into an image in memory.
+vips::VImage decodeBase64Image(std::string_view base64);
+
+/// An 8-bit sRGB image of one colour.
+vips::VImage flat(double r, double g, double b, int width = 96, int height = 64);
+/// Mean linear luminance.
+double luma(const vips::VImage& image);
+/// A stack of these values, set by the user.
+core::EditStack scalars(const std::vector<std::pair<core::AdjustmentKind, double>>& values);
+/// The image's pixels, for comparing two renders byte for byte.
+std::string pixelBytes(const vips::VImage& image);
+
+/// A temporary root holding home/, library/ and the application's log, for tests that run the
+/// built programs in a private mount namespace whose home is root/home.
+struct ProgramRoot {
+  ProgramRoot() { std::filesystem::create_directories(home()); }
+  velko::testing::TempDir root;
+  std::string home() const { return root.path() + "/home"; }
+  std::string library() const { return root.path() + "/library"; }
+  std::string logFile() const { return root.path() + "/headless.log"; }
+  std::string log() const { return readFile(logFile()); }
+  /// argv running `headless` over library() with `flags`, its standard error appended to the log.
+  /// With `mcp`, the application runs in the background and `mcp` is exec'd in the same namespace
+  /// once the socket is there; otherwise the application is exec'd.
+  std::vector<std::string> headless(const std::string& headless, const std::string& flags,
+                                    const std::string& mcp = "") const;
+};
 
 /// A reply's error, thrown by AppFixture::call.
 struct CallError : std::runtime_error {

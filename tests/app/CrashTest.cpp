@@ -14,7 +14,6 @@
 #include <atomic>
 #include <csignal>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <random>
 #include <set>
@@ -30,7 +29,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using velko::testing::ServerProcess;
-using velko::testing::TempDir;
 
 constexpr int kLibraryPhotos = 8;
 constexpr int kStaged = 32;
@@ -38,8 +36,7 @@ constexpr int kRounds = 30;
 constexpr std::uint32_t kSeed = 20240501;
 
 std::uint64_t fileHash(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  const std::string bytes(std::istreambuf_iterator<char>(in), {});
+  const std::string bytes = readFile(path);
   return XXH3_64bits(bytes.data(), bytes.size());
 }
 
@@ -164,14 +161,10 @@ protected:
     ASSERT_EQ(known_.size(), static_cast<std::size_t>(kLibraryPhotos + kStaged));
   }
 
-  std::string home() const { return root_.path() + "/home"; }
-  std::string library() const { return root_.path() + "/library"; }
+  std::string home() const { return root_.home(); }
+  std::string library() const { return root_.library(); }
   std::string socket() const { return home() + "/.velko/ipc.sock"; }
   std::string catalogFile() const { return home() + "/.velko/headless/catalog.sqlite"; }
-  std::string log() const {
-    std::ifstream in(root_.path() + "/headless.log");
-    return std::string(std::istreambuf_iterator<char>(in), {});
-  }
   /// A path the application wrote, as this process reaches it outside the namespace.
   std::string outside(const std::string& path) const {
     const std::string real = velko::testing::passwordHome() + "/";
@@ -180,12 +173,7 @@ protected:
 
   /// Starts the application and waits until it answers with `photos` indexed.
   void start(std::int64_t photos) {
-    const std::string script = "mount --bind \"$1\" \"$2\" || exit 97\n"
-                               "exec \"$3\" --library \"$4\" --allow-delete 2>>\"$5\"\n";
-    app_ = std::make_unique<ServerProcess>(std::vector<std::string>{
-        "/usr/bin/unshare", "--mount", "--", "/bin/sh", "-c", script, "sh", home(),
-        velko::testing::passwordHome(), VELKO_HEADLESS_PATH, library(),
-        root_.path() + "/headless.log"});
+    app_ = std::make_unique<ServerProcess>(root_.headless(VELKO_HEADLESS_PATH, "--allow-delete"));
     for (int tries = 0; tries < 600; ++tries) {
       const auto ping = request(socket(), "system.ping");
       if (ping && ping->as_object().contains("result") &&
@@ -194,7 +182,7 @@ protected:
       }
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
-    FAIL() << "velko-headless did not come up:\n" << log();
+    FAIL() << "velko-headless did not come up:\n" << root_.log();
   }
 
   void kill() {
@@ -350,7 +338,7 @@ protected:
     }
   }
 
-  TempDir root_;
+  ProgramRoot root_;
   std::set<std::uint64_t> known_;
   std::vector<std::string> staged_;
   std::vector<Worker> workers_{2};
@@ -400,7 +388,7 @@ TEST_F(Crash, AcknowledgedChangesAndUserFilesSurviveKills) {
   }
   kill();
   const int acknowledged = workers[0].acknowledged + workers[1].acknowledged;
-  const std::string text = log();
+  const std::string text = root_.log();
   int settled = 0;
   for (auto at = text.find("was interrupted"); at != std::string::npos;
        at = text.find("was interrupted", at + 1)) {

@@ -34,18 +34,8 @@ VImage shape(const std::function<VImage(const VImage& x, const VImage& y)>& insi
       .copy(VImage::option()->set("interpretation", VIPS_INTERPRETATION_B_W));
 }
 
-struct Scalar {
-  K kind;
-  double value;
-};
-
-core::EditStack stackOf(const std::vector<Scalar>& scalars) {
-  core::EditStack s;
-  for (const Scalar& v : scalars) {
-    s.setScalar(v.kind, v.value, core::UserOrigin{}, core::nowSeconds());
-  }
-  return s;
-}
+using Scalar = std::pair<K, double>;
+const auto stackOf = scalars;
 
 /// The stack's geometry on `image` at full size, as renderStack does it.
 VImage geometryOf(const VImage& image, const core::EditStack& stack) {

@@ -20,7 +20,6 @@
 #include <algorithm>
 #include <atomic>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -34,7 +33,6 @@ namespace {
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 using velko::testing::ServerProcess;
-using velko::testing::TempDir;
 
 constexpr int kClients = 8;
 constexpr int kOwnedEach = 2;
@@ -57,13 +55,7 @@ int descriptorCount(pid_t pid) {
 }
 
 long residentKiB(pid_t pid) {
-  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-  for (std::string line; std::getline(status, line);) {
-    if (line.starts_with("VmRSS:")) {
-      return std::stol(line.substr(6));
-    }
-  }
-  return -1;
+  return velko::testing::statusKiB(pid, "VmRSS");
 }
 
 /// One MCP session: a velko-mcp process driven over its standard input and output.
@@ -134,7 +126,6 @@ protected:
       GTEST_SKIP() << why;
     }
     initImaging();
-    fs::create_directories(home());
     for (int i = 0; i < kPhotos; ++i) {
       PhotoSpec shot;
       shot.width = 1600;
@@ -144,26 +135,18 @@ protected:
       shot.dateTimeOriginal = "2024:06:" + std::to_string(10 + i) + " 09:00:00";
       writePhoto(library() + "/p" + std::to_string(i) + ".jpg", shot);
     }
-    const std::string script = "mount --bind \"$1\" \"$2\" || exit 97\n"
-                               "exec \"$3\" --library \"$4\" --allow-saving 2>>\"$5\"\n";
-    app_ = std::make_unique<ServerProcess>(std::vector<std::string>{
-        "/usr/bin/unshare", "--mount", "--", "/bin/sh", "-c", script, "sh", home(),
-        velko::testing::passwordHome(), VELKO_HEADLESS_PATH, library(),
-        root_.path() + "/headless.log"});
+    app_ = std::make_unique<ServerProcess>(root_.headless(VELKO_HEADLESS_PATH, "--allow-saving"));
   }
 
-  std::string home() const { return root_.path() + "/home"; }
-  std::string library() const { return root_.path() + "/library"; }
-  std::string log() const {
-    std::ifstream in(root_.path() + "/headless.log");
-    return std::string(std::istreambuf_iterator<char>(in), {});
-  }
+  std::string home() const { return root_.home(); }
+  std::string library() const { return root_.library(); }
+  std::string log() const { return root_.log(); }
 
   /// One client's stream until `until`.
   void drive(McpClient& client, int index, const std::vector<std::string>& ids, Clock::time_point until,
              Tally& tally) {
     std::mt19937 rng(1000 + static_cast<unsigned>(index));
-    const std::string out = root_.path() + "/exports/c" + std::to_string(index);
+    const std::string out = root_.root.path() + "/exports/c" + std::to_string(index);
     auto owned = [&] { return ids[static_cast<std::size_t>(index * kOwnedEach) + rng() % kOwnedEach]; };
     auto shared = [&] { return ids[static_cast<std::size_t>(kClients * kOwnedEach) + rng() % kShared]; };
     auto any = [&] { return ids[rng() % ids.size()]; };
@@ -246,7 +229,7 @@ protected:
     }
   }
 
-  TempDir root_;
+  ProgramRoot root_;
   std::unique_ptr<ServerProcess> app_;
   std::map<std::string, std::atomic<int>> edits_;
 };
@@ -286,9 +269,8 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
   for (const std::string& id : ids) {
     edits_[id] = 0;
   }
-  std::ifstream endpoint(home() + "/.velko/ipc-endpoint.json");
   const pid_t app = static_cast<pid_t>(
-      json::parse(std::string(std::istreambuf_iterator<char>(endpoint), {})).at("pid").as_int64());
+      json::parse(readFile(home() + "/.velko/ipc-endpoint.json")).at("pid").as_int64());
 
   const int seconds = phaseSeconds();
   std::vector<Tally> warmUp(kClients), measured(kClients);
@@ -352,7 +334,7 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
   sqlite3_close(db);
   EXPECT_EQ(rows, kPhotos);
   std::size_t files = 0;
-  for (const auto& entry : fs::recursive_directory_iterator(root_.path() + "/exports")) {
+  for (const auto& entry : fs::recursive_directory_iterator(root_.root.path() + "/exports")) {
     files += entry.is_regular_file() ? 1 : 0;
   }
   EXPECT_EQ(files, static_cast<std::size_t>(exports));

@@ -1,5 +1,6 @@
 #include "app/Masks.h"
 
+#include "app/AppFixture.h"
 #include "app/Imaging.h"
 #include "app/RenderPipeline.h"
 #include "support/TestPeer.h"
@@ -22,10 +23,6 @@ constexpr int kH = 64;
 VImage srgb(const VImage& i) {
   return i.cast(VIPS_FORMAT_UCHAR)
       .copy(VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
-}
-VImage flat(double r, double g, double b, int w = kW, int h = kH) {
-  return srgb(VImage::black(w, h, VImage::option()->set("bands", 3)) +
-              std::vector<double>{r, g, b});
 }
 /// A centred square of `size` in colour (r, g, b) on `ground`.
 VImage patch(const VImage& ground, double r, double g, double b, int size) {
@@ -51,10 +48,8 @@ constexpr Area kCentre{kW / 2 - 8, kH / 2 - 8, 16, 16};
 constexpr Area kCorner{0, 0, 8, 8};
 
 /// Mean linear luminance of an area.
-double luma(const VImage& i, Area a = {0, 0, 0, 0}) {
-  const VImage l =
-      (a.w > 0 ? i.extract_area(a.x, a.y, a.w, a.h) : i).colourspace(VIPS_INTERPRETATION_scRGB);
-  return 0.2126 * l[0].avg() + 0.7152 * l[1].avg() + 0.0722 * l[2].avg();
+double luma(const VImage& i, Area a) {
+  return velko::app::testing::luma(i.extract_area(a.x, a.y, a.w, a.h));
 }
 
 core::LocalMask maskOf(core::MaskShape shape,
@@ -302,16 +297,9 @@ TEST_F(Masks, SameStackGivesSameBytes) {
               refine(core::ColorRangeShape{0.1, 0.1, 0.1}, CompositeMode::Add),
               refine(core::LinearShape{{0, 0}, {1, 1}}, CompositeMode::Subtract)}),
   });
-  const auto bytes = [&] {
-    std::size_t size = 0;
-    void* data = applyAdjustments(input, stack).write_to_memory(&size);
-    std::string copy(static_cast<const char*>(data), size);
-    g_free(data);
-    return copy;
-  };
-  const std::string first = bytes();
+  const std::string first = pixelBytes(applyAdjustments(input, stack));
   EXPECT_NE(first.size(), 0U);
-  EXPECT_TRUE(first == bytes()) << "two renders of one stack differ";
+  EXPECT_TRUE(first == pixelBytes(applyAdjustments(input, stack))) << "two renders of one stack differ";
 }
 
 TEST_F(Masks, CoordinatesBelongToTheRenderedFrame) {
@@ -329,7 +317,7 @@ TEST_F(Masks, CoordinatesBelongToTheRenderedFrame) {
     const VImage out = renderStack(path, stack, std::nullopt, dir.path()).copy_memory();
     ASSERT_EQ(out.width(), kW);
     // A flat frame has no subject, so the inverted subject covers all of it.
-    const double before = luma(flat(118, 118, 118));
+    const double before = velko::app::testing::luma(flat(118, 118, 118));
     EXPECT_NEAR(luma(out, kCentre) / before, 2, 0.05);
     EXPECT_NEAR(luma(out, kCorner) / before, ai ? 2 : 1, 0.05);
   }
