@@ -12,6 +12,9 @@
 #include <fstream>
 #include <glib.h>
 #include <libexif/exif-data.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 #include <vips/vips8>
 
 namespace velko::app::testing {
@@ -177,6 +180,37 @@ std::string pixelBytes(const vips::VImage& image) {
   return copy;
 }
 
+int connectUnix(const std::string& path) {
+  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
+  const timeval limit{10, 0};
+  ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+  ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+  if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    ::close(fd);
+    return -1;
+  }
+  return fd;
+}
+
+std::optional<std::string> roundTrip(const std::string& socketPath, std::string_view bytes) {
+  const int fd = connectUnix(socketPath);
+  std::string reply;
+  if (fd >= 0 && ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size())) {
+    char chunk[4096];
+    for (ssize_t n; reply.find('\n') == std::string::npos && (n = ::recv(fd, chunk, sizeof chunk, 0)) > 0;) {
+      reply.append(chunk, static_cast<std::size_t>(n));
+    }
+  }
+  if (fd >= 0) {
+    ::close(fd);
+  }
+  const std::size_t end = reply.find('\n');
+  return end == std::string::npos ? std::nullopt : std::optional(reply.substr(0, end));
+}
+
 std::vector<std::string> ProgramRoot::headless(const std::string& headless, const std::string& flags,
                                                const std::string& mcp) const {
   const std::string run = "\"$3\" --library \"$4\" " + flags + " 2>>\"$5\"";
@@ -187,6 +221,48 @@ std::vector<std::string> ProgramRoot::headless(const std::string& headless, cons
                            "  i=$((i+1)); [ $i -gt 600 ] && exit 98; sleep 0.05\ndone\nexec \"$6\"\n");
   return {"/usr/bin/unshare", "--mount", "--", "/bin/sh", "-c", script, "sh", home(),
           velko::testing::passwordHome(), headless, library(), logFile(), mcp};
+}
+
+McpSession::McpSession(const std::vector<std::string>& argv) : process(argv) {
+  call(R"({"jsonrpc":"2.0","id":0,"method":"initialize","params":{"protocolVersion":"2024-11-05","capabilities":{},"clientInfo":{"name":"tests","version":"1"}}})");
+  process.send(R"({"jsonrpc":"2.0","method":"notifications/initialized"})");
+}
+
+json::Value McpSession::call(const std::string& line) {
+  process.send(line);
+  process.readLine(line_, std::chrono::seconds(120));
+  return json::parse(line_);
+}
+
+ToolReply McpSession::tool(std::string_view name, const json::Value& arguments) {
+  const json::Value reply = call(json::toCompact(
+      json::Object{{"jsonrpc", "2.0"}, {"id", ++id_}, {"method", "tools/call"},
+                   {"params", json::Object{{"name", name}, {"arguments", arguments}}}}));
+  ToolReply r;
+  const json::Value* result = reply.as_object().if_contains("result");
+  if (result == nullptr) {
+    r.rawText = json::toCompact(reply);
+    return r;
+  }
+  r.isError = result->at("isError").as_bool();
+  for (const json::Value& item : result->at("content").as_array()) {
+    if (item.at("type") == "text" && r.rawText.empty()) {
+      r.rawText = std::string(item.at("text").as_string());
+      try {
+        r.text = json::parse(r.rawText);
+      } catch (const std::exception&) {
+      }
+    } else if (item.at("type") == "image") {
+      r.images.emplace_back(item.at("data").as_string());
+    }
+  }
+  return r;
+}
+
+json::Value McpSession::ok(std::string_view name, const json::Value& arguments) {
+  ToolReply r = tool(name, arguments);
+  EXPECT_FALSE(r.isError) << name << ": " << r.rawText;
+  return r.text;
 }
 
 AppFixture::AppFixture()

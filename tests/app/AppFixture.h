@@ -8,6 +8,7 @@
 #include "json/Value.h"
 #include "json/Writer.h"
 #include "protocol/Rpc.h"
+#include "support/ServerProcess.h"
 #include "support/TestPeer.h"
 
 #include <filesystem>
@@ -50,6 +51,12 @@ core::EditStack scalars(const std::vector<std::pair<core::AdjustmentKind, double
 /// The image's pixels, for comparing two renders byte for byte.
 std::string pixelBytes(const vips::VImage& image);
 
+/// A connection to a Unix socket, with 10-second send and receive limits; -1 when refused.
+int connectUnix(const std::string& path);
+/// `bytes` sent on a connection of its own; the first reply line without its newline, or nothing
+/// when the connection closed (or the limit passed) first.
+std::optional<std::string> roundTrip(const std::string& socketPath, std::string_view bytes);
+
 /// A temporary root holding home/, library/ and the application's log, for tests that run the
 /// built programs in a private mount namespace whose home is root/home.
 struct ProgramRoot {
@@ -64,6 +71,31 @@ struct ProgramRoot {
   /// once the socket is there; otherwise the application is exec'd.
   std::vector<std::string> headless(const std::string& headless, const std::string& flags,
                                     const std::string& mcp = "") const;
+};
+
+/// A tool call's reply: whether it is an error, its first text (parsed too, when it is JSON) and
+/// its images in base64.
+struct ToolReply {
+  bool isError = true;
+  std::string rawText;
+  json::Value text;
+  std::vector<std::string> images;
+};
+
+/// An MCP session with a velko-mcp process started from `argv`: the handshake, then tool calls.
+class McpSession {
+public:
+  explicit McpSession(const std::vector<std::string>& argv);
+  ToolReply tool(std::string_view name, const json::Value& arguments = json::Object{});
+  /// A tool that must succeed; its text parsed.
+  json::Value ok(std::string_view name, const json::Value& arguments = json::Object{});
+
+  velko::testing::ServerProcess process;
+
+private:
+  json::Value call(const std::string& line);
+  std::string line_;
+  std::int64_t id_ = 0;
 };
 
 /// A reply's error, thrown by AppFixture::call.

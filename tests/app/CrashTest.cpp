@@ -18,10 +18,7 @@
 #include <random>
 #include <set>
 #include <sqlite3.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <thread>
-#include <unistd.h>
 #include <xxhash.h>
 
 namespace velko::app::testing {
@@ -43,30 +40,8 @@ std::uint64_t fileHash(const fs::path& path) {
 /// One request on a connection of its own; the reply envelope, or nothing when none came.
 std::optional<json::Value> request(const std::string& socketPath, std::string_view method,
                                    json::Object params = {}) {
-  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::snprintf(address.sun_path, sizeof address.sun_path, "%s", socketPath.c_str());
-  const timeval limit{10, 0};
-  ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-  ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-  const std::string frame =
-      json::toCompact(json::Object{{"jsonrpc", "2.0"}, {"id", 1}, {"method", method},
-                                   {"params", std::move(params)}}) + "\n";
-  std::string reply;
-  if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-      ::send(fd, frame.data(), frame.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(frame.size())) {
-    char chunk[4096];
-    for (ssize_t n; reply.find('\n') == std::string::npos &&
-                    (n = ::recv(fd, chunk, sizeof chunk, 0)) > 0;) {
-      reply.append(chunk, static_cast<std::size_t>(n));
-    }
-  }
-  ::close(fd);
-  if (reply.find('\n') == std::string::npos) {
-    return std::nullopt;
-  }
-  return json::parse(reply.substr(0, reply.find('\n')));
+  const auto reply = roundTrip(socketPath, json::toCompact(json::Object{{"jsonrpc", "2.0"}, {"id", 1}, {"method", method}, {"params", std::move(params)}}) + "\n");
+  return reply ? std::optional(json::parse(*reply)) : std::nullopt;
 }
 
 /// What the catalogue holds for one photo.

@@ -14,16 +14,7 @@
 namespace velko::app::testing {
 namespace {
 
-using velko::testing::ServerProcess;
-
 constexpr int kPhotos = 6;
-
-struct ToolReply {
-  json::Value text; ///< the first content item's text, parsed when it is JSON
-  std::string rawText;
-  std::vector<std::string> images; ///< base64 PNGs
-  bool isError = false;
-};
 
 class EndToEnd : public ::testing::Test {
 protected:
@@ -40,10 +31,8 @@ protected:
                   .dateTimeOriginal = "2024:05:0" + std::to_string(i + 1) + " 10:00:00",
                   .orientation = i == 1 ? 6 : 1});
     }
-    process_ = std::make_unique<ServerProcess>(
+    session_ = std::make_unique<McpSession>(
         root_.headless(VELKO_HEADLESS_PATH, "--allow-saving --allow-delete", VELKO_MCP_PATH));
-    request(R"({"jsonrpc":"2.0","id":0,"method":"initialize","params":{"protocolVersion":"2024-11-05","capabilities":{},"clientInfo":{"name":"e2e","version":"1"}}})");
-    process_->send(R"({"jsonrpc":"2.0","method":"notifications/initialized"})");
     // The first scan runs in the background; ping answers at once and counts what is indexed.
     for (int tries = 0; tries < 200; ++tries) {
       const json::Value ping = ok("velko_ping");
@@ -59,42 +48,15 @@ protected:
     ASSERT_EQ(ids_.size(), static_cast<std::size_t>(kPhotos)) << root_.log();
   }
 
-  json::Value request(const std::string& line) {
-    process_->send(line);
-    return json::parse(process_->readLine(std::chrono::seconds(60)));
-  }
-
   ToolReply tool(std::string_view name, const json::Value& arguments = json::Object{}) {
-    const json::Value reply = request(json::toCompact(
-        json::Object{{"jsonrpc", "2.0"}, {"id", ++id_}, {"method", "tools/call"},
-                     {"params", json::Object{{"name", name}, {"arguments", arguments}}}}));
-    const json::Object& result = reply.at("result").as_object();
-    ToolReply r;
-    r.isError = result.at("isError").as_bool();
-    for (const json::Value& item : result.at("content").as_array()) {
-      if (item.at("type") == "text") {
-        r.rawText = std::string(item.at("text").as_string());
-        try {
-          r.text = json::parse(r.rawText);
-        } catch (const std::exception&) {
-        }
-      } else {
-        r.images.emplace_back(item.at("data").as_string());
-      }
-    }
-    return r;
+    return session_->tool(name, arguments);
   }
-
-  /// A tool that must succeed, its text parsed.
   json::Value ok(std::string_view name, const json::Value& arguments = json::Object{}) {
-    ToolReply r = tool(name, arguments);
-    EXPECT_FALSE(r.isError) << name << ": " << r.rawText;
-    return r.text;
+    return session_->ok(name, arguments);
   }
 
   ProgramRoot root_;
-  std::unique_ptr<ServerProcess> process_;
-  std::int64_t id_ = 0;
+  std::unique_ptr<McpSession> session_;
   std::vector<std::string> ids_; ///< newest first
 };
 

@@ -58,57 +58,6 @@ long residentKiB(pid_t pid) {
   return velko::testing::statusKiB(pid, "VmRSS");
 }
 
-/// One MCP session: a velko-mcp process driven over its standard input and output.
-class McpClient {
-public:
-  McpClient(const std::string& home, const std::string& binary)
-      : process_(velko::testing::withPrivateHome(home, binary)) {
-    call(R"({"jsonrpc":"2.0","id":0,"method":"initialize","params":{"protocolVersion":"2024-11-05","capabilities":{},"clientInfo":{"name":"load","version":"1"}}})");
-    process_.send(R"({"jsonrpc":"2.0","method":"notifications/initialized"})");
-  }
-
-  pid_t pid() const { return process_.pid(); }
-
-  /// A tool call's result: whether it is an error, and its first text.
-  struct Result {
-    bool isError = true;
-    std::string text;
-    std::size_t images = 0;
-  };
-
-  Result tool(std::string_view name, json::Object arguments) {
-    const json::Value reply = call(json::toCompact(json::Object{
-        {"jsonrpc", "2.0"}, {"id", ++id_}, {"method", "tools/call"},
-        {"params", json::Object{{"name", name}, {"arguments", std::move(arguments)}}}}));
-    Result r;
-    if (!reply.as_object().contains("result")) {
-      r.text = json::toCompact(reply);
-      return r;
-    }
-    const json::Value& result = reply.at("result");
-    r.isError = result.at("isError").as_bool();
-    for (const json::Value& item : result.at("content").as_array()) {
-      if (item.at("type") == "text" && r.text.empty()) {
-        r.text = std::string(item.at("text").as_string());
-      } else if (item.at("type") == "image") {
-        ++r.images;
-      }
-    }
-    return r;
-  }
-
-private:
-  json::Value call(const std::string& line) {
-    process_.send(line);
-    process_.readLine(line_, std::chrono::seconds(120));
-    return json::parse(line_);
-  }
-
-  ServerProcess process_;
-  std::string line_;
-  std::int64_t id_ = 0;
-};
-
 /// What one client saw: latencies by kind of call, and what it was told had happened.
 struct Tally {
   std::map<std::string, std::vector<double>> millis;
@@ -143,7 +92,7 @@ protected:
   std::string log() const { return root_.log(); }
 
   /// One client's stream until `until`.
-  void drive(McpClient& client, int index, const std::vector<std::string>& ids, Clock::time_point until,
+  void drive(McpSession& client, int index, const std::vector<std::string>& ids, Clock::time_point until,
              Tally& tally) {
     std::mt19937 rng(1000 + static_cast<unsigned>(index));
     const std::string out = root_.root.path() + "/exports/c" + std::to_string(index);
@@ -156,7 +105,7 @@ protected:
       std::string kind;
       std::string name;
       json::Object args;
-      std::function<void(const McpClient::Result&)> acknowledged = [](const McpClient::Result&) {};
+      std::function<void(const ToolReply&)> acknowledged = [](const ToolReply&) {};
       if (dice < 12) {
         kind = "read", name = "velko_list", args = {{"limit", 50}};
       } else if (dice < 22) {
@@ -167,25 +116,25 @@ protected:
         const std::string id = owned();
         const std::int64_t rating = rng() % 6;
         kind = "change", name = "velko_rate", args = {{"ids", json::Array{id}}, {"rating", rating}};
-        acknowledged = [&, id, rating](const McpClient::Result&) { tally.owned[id].first = rating; };
+        acknowledged = [&, id, rating](const ToolReply&) { tally.owned[id].first = rating; };
       } else if (dice < 48) {
         static constexpr std::pair<const char*, std::int64_t> kFlags[] = {{"pick", 1}, {"reject", -1}, {"none", 0}};
         const std::string id = owned();
         const auto& flag = kFlags[rng() % 3];
         kind = "change", name = "velko_flag", args = {{"ids", json::Array{id}}, {"flag", flag.first}};
-        acknowledged = [&, id, flag](const McpClient::Result&) { tally.owned[id].second = flag.second; };
+        acknowledged = [&, id, flag](const ToolReply&) { tally.owned[id].second = flag.second; };
       } else if (dice < 68) {
         const std::string id = shared();
         if (!versions.contains(id)) {
-          const auto got = client.tool("velko_edit_get", {{"id", id}});
-          versions[id] = got.isError ? 0 : json::parse(got.text).at("version").as_int64();
+          const auto got = client.tool("velko_edit_get", json::Object{{"id", id}});
+          versions[id] = got.isError ? 0 : got.text.at("version").as_int64();
         }
         kind = "edit", name = "velko_edit_set";
         args = {{"id", id},
                 {"ops", json::Array{json::Object{{"kind", "exposure"}, {"scalar", 0.05 * (rng() % 20)}}}},
                 {"expectedVersion", versions[id]}};
-        acknowledged = [&, id](const McpClient::Result& r) {
-          versions[id] = json::parse(r.text).at("newVersion").as_int64();
+        acknowledged = [&, id](const ToolReply& r) {
+          versions[id] = r.text.at("newVersion").as_int64();
           edits_.at(id).fetch_add(1);
         };
       } else if (dice < 90) {
@@ -193,11 +142,11 @@ protected:
       } else {
         kind = "export", name = "velko_export";
         args = {{"ids", json::Array{any()}}, {"directory", out}, {"format", "jpeg"}, {"longEdge", 1024}};
-        acknowledged = [&](const McpClient::Result&) { ++tally.exports; };
+        acknowledged = [&](const ToolReply&) { ++tally.exports; };
       }
       const std::string id = args.contains("id") ? std::string(args.at("id").as_string()) : "";
       const Clock::time_point start = Clock::now();
-      McpClient::Result r;
+      ToolReply r;
       try {
         r = client.tool(name, std::move(args));
       } catch (const std::exception& e) {
@@ -207,17 +156,17 @@ protected:
       tally.millis[kind].push_back(std::chrono::duration<double, std::milli>(Clock::now() - start).count());
       if (!r.isError) {
         acknowledged(r);
-      } else if (name == "velko_edit_set" && r.text.starts_with("velko error -32000:")) {
+      } else if (name == "velko_edit_set" && r.rawText.starts_with("velko error -32000:")) {
         ++tally.conflicts;
         versions.erase(id); // read again before the next edit
       } else {
-        tally.failures.push_back(name + ": " + r.text);
+        tally.failures.push_back(name + ": " + r.rawText);
       }
     }
   }
 
   /// Runs every client for `seconds`.
-  void phase(std::vector<std::unique_ptr<McpClient>>& clients, const std::vector<std::string>& ids,
+  void phase(std::vector<std::unique_ptr<McpSession>>& clients, const std::vector<std::string>& ids,
              int seconds, std::vector<Tally>& tallies) {
     const Clock::time_point until = Clock::now() + std::chrono::seconds(seconds);
     std::vector<std::thread> threads;
@@ -240,19 +189,19 @@ double percentile(std::vector<double> v, double p) {
 }
 
 TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
-  std::vector<std::unique_ptr<McpClient>> clients;
+  std::vector<std::unique_ptr<McpSession>> clients;
   for (int i = 0; i < kClients; ++i) {
-    clients.push_back(std::make_unique<McpClient>(home(), VELKO_MCP_PATH));
+    clients.push_back(std::make_unique<McpSession>(velko::testing::withPrivateHome(home(), VELKO_MCP_PATH)));
   }
   // Wait for the first scan, then learn the ids in file order (photo i was taken on day 10 + i):
   // the first sixteen are owned two by two, the rest shared.
   std::vector<std::string> ids;
   for (int tries = 0; tries < 600 && ids.size() != kPhotos; ++tries) {
-    const auto listed = clients[0]->tool("velko_list", {{"limit", 100}});
+    const auto listed = clients[0]->tool("velko_list", json::Object{{"limit", 100}});
     ids.clear();
     if (!listed.isError) {
       std::vector<std::pair<std::string, std::string>> byDate;
-      const json::Value page = json::parse(listed.text);
+      const json::Value& page = listed.text;
       for (const json::Value& p : page.at("photos").as_array()) {
         byDate.emplace_back(std::string(p.at("creationDate").as_string()), std::string(p.at("id").as_string()));
       }
@@ -280,7 +229,7 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
   const long rssBefore = residentKiB(app);
   std::vector<long> mcpBefore;
   for (const auto& c : clients) {
-    mcpBefore.push_back(residentKiB(c->pid()));
+    mcpBefore.push_back(residentKiB(c->process.pid()));
   }
   const Clock::time_point start = Clock::now();
   phase(clients, ids, seconds, measured);
@@ -354,7 +303,7 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
 #else
   EXPECT_LE(rssAfter, rssBefore + rssBefore / 8) << rssBefore << " KiB before, " << rssAfter << " after";
   for (std::size_t i = 0; i < clients.size(); ++i) {
-    EXPECT_LE(residentKiB(clients[i]->pid()), mcpBefore[i] + mcpBefore[i] / 8 + 512) << "velko-mcp " << i;
+    EXPECT_LE(residentKiB(clients[i]->process.pid()), mcpBefore[i] + mcpBefore[i] / 8 + 512) << "velko-mcp " << i;
   }
 #endif
 

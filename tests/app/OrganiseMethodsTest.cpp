@@ -51,26 +51,6 @@ TEST_F(OrganiseMethods, ChangesShowInPhotoGetAndSkipUnknownOrRepeatedIds) {
   }
 }
 
-TEST_F(OrganiseMethods, RefusesValuesOutsideTheAcceptedOnes) {
-  const std::string a = openWith(1).at(0);
-  const std::pair<const char*, json::Object> rows[] = {
-      {"0 to 5", {{"ids", json::Array{a}}, {"rating", 6}}},
-      {"0 to 5", {{"ids", json::Array{a}}, {"rating", -1}}},
-      {"pick, reject or none", {{"ids", json::Array{a}}, {"flag", "maybe"}}},
-      {"none, red, yellow, green, blue or purple", {{"ids", json::Array{a}}, {"color", "pink"}}},
-  };
-  for (const auto& [accepted, params] : rows) {
-    const char* method = params.contains("rating") ? "photo.rate"
-                         : params.contains("flag") ? "photo.flag"
-                                                   : "photo.label";
-    SCOPED_TRACE(json::toCompact(params));
-    CallError e = callError(method, params);
-    EXPECT_EQ(e.code, -32602);
-    EXPECT_NE(std::string(e.what()).find(accepted), std::string::npos) << e.what();
-  }
-  EXPECT_EQ(call("photo.get", json::Object{{"id", a}}).at("metadata").at("rating").as_int64(), 0);
-}
-
 TEST_F(OrganiseMethods, GroupsByIdAndByNameWithNestingAndCounts) {
   const auto ids = openWith(3);
   json::Value animals = call(
