@@ -20,18 +20,6 @@
 namespace velko::app::testing {
 namespace {
 
-ExifEntry* entry(ExifData* data, ExifIfd ifd, ExifTag tag) {
-  ExifEntry* e = exif_content_get_entry(data->ifd[ifd], tag);
-  if (!e) {
-    e = exif_entry_new();
-    e->tag = tag;
-    exif_content_add_entry(data->ifd[ifd], e);
-    exif_entry_initialize(e, tag);
-    exif_entry_unref(e);
-  }
-  return e;
-}
-
 /// The entry for the tag, created when missing, with fresh data of `components` values.
 ExifEntry* replaceEntry(ExifData* data, ExifIfd ifd, ExifTag tag, ExifFormat format,
                         std::size_t components) {
@@ -48,6 +36,11 @@ ExifEntry* replaceEntry(ExifData* data, ExifIfd ifd, ExifTag tag, ExifFormat for
   e->size = static_cast<unsigned>(exif_format_get_size(format) * components);
   e->data = static_cast<unsigned char*>(malloc(e->size));
   return e;
+}
+
+void setShort(ExifData* data, ExifIfd ifd, ExifTag tag, int value) {
+  exif_set_short(replaceEntry(data, ifd, tag, EXIF_FORMAT_SHORT, 1)->data, EXIF_BYTE_ORDER_INTEL,
+                 static_cast<ExifShort>(value));
 }
 
 void setAscii(ExifData* data, ExifIfd ifd, ExifTag tag, const std::string& text) {
@@ -81,18 +74,12 @@ std::string exifBlock(const PhotoSpec& shot) {
   ExifData* data = exif_data_new();
   exif_data_set_byte_order(data, EXIF_BYTE_ORDER_INTEL);
   exif_data_set_data_type(data, EXIF_DATA_TYPE_COMPRESSED);
-  exif_set_short(entry(data, EXIF_IFD_0, EXIF_TAG_ORIENTATION)->data, EXIF_BYTE_ORDER_INTEL,
-                 static_cast<ExifShort>(shot.orientation));
+  setShort(data, EXIF_IFD_0, EXIF_TAG_ORIENTATION, shot.orientation);
   if (shot.make) setAscii(data, EXIF_IFD_0, EXIF_TAG_MAKE, *shot.make);
   if (shot.model) setAscii(data, EXIF_IFD_0, EXIF_TAG_MODEL, *shot.model);
   if (shot.lens) setAscii(data, EXIF_IFD_EXIF, EXIF_TAG_LENS_MODEL, *shot.lens);
-  if (shot.dateTimeOriginal) {
-    setAscii(data, EXIF_IFD_EXIF, EXIF_TAG_DATE_TIME_ORIGINAL, *shot.dateTimeOriginal);
-  }
-  if (shot.iso) {
-    exif_set_short(entry(data, EXIF_IFD_EXIF, EXIF_TAG_ISO_SPEED_RATINGS)->data,
-                   EXIF_BYTE_ORDER_INTEL, static_cast<ExifShort>(*shot.iso));
-  }
+  if (shot.dateTimeOriginal) setAscii(data, EXIF_IFD_EXIF, EXIF_TAG_DATE_TIME_ORIGINAL, *shot.dateTimeOriginal);
+  if (shot.iso) setShort(data, EXIF_IFD_EXIF, EXIF_TAG_ISO_SPEED_RATINGS, *shot.iso);
   if (shot.exposureSeconds) {
     const double t = *shot.exposureSeconds;
     setRationals(data, EXIF_IFD_EXIF, EXIF_TAG_EXPOSURE_TIME,
@@ -100,9 +87,7 @@ std::string exifBlock(const PhotoSpec& shot) {
                         : rational(t, 10)});
   }
   if (shot.fNumber) setRationals(data, EXIF_IFD_EXIF, EXIF_TAG_FNUMBER, {rational(*shot.fNumber, 10)});
-  if (shot.focalLength) {
-    setRationals(data, EXIF_IFD_EXIF, EXIF_TAG_FOCAL_LENGTH, {rational(*shot.focalLength, 10)});
-  }
+  if (shot.focalLength) setRationals(data, EXIF_IFD_EXIF, EXIF_TAG_FOCAL_LENGTH, {rational(*shot.focalLength, 10)});
   if (shot.latitude && shot.longitude) {
     setDegrees(data, EXIF_TAG_GPS_LATITUDE, EXIF_TAG_GPS_LATITUDE_REF, *shot.latitude, "N", "S");
     setDegrees(data, EXIF_TAG_GPS_LONGITUDE, EXIF_TAG_GPS_LONGITUDE_REF, *shot.longitude, "E", "W");

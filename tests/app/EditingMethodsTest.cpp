@@ -156,18 +156,6 @@ TEST_F(EditingMethods, PreviewsAreUprightPngsAtTheClampedSize) {
   EXPECT_GT(decodePng(preview).avg(), plain + 20);
 }
 
-TEST_F(EditingMethods, CommitWritesARendition) {
-  open();
-  const std::string id = addPhoto("a.jpg", {.width = 120, .height = 80});
-  set(id, {exposure(0.3)});
-  json::Value r = call("edit.commit", json::Object{{"id", id}});
-  EXPECT_EQ(r, json::parse(R"({"committed":true,"version":1})"));
-  const std::string rendition = home_ + "/.velko/headless/renditions/" + id.substr(0, 36) + ".jpg";
-  vips::VImage image = vips::VImage::new_from_file(rendition.c_str());
-  EXPECT_EQ(image.width(), 120);
-  EXPECT_EQ(call("photo.get", json::Object{{"id", id}}).at("photo").at("hasAdjustments"), true);
-}
-
 TEST_F(EditingMethods, ExportsEveryFormat) {
   open();
   const std::string id = addPhoto("IMG_7.jpg", {.width = 300, .height = 200, .make = "TestCam", .orientation = 6});
@@ -199,6 +187,10 @@ TEST_F(EditingMethods, ExportsEveryFormat) {
       EXPECT_EQ(image.get_int(VIPS_META_ORIENTATION), 1);
     }
   }
+  // A commit writes the upright full-size rendition.
+  EXPECT_EQ(call("edit.commit", json::Object{{"id", id}}), json::parse(R"({"committed":true,"version":0})"));
+  const std::string rendition = app().folders().renditions + "/" + id.substr(0, 36) + ".jpg";
+  EXPECT_EQ(vips::VImage::new_from_file(rendition.c_str()).height(), 300);
   // Full size by default, and a second export never takes the first one's file.
   json::Value a = call("export.render", json::Object{{"id", id}});
   json::Value b = call("export.render", json::Object{{"id", id}});

@@ -170,13 +170,11 @@ TEST_F(OrganiseMethods, GeotagNeedsTheFlagThenTakesOneForm) {
                              {"longitude", -73.63}}));
   EXPECT_EQ(location().at("latitude").to_number<double>(), 4.15);
 
-  for (const char* place : {"Paris", "paris, FRANCE", "Europe/Paris"}) {
-    SCOPED_TRACE(place);
-    r = call("photo.geotag", json::Object{{"ids", json::Array{a}}, {"place", place}});
-    EXPECT_NEAR(r.at("latitude").to_number<double>(), 48.86, 0.05);
-    EXPECT_NEAR(r.at("longitude").to_number<double>(), 2.35, 0.05);
-    EXPECT_NEAR(location().at("latitude").to_number<double>(), 48.86, 0.05);
-  }
+  // The spellings a place may take are the gazetteer's business (below).
+  r = call("photo.geotag", json::Object{{"ids", json::Array{a}}, {"place", "paris, FRANCE"}});
+  EXPECT_NEAR(r.at("latitude").to_number<double>(), 48.86, 0.05);
+  EXPECT_NEAR(r.at("longitude").to_number<double>(), 2.35, 0.05);
+  EXPECT_NEAR(location().at("latitude").to_number<double>(), 48.86, 0.05);
   CallError unknown = callError(
       "photo.geotag", json::Object{{"ids", json::Array{a}}, {"place", "Villavicencio, Colombia"}});
   EXPECT_EQ(unknown.code, -32602);

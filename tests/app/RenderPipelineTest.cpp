@@ -215,31 +215,6 @@ TEST_F(RenderPipeline, SlidersDoWhatTheirNamesSay) {
   }
 }
 
-TEST_F(RenderPipeline, SameStackGivesSameBytes) {
-  const VImage input = halves(40, 210)
-                           .gaussblur(3)
-                           .cast(VIPS_FORMAT_UCHAR)
-                           .copy(VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
-  core::EditStack stack = stackOf({{K::Exposure, 0.3},
-                                   {K::Clarity, 0.5},
-                                   {K::Dehaze, 0.3},
-                                   {K::SharpenAmount, 0.5},
-                                   {K::CgShadowSat, 0.4},
-                                   {K::HslOrangeHue, 0.3},
-                                   {K::GrainAmount, 0.5},
-                                   {K::VignetteAmount, -0.4},
-                                   {K::LuminanceNR, 0.4},
-                                   {K::ColorNR, 0.5},
-                                   {K::SharpenDetail, 0.5},
-                                   {K::DefringeAmount, 0.5},
-                                   {K::GrainRoughness, 0.5}});
-  stack.setPointColors({{0.1, 0.5, 0.5, 0.2, -0.3, 0.1, 0.4}}, core::UserOrigin{},
-                       core::nowSeconds());
-  const std::string first = pixelBytes(applyAdjustments(input, stack));
-  EXPECT_TRUE(first == pixelBytes(applyAdjustments(input, stack))) << "two renders of one stack differ";
-  EXPECT_NE(first.size(), 0U);
-}
-
 TEST_F(RenderPipeline, KeepsAlphaAndTakesEveryInputFormat) {
   const VImage grey = flat(100, 100, 100).colourspace(VIPS_INTERPRETATION_B_W);
   const core::EditStack stack = stackOf({{K::Exposure, 1}, {K::Contrast, 0.2}});
