@@ -120,10 +120,8 @@ protected:
     initImaging();
     // Every file differs, so its content hash names it wherever it moves.
     for (int i = 0; i < kLibraryPhotos + kStaged; ++i) {
-      PhotoSpec shot;
-      shot.width = 48 + i;
-      shot.red = static_cast<unsigned char>(5 * i);
-      shot.dateTimeOriginal = "2024:05:01 10:" + std::to_string(10 + i % 50) + ":00";
+      const PhotoSpec shot{.width = 48 + i, .red = static_cast<unsigned char>(5 * i),
+                           .dateTimeOriginal = "2024:05:01 10:" + std::to_string(10 + i % 50) + ":00"};
       const std::string path = i < kLibraryPhotos
                                    ? library() + "/p" + std::to_string(i) + ".jpg"
                                    : home() + "/.velko/exchange/s" + std::to_string(i) + ".jpg";

@@ -24,7 +24,6 @@
 #include <map>
 #include <mutex>
 #include <random>
-#include <sqlite3.h>
 #include <thread>
 
 namespace velko::app::testing {
@@ -76,13 +75,9 @@ protected:
     }
     initImaging();
     for (int i = 0; i < kPhotos; ++i) {
-      PhotoSpec shot;
-      shot.width = 1600;
-      shot.height = 1067;
-      shot.pattern = true;
-      shot.red = static_cast<unsigned char>(11 * i);
-      shot.dateTimeOriginal = "2024:06:" + std::to_string(10 + i) + " 09:00:00";
-      writePhoto(library() + "/p" + std::to_string(i) + ".jpg", shot);
+      writePhoto(library() + "/p" + std::to_string(i) + ".jpg",
+                 {.width = 1600, .height = 1067, .red = static_cast<unsigned char>(11 * i), .pattern = true,
+                  .dateTimeOriginal = "2024:06:" + std::to_string(10 + i) + " 09:00:00"});
     }
     app_ = std::make_unique<ServerProcess>(root_.headless(VELKO_HEADLESS_PATH, "--allow-saving"));
   }
@@ -193,22 +188,14 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
   for (int i = 0; i < kClients; ++i) {
     clients.push_back(std::make_unique<McpSession>(velko::testing::withPrivateHome(home(), VELKO_MCP_PATH)));
   }
-  // Wait for the first scan, then learn the ids in file order (photo i was taken on day 10 + i):
-  // the first sixteen are owned two by two, the rest shared.
+  // Wait for the first scan, then learn the ids in file order (photo i was taken on day 10 + i,
+  // and the list is newest first): the first sixteen are owned two by two, the rest shared.
   std::vector<std::string> ids;
   for (int tries = 0; tries < 600 && ids.size() != kPhotos; ++tries) {
     const auto listed = clients[0]->tool("velko_list", json::Object{{"limit", 100}});
     ids.clear();
-    if (!listed.isError) {
-      std::vector<std::pair<std::string, std::string>> byDate;
-      const json::Value& page = listed.text;
-      for (const json::Value& p : page.at("photos").as_array()) {
-        byDate.emplace_back(std::string(p.at("creationDate").as_string()), std::string(p.at("id").as_string()));
-      }
-      std::sort(byDate.begin(), byDate.end());
-      for (const auto& entry : byDate) {
-        ids.push_back(entry.second);
-      }
+    for (const json::Value& p : listed.isError ? json::Array{} : listed.text.at("photos").as_array()) {
+      ids.insert(ids.begin(), std::string(p.at("id").as_string()));
     }
     if (ids.size() != kPhotos) {
       std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -263,24 +250,19 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
   // Every acknowledged change is in the catalogue once the application has stopped.
   ::kill(app, SIGTERM);
   EXPECT_EQ(app_->waitExit(std::chrono::seconds(30)), 0) << log();
-  sqlite3* db = nullptr;
-  ASSERT_EQ(sqlite3_open_v2((home() + "/.velko/headless/catalog.sqlite").c_str(), &db,
-                            SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
-  sqlite3_stmt* s = nullptr;
-  ASSERT_EQ(sqlite3_prepare_v2(db, "SELECT id, rating, flag, stack_version FROM photos", -1, &s, nullptr), SQLITE_OK);
+  Catalog catalog(home() + "/.velko/headless/catalog.sqlite");
+  auto access = catalog.access();
+  auto s = access->prepare("SELECT id, rating, flag, stack_version FROM photos");
   int rows = 0;
-  while (sqlite3_step(s) == SQLITE_ROW) {
-    ++rows;
-    const std::string id(reinterpret_cast<const char*>(sqlite3_column_text(s, 0)));
+  for (; s->step(); ++rows) {
+    const std::string id = s->text(0);
     SCOPED_TRACE(id);
     if (owned.contains(id)) {
-      EXPECT_EQ(sqlite3_column_int64(s, 1), owned[id].first);
-      EXPECT_EQ(sqlite3_column_int64(s, 2), owned[id].second);
+      EXPECT_EQ(s->int64(1), owned[id].first);
+      EXPECT_EQ(s->int64(2), owned[id].second);
     }
-    EXPECT_EQ(sqlite3_column_int64(s, 3), edits_.at(id).load());
+    EXPECT_EQ(s->int64(3), edits_.at(id).load());
   }
-  sqlite3_finalize(s);
-  sqlite3_close(db);
   EXPECT_EQ(rows, kPhotos);
   std::size_t files = 0;
   for (const auto& entry : fs::recursive_directory_iterator(root_.root.path() + "/exports")) {

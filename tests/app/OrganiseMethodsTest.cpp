@@ -11,9 +11,8 @@ protected:
   /// Opens a library of `n` stills taken a day apart; ids newest first.
   std::vector<std::string> openWith(int n) {
     for (int i = 0; i < n; ++i) {
-      PhotoSpec shot;
-      shot.dateTimeOriginal = "2024:05:0" + std::to_string(i + 1) + " 10:00:00";
-      writePhoto(libraryFile("p" + std::to_string(i) + ".jpg"), shot);
+      writePhoto(libraryFile("p" + std::to_string(i) + ".jpg"),
+                 {.dateTimeOriginal = "2024:05:0" + std::to_string(i + 1) + " 10:00:00"});
     }
     open();
     return ids();

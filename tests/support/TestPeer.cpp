@@ -78,10 +78,6 @@ TempDir::~TempDir() {
   std::filesystem::remove_all(path_, ignored);
 }
 
-std::string TempDir::file(std::string_view relative) const {
-  return path_ + "/" + std::string(relative);
-}
-
 std::string TempDir::touch(std::string_view relative) const {
   const std::string p = file(relative);
   std::filesystem::create_directories(std::filesystem::path(p).parent_path());
@@ -104,12 +100,6 @@ PeerStep PeerStep::error(std::int64_t code, std::string_view message) {
   json::writeCompact(json::encode(protocol::RPCError{code, std::string(message)}), reply);
   return line(reply + '}');
 }
-
-PeerStep PeerStep::line(std::string_view line) { return {.writes = {std::string(line) + "\n"}}; }
-PeerStep PeerStep::raw(std::vector<std::string> chunks) { return {.writes = std::move(chunks)}; }
-PeerStep PeerStep::closeWithoutReply() { return {.kind = Kind::CloseWithoutReply}; }
-PeerStep PeerStep::closeUnread() { return {.kind = Kind::CloseUnread}; }
-PeerStep PeerStep::unterminated(std::size_t bytes) { return {.kind = Kind::Unterminated, .size = bytes}; }
 
 PeerStep PeerStep::hang(std::string partialReply) {
   PeerStep step{.kind = Kind::Hang};
