@@ -4,7 +4,6 @@
 #include "app/Methods.h"
 #include "json/Codec.h"
 #include "json/Writer.h"
-
 #include "support/ServerProcess.h"
 
 #include <cmath>
@@ -78,8 +77,10 @@ std::string exifBlock(const PhotoSpec& shot) {
   if (shot.make) setAscii(data, EXIF_IFD_0, EXIF_TAG_MAKE, *shot.make);
   if (shot.model) setAscii(data, EXIF_IFD_0, EXIF_TAG_MODEL, *shot.model);
   if (shot.lens) setAscii(data, EXIF_IFD_EXIF, EXIF_TAG_LENS_MODEL, *shot.lens);
-  if (shot.dateTimeOriginal) setAscii(data, EXIF_IFD_EXIF, EXIF_TAG_DATE_TIME_ORIGINAL, *shot.dateTimeOriginal);
-  if (shot.iso) setShort(data, EXIF_IFD_EXIF, EXIF_TAG_ISO_SPEED_RATINGS, *shot.iso);
+  if (shot.dateTimeOriginal)
+    setAscii(data, EXIF_IFD_EXIF, EXIF_TAG_DATE_TIME_ORIGINAL, *shot.dateTimeOriginal);
+  if (shot.iso)
+    setShort(data, EXIF_IFD_EXIF, EXIF_TAG_ISO_SPEED_RATINGS, *shot.iso);
   if (shot.exposureSeconds) {
     const double t = *shot.exposureSeconds;
     setRationals(data, EXIF_IFD_EXIF, EXIF_TAG_EXPOSURE_TIME,
@@ -87,7 +88,8 @@ std::string exifBlock(const PhotoSpec& shot) {
                         : rational(t, 10)});
   }
   if (shot.fNumber) setRationals(data, EXIF_IFD_EXIF, EXIF_TAG_FNUMBER, {rational(*shot.fNumber, 10)});
-  if (shot.focalLength) setRationals(data, EXIF_IFD_EXIF, EXIF_TAG_FOCAL_LENGTH, {rational(*shot.focalLength, 10)});
+  if (shot.focalLength)
+    setRationals(data, EXIF_IFD_EXIF, EXIF_TAG_FOCAL_LENGTH, {rational(*shot.focalLength, 10)});
   if (shot.latitude && shot.longitude) {
     setDegrees(data, EXIF_TAG_GPS_LATITUDE, EXIF_TAG_GPS_LATITUDE_REF, *shot.latitude, "N", "S");
     setDegrees(data, EXIF_TAG_GPS_LONGITUDE, EXIF_TAG_GPS_LONGITUDE_REF, *shot.longitude, "E", "W");
@@ -183,9 +185,11 @@ int connectUnix(const std::string& path) {
 std::optional<std::string> roundTrip(const std::string& socketPath, std::string_view bytes) {
   const int fd = connectUnix(socketPath);
   std::string reply;
-  if (fd >= 0 && ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size())) {
+  if (fd >= 0 &&
+      ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size())) {
     char chunk[4096];
-    for (ssize_t n; reply.find('\n') == std::string::npos && (n = ::recv(fd, chunk, sizeof chunk, 0)) > 0;) {
+    for (ssize_t n;
+         reply.find('\n') == std::string::npos && (n = ::recv(fd, chunk, sizeof chunk, 0)) > 0;) {
       reply.append(chunk, static_cast<std::size_t>(n));
     }
   }
@@ -196,20 +200,34 @@ std::optional<std::string> roundTrip(const std::string& socketPath, std::string_
   return end == std::string::npos ? std::nullopt : std::optional(reply.substr(0, end));
 }
 
-std::vector<std::string> ProgramRoot::headless(const std::string& headless, const std::string& flags,
+std::vector<std::string> ProgramRoot::headless(const std::string& headless,
+                                               const std::string& flags,
                                                const std::string& mcp) const {
   const std::string run = "\"$3\" --library \"$4\" " + flags + " 2>>\"$5\"";
   const std::string script =
       "mount --bind \"$1\" \"$2\" || exit 97\n" +
-      (mcp.empty() ? "exec " + run + "\n"
-                   : run + " &\ni=0; while [ ! -S \"$2/.velko/ipc.sock\" ]; do\n"
-                           "  i=$((i+1)); [ $i -gt 600 ] && exit 98; sleep 0.05\ndone\nexec \"$6\"\n");
-  return {"/usr/bin/unshare", "--mount", "--", "/bin/sh", "-c", script, "sh", home(),
-          velko::testing::passwordHome(), headless, library(), logFile(), mcp};
+      (mcp.empty()
+           ? "exec " + run + "\n"
+           : run + " &\ni=0; while [ ! -S \"$2/.velko/ipc.sock\" ]; do\n"
+                   "  i=$((i+1)); [ $i -gt 600 ] && exit 98; sleep 0.05\ndone\nexec \"$6\"\n");
+  return {"/usr/bin/unshare",
+          "--mount",
+          "--",
+          "/bin/sh",
+          "-c",
+          script,
+          "sh",
+          home(),
+          velko::testing::passwordHome(),
+          headless,
+          library(),
+          logFile(),
+          mcp};
 }
 
 McpSession::McpSession(const std::vector<std::string>& argv) : process(argv) {
-  call(R"({"jsonrpc":"2.0","id":0,"method":"initialize","params":{"protocolVersion":"2024-11-05","capabilities":{},"clientInfo":{"name":"tests","version":"1"}}})");
+  call(
+      R"({"jsonrpc":"2.0","id":0,"method":"initialize","params":{"protocolVersion":"2024-11-05","capabilities":{},"clientInfo":{"name":"tests","version":"1"}}})");
   process.send(R"({"jsonrpc":"2.0","method":"notifications/initialized"})");
 }
 
@@ -221,7 +239,9 @@ json::Value McpSession::call(const std::string& line) {
 
 ToolReply McpSession::tool(std::string_view name, const json::Value& arguments) {
   const json::Value reply = call(json::toCompact(
-      json::Object{{"jsonrpc", "2.0"}, {"id", ++id_}, {"method", "tools/call"},
+      json::Object{{"jsonrpc", "2.0"},
+                   {"id", ++id_},
+                   {"method", "tools/call"},
                    {"params", json::Object{{"name", name}, {"arguments", arguments}}}}));
   ToolReply r;
   const json::Value* result = reply.as_object().if_contains("result");

@@ -14,10 +14,10 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
-#include <vips/vips8>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vips/vips8>
 
 namespace velko::app::testing {
 

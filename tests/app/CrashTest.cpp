@@ -40,7 +40,11 @@ std::uint64_t fileHash(const fs::path& path) {
 /// One request on a connection of its own; the reply envelope, or nothing when none came.
 std::optional<json::Value> request(const std::string& socketPath, std::string_view method,
                                    json::Object params = {}) {
-  const auto reply = roundTrip(socketPath, json::toCompact(json::Object{{"jsonrpc", "2.0"}, {"id", 1}, {"method", method}, {"params", std::move(params)}}) + "\n");
+  const auto reply = roundTrip(
+      socketPath,
+      json::toCompact(json::Object{
+          {"jsonrpc", "2.0"}, {"id", 1}, {"method", method}, {"params", std::move(params)}}) +
+          "\n");
   return reply ? std::optional(json::parse(*reply)) : std::nullopt;
 }
 
@@ -120,8 +124,10 @@ protected:
     initImaging();
     // Every file differs, so its content hash names it wherever it moves.
     for (int i = 0; i < kLibraryPhotos + kStaged; ++i) {
-      const PhotoSpec shot{.width = 48 + i, .red = static_cast<unsigned char>(5 * i),
-                           .dateTimeOriginal = "2024:05:01 10:" + std::to_string(10 + i % 50) + ":00"};
+      const PhotoSpec shot{.width = 48 + i,
+                           .red = static_cast<unsigned char>(5 * i),
+                           .dateTimeOriginal =
+                               "2024:05:01 10:" + std::to_string(10 + i % 50) + ":00"};
       const std::string path = i < kLibraryPhotos
                                    ? library() + "/p" + std::to_string(i) + ".jpg"
                                    : home() + "/.velko/exchange/s" + std::to_string(i) + ".jpg";

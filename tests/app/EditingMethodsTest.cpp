@@ -188,7 +188,8 @@ TEST_F(EditingMethods, ExportsEveryFormat) {
     }
   }
   // A commit writes the upright full-size rendition.
-  EXPECT_EQ(call("edit.commit", json::Object{{"id", id}}), json::parse(R"({"committed":true,"version":0})"));
+  EXPECT_EQ(call("edit.commit", json::Object{{"id", id}}),
+            json::parse(R"({"committed":true,"version":0})"));
   const std::string rendition = app().folders().renditions + "/" + id.substr(0, 36) + ".jpg";
   EXPECT_EQ(vips::VImage::new_from_file(rendition.c_str()).height(), 300);
   // Full size by default, and a second export never takes the first one's file.
@@ -204,8 +205,10 @@ TEST_F(EditingMethods, ExportsEveryFormat) {
   // Display P3 exports carry that profile, not sRGB's.
   for (const char* format : {"png", "jpeg"}) {
     SCOPED_TRACE(format);
-    json::Value p3 = call("export.render", json::Object{{"id", id}, {"format", format}, {"colorSpace", "displayP3"}});
-    vips::VImage p3Image = vips::VImage::new_from_file(std::string(p3.at("path").as_string()).c_str());
+    json::Value p3 = call(
+        "export.render", json::Object{{"id", id}, {"format", format}, {"colorSpace", "displayP3"}});
+    vips::VImage p3Image =
+        vips::VImage::new_from_file(std::string(p3.at("path").as_string()).c_str());
     size_t length = 0;
     const void* profile = p3Image.get_blob(VIPS_META_ICC_NAME, &length);
     EXPECT_EQ(std::string(static_cast<const char*>(profile), length), displayP3IccBytes());

@@ -27,7 +27,9 @@ protected:
     // Photos a day apart, newest last; p1 is stored turned a quarter (orientation 6).
     for (int i = 0; i < kPhotos; ++i) {
       writePhoto(root_.library() + "/roll/p" + std::to_string(i) + ".jpg",
-                 {.width = 96 + 8 * i, .height = 64, .pattern = i % 2 == 0,
+                 {.width = 96 + 8 * i,
+                  .height = 64,
+                  .pattern = i % 2 == 0,
                   .dateTimeOriginal = "2024:05:0" + std::to_string(i + 1) + " 10:00:00",
                   .orientation = i == 1 ? 6 : 1});
     }
@@ -75,18 +77,28 @@ TEST_F(EndToEnd, ToolsTheClientSessionLeavesOut) {
   ok("velko_favorite", json::Object{{"ids", json::Array{b}}, {"favorite", true}});
   EXPECT_EQ(ok("velko_get", json::Object{{"id", a}}).at("metadata").at("colorLabel"), 3);
   EXPECT_EQ(ok("velko_query", json::Object{{"favoritesOnly", true}}).at("count"), 1);
-  EXPECT_EQ(ok("velko_collection_create", json::Object{{"name", "Keepers"}, {"ids", json::Array{a}}}).at("name"), "Keepers");
+  EXPECT_EQ(
+      ok("velko_collection_create", json::Object{{"name", "Keepers"}, {"ids", json::Array{a}}})
+          .at("name"),
+      "Keepers");
   ok("velko_collection_add", json::Object{{"name", "Keepers"}, {"ids", json::Array{b}}});
   EXPECT_EQ(ok("velko_collection_list").at("collections").at(0).at("count"), 2);
-  EXPECT_TRUE(tool("velko_collection_add", json::Object{{"name", "Nowhere"}, {"ids", json::Array{a}}}).isError);
+  EXPECT_TRUE(
+      tool("velko_collection_add", json::Object{{"name", "Nowhere"}, {"ids", json::Array{a}}})
+          .isError);
   ok("velko_album_create", json::Object{{"name", "Trip"}, {"ids", json::Array{a, b}}});
   EXPECT_EQ(ok("velko_album_list").at("albums").at(0).at("count"), 2);
   EXPECT_EQ(ok("velko_annotate_pending").at("remaining"), kPhotos);
-  EXPECT_NEAR(ok("velko_geotag", json::Object{{"ids", json::Array{a}}, {"place", "Lisbon"}}).at("latitude").to_number<double>(), 38.7, 0.2);
+  EXPECT_NEAR(ok("velko_geotag", json::Object{{"ids", json::Array{a}}, {"place", "Lisbon"}})
+                  .at("latitude")
+                  .to_number<double>(),
+              38.7, 0.2);
   ok("velko_hide", json::Object{{"ids", json::Array{ids_[5]}}, {"hidden", true}});
   EXPECT_EQ(ok("velko_list").at("photos").as_array().size(), static_cast<std::size_t>(kPhotos - 1));
 
-  ok("velko_edit_set", json::Object{{"id", a}, {"ops", json::Array{json::Object{{"kind", "exposure"}, {"scalar", 0.5}}}}});
+  ok("velko_edit_set",
+     json::Object{{"id", a},
+                  {"ops", json::Array{json::Object{{"kind", "exposure"}, {"scalar", 0.5}}}}});
   EXPECT_FALSE(tool("velko_edit_commit", json::Object{{"id", a}}).isError);
   EXPECT_EQ(ok("velko_get", json::Object{{"id", a}}).at("photo").at("hasAdjustments"), true);
   const std::int64_t count = ok("velko_ping").at("photoCount").as_int64();

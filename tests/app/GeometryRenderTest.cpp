@@ -90,8 +90,11 @@ TEST_F(GeometryRender, AutoCropIsTheLargestRectangleWithNothingEmpty) {
       {"keystone up", {{K::PerspectiveVertical, 1}}},
       {"keystone left", {{K::PerspectiveHorizontal, -1}}},
       {"pincushion correction", {{K::LensDistortion, -1}}},
-      {"all at once", {{K::Straighten, 7}, {K::PerspectiveVertical, -0.6},
-                       {K::PerspectiveHorizontal, 0.4}, {K::LensDistortion, -0.5}}},
+      {"all at once",
+       {{K::Straighten, 7},
+        {K::PerspectiveVertical, -0.6},
+        {K::PerspectiveHorizontal, 0.4},
+        {K::LensDistortion, -0.5}}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -130,8 +133,10 @@ TEST_F(GeometryRender, PerspectiveWidensOneEdge) {
   };
   const std::vector<Case> cases = {
       {"vertical +1 widens the top", column, stackOf({{K::PerspectiveVertical, 1}}), true, true},
-      {"vertical -1 widens the bottom", column, stackOf({{K::PerspectiveVertical, -1}}), true, false},
-      {"horizontal +1 widens the right", band, stackOf({{K::PerspectiveHorizontal, 1}}), false, false},
+      {"vertical -1 widens the bottom", column, stackOf({{K::PerspectiveVertical, -1}}), true,
+       false},
+      {"horizontal +1 widens the right", band, stackOf({{K::PerspectiveHorizontal, 1}}), false,
+       false},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -182,9 +187,13 @@ TEST_F(GeometryRender, FramePadsToItsAspectInItsColour) {
   const std::vector<Case> cases = {
       {"square, fitted", {{K::FrameAspect, 1}}, 1},
       {"4:5, linked inset", {{K::FrameAspect, 0.8}, {K::FrameInset, 0.05}}, 0.8},
-      {"square, filled, inset", {{K::FrameAspect, 1}, {K::FrameFitMode, 1}, {K::FrameInset, 0.1}}, 1},
+      {"square, filled, inset",
+       {{K::FrameAspect, 1}, {K::FrameFitMode, 1}, {K::FrameInset, 0.1}},
+       1},
       {"source aspect, deep bottom",
-       {{K::FrameAspect, -1}, {K::FrameInsetBottom, 0.2}, {K::FrameInsetTop, 0.02}}, 1.5, false},
+       {{K::FrameAspect, -1}, {K::FrameInsetBottom, 0.2}, {K::FrameInsetTop, 0.02}},
+       1.5,
+       false},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -214,10 +223,15 @@ TEST_F(GeometryRender, RenderedFileIsFramedAtTheLongEdgeAskedForAndRepeats) {
   velko::testing::TempDir dir;
   const std::string path = dir.file("shot.png");
   writePhoto(path, {.width = 600, .height = 400, .pattern = true});
-  core::EditStack stack = stackOf({{K::Straighten, 8}, {K::PerspectiveVertical, 0.4},
-                                   {K::LensDistortion, 0.3}, {K::FrameAspect, 1}, {K::FrameInset, 0.05}});
+  core::EditStack stack = stackOf({{K::Straighten, 8},
+                                   {K::PerspectiveVertical, 0.4},
+                                   {K::LensDistortion, 0.3},
+                                   {K::FrameAspect, 1},
+                                   {K::FrameInset, 0.05}});
   stack.setString(K::FrameColor, "#00000080", core::UserOrigin{}, core::nowSeconds());
-  const auto render = [&] { return renderStack(path, stack, 128, {}); };
+  const auto render = [&] {
+    return renderStack(path, stack, 128, {});
+  };
   const VImage out = render();
   EXPECT_EQ(out.width(), 128);
   EXPECT_EQ(out.height(), 128);

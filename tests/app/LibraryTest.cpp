@@ -53,12 +53,19 @@ TEST_F(LibraryScan, ExifFactsReadBack) {
     const char* name;
     PhotoSpec shot;
   } cases[] = {
-      {"north-east", {.dateTimeOriginal = "2021:07:04 18:30:15", .latitude = 48.8584, .longitude = 2.2945}},
+      {"north-east",
+       {.dateTimeOriginal = "2021:07:04 18:30:15", .latitude = 48.8584, .longitude = 2.2945}},
       {"south-west", {.latitude = -33.8568, .longitude = -70.6483}},
       {"north-west", {.latitude = 40.6892, .longitude = -74.0445}},
       {"south-east", {.latitude = -33.8568, .longitude = 151.2153}},
-      {"camera", {.make = "Acme", .model = "X100", .lens = "23mm F2", .iso = 400,
-                  .exposureSeconds = 1.0 / 250, .fNumber = 5.6, .focalLength = 23}},
+      {"camera",
+       {.make = "Acme",
+        .model = "X100",
+        .lens = "23mm F2",
+        .iso = 400,
+        .exposureSeconds = 1.0 / 250,
+        .fNumber = 5.6,
+        .focalLength = 23}},
       {"rotated", {.width = 60, .height = 40, .orientation = 6}},
   };
   for (const Case& c : cases) {
@@ -68,8 +75,9 @@ TEST_F(LibraryScan, ExifFactsReadBack) {
     const MediaFacts m = readMedia(path);
     EXPECT_EQ(m.format, "JPEG");
     EXPECT_FALSE(m.isVideo);
-    EXPECT_EQ(m.captureTime, c.shot.dateTimeOriginal ? std::optional<std::int64_t>(1625423415) // 2021-07-04T18:30:15Z
-                                                      : std::nullopt);
+    EXPECT_EQ(m.captureTime, c.shot.dateTimeOriginal
+                                 ? std::optional<std::int64_t>(1625423415) // 2021-07-04T18:30:15Z
+                                 : std::nullopt);
     EXPECT_NEAR(m.latitude.value_or(999), c.shot.latitude.value_or(999), 1e-6);
     EXPECT_NEAR(m.longitude.value_or(999), c.shot.longitude.value_or(999), 1e-6);
     EXPECT_EQ(m.cameraMake, c.shot.make);

@@ -76,7 +76,10 @@ protected:
     initImaging();
     for (int i = 0; i < kPhotos; ++i) {
       writePhoto(library() + "/p" + std::to_string(i) + ".jpg",
-                 {.width = 1600, .height = 1067, .red = static_cast<unsigned char>(11 * i), .pattern = true,
+                 {.width = 1600,
+                  .height = 1067,
+                  .red = static_cast<unsigned char>(11 * i),
+                  .pattern = true,
                   .dateTimeOriginal = "2024:06:" + std::to_string(10 + i) + " 09:00:00"});
     }
     app_ = std::make_unique<ServerProcess>(root_.headless(VELKO_HEADLESS_PATH, "--allow-saving"));
@@ -87,8 +90,8 @@ protected:
   std::string log() const { return root_.log(); }
 
   /// One client's stream until `until`.
-  void drive(McpSession& client, int index, const std::vector<std::string>& ids, Clock::time_point until,
-             Tally& tally) {
+  void drive(McpSession& client, int index, const std::vector<std::string>& ids,
+             Clock::time_point until, Tally& tally) {
     std::mt19937 rng(1000 + static_cast<unsigned>(index));
     const std::string out = root_.root.path() + "/exports/c" + std::to_string(index);
     auto owned = [&] { return ids[static_cast<std::size_t>(index * kOwnedEach) + rng() % kOwnedEach]; };
@@ -100,7 +103,8 @@ protected:
       std::string kind;
       std::string name;
       json::Object args;
-      std::function<void(const ToolReply&)> acknowledged = [](const ToolReply&) {};
+      std::function<void(const ToolReply&)> acknowledged = [](const ToolReply&) {
+      };
       if (dice < 12) {
         kind = "read", name = "velko_list", args = {{"limit", 50}};
       } else if (dice < 22) {
@@ -111,13 +115,17 @@ protected:
         const std::string id = owned();
         const std::int64_t rating = rng() % 6;
         kind = "change", name = "velko_rate", args = {{"ids", json::Array{id}}, {"rating", rating}};
-        acknowledged = [&, id, rating](const ToolReply&) { tally.owned[id].first = rating; };
+        acknowledged = [&, id, rating](const ToolReply&) {
+          tally.owned[id].first = rating;
+        };
       } else if (dice < 48) {
         static constexpr std::pair<const char*, std::int64_t> kFlags[] = {{"pick", 1}, {"reject", -1}, {"none", 0}};
         const std::string id = owned();
         const auto& flag = kFlags[rng() % 3];
         kind = "change", name = "velko_flag", args = {{"ids", json::Array{id}}, {"flag", flag.first}};
-        acknowledged = [&, id, flag](const ToolReply&) { tally.owned[id].second = flag.second; };
+        acknowledged = [&, id, flag](const ToolReply&) {
+          tally.owned[id].second = flag.second;
+        };
       } else if (dice < 68) {
         const std::string id = shared();
         if (!versions.contains(id)) {
@@ -137,7 +145,9 @@ protected:
       } else {
         kind = "export", name = "velko_export";
         args = {{"ids", json::Array{any()}}, {"directory", out}, {"format", "jpeg"}, {"longEdge", 1024}};
-        acknowledged = [&](const ToolReply&) { ++tally.exports; };
+        acknowledged = [&](const ToolReply&) {
+          ++tally.exports;
+        };
       }
       const std::string id = args.contains("id") ? std::string(args.at("id").as_string()) : "";
       const Clock::time_point start = Clock::now();
@@ -186,7 +196,8 @@ double percentile(std::vector<double> v, double p) {
 TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
   std::vector<std::unique_ptr<McpSession>> clients;
   for (int i = 0; i < kClients; ++i) {
-    clients.push_back(std::make_unique<McpSession>(velko::testing::withPrivateHome(home(), VELKO_MCP_PATH)));
+    clients.push_back(
+        std::make_unique<McpSession>(velko::testing::withPrivateHome(home(), VELKO_MCP_PATH)));
   }
   // Wait for the first scan, then learn the ids in file order (photo i was taken on day 10 + i,
   // and the list is newest first): the first sixteen are owned two by two, the rest shared.
@@ -194,7 +205,8 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
   for (int tries = 0; tries < 600 && ids.size() != kPhotos; ++tries) {
     const auto listed = clients[0]->tool("velko_list", json::Object{{"limit", 100}});
     ids.clear();
-    for (const json::Value& p : listed.isError ? json::Array{} : listed.text.at("photos").as_array()) {
+    for (const json::Value& p :
+         listed.isError ? json::Array{} : listed.text.at("photos").as_array()) {
       ids.insert(ids.begin(), std::string(p.at("id").as_string()));
     }
     if (ids.size() != kPhotos) {
@@ -285,7 +297,8 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
 #else
   EXPECT_LE(rssAfter, rssBefore + rssBefore / 8) << rssBefore << " KiB before, " << rssAfter << " after";
   for (std::size_t i = 0; i < clients.size(); ++i) {
-    EXPECT_LE(residentKiB(clients[i]->process.pid()), mcpBefore[i] + mcpBefore[i] / 8 + 512) << "velko-mcp " << i;
+    EXPECT_LE(residentKiB(clients[i]->process.pid()), mcpBefore[i] + mcpBefore[i] / 8 + 512)
+        << "velko-mcp " << i;
   }
 #endif
 

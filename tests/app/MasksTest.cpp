@@ -52,7 +52,8 @@ double luma(const VImage& i, Area a) {
   return velko::app::testing::luma(i.extract_area(a.x, a.y, a.w, a.h));
 }
 
-core::LocalMask maskOf(core::MaskShape shape, core::MaskAdjustments adjustments = {{K::Exposure, 1}},
+core::LocalMask maskOf(core::MaskShape shape,
+                       core::MaskAdjustments adjustments = {{K::Exposure, 1}},
                        std::vector<core::MaskComponent> refinements = {}) {
   core::LocalMask m;
   m.id = core::Uuid::random();
@@ -98,15 +99,26 @@ TEST_F(Masks, ExposurePlacedByEachShapeLandsWhereTheShapeIs) {
   const std::vector<Case> cases = {
       {"radial", grey, radial(0.5, 0.5, 0.3, 0.2), kCentre, kCorner},
       {"inverted radial", grey, radial(0.5, 0.5, 0.3, 0.2, true), kCorner, kCentre},
-      {"linear: start side, not end side", grey, core::LinearShape{{0.5, 0.1}, {0.5, 0.9}},
-       {0, 0, kW, 5}, {0, kH - 5, kW, 5}},
-      {"luminance: the bright end of a ramp", rampX(), core::LuminanceRangeShape{0.5, 1.0, 0},
-       {kW * 2 / 3, 0, kW / 3, kH}, {0, 0, kW / 3, kH}},
-      {"colour: red, not blue", flat(200, 40, 40).insert(flat(40, 60, 200), kW / 2, 0),
-       core::ColorRangeShape{0.0, 0.08, 0.04}, {0, 0, kW / 2, kH}, {kW / 2, 0, kW / 2, kH}},
+      {"linear: start side, not end side",
+       grey,
+       core::LinearShape{{0.5, 0.1}, {0.5, 0.9}},
+       {0, 0, kW, 5},
+       {0, kH - 5, kW, 5}},
+      {"luminance: the bright end of a ramp",
+       rampX(),
+       core::LuminanceRangeShape{0.5, 1.0, 0},
+       {kW * 2 / 3, 0, kW / 3, kH},
+       {0, 0, kW / 3, kH}},
+      {"colour: red, not blue",
+       flat(200, 40, 40).insert(flat(40, 60, 200), kW / 2, 0),
+       core::ColorRangeShape{0.0, 0.08, 0.04},
+       {0, 0, kW / 2, kH},
+       {kW / 2, 0, kW / 2, kH}},
       {"brush: along the stroke", grey, core::BrushShape{{line}, 0}, lineStart, {0, 0, kW, 5}},
-      {"brush: erased where erased", grey,
-       core::BrushShape{{line, stroke({{0.62, 0.5}, {1.0, 0.5}}, 0.1, true)}, 0}, lineStart,
+      {"brush: erased where erased",
+       grey,
+       core::BrushShape{{line, stroke({{0.62, 0.5}, {1.0, 0.5}}, 0.1, true)}, 0},
+       lineStart,
        {62, kH / 2 - 1, 22, 2}},
       {"subject: the distinct object", object, core::AiSubjectShape{}, kCentre, kCorner},
       {"inverted subject: the ground", object, core::AiSubjectShape{true}, kCorner, kCentre},
@@ -136,11 +148,23 @@ TEST_F(Masks, RefinementsCombineWithTheShapeInListOrder) {
       {"intersect keeps the overlap", {refine(hole, CompositeMode::Intersect)}, 1, 0, 0, 0},
       {"add joins a region", {refine(dot, CompositeMode::Add)}, 1, 1, 1, 1},
       {"intersect with a gradient",
-       {refine(core::LinearShape{{0.3, 0.5}, {0.7, 0.5}}, CompositeMode::Intersect)}, 0.5, 1, 0, 0},
-      {"add, then subtract", {refine(dot, CompositeMode::Add), refine(dot, CompositeMode::Subtract)},
-       1, 1, 1, 0},
-      {"subtract, then add", {refine(dot, CompositeMode::Subtract), refine(dot, CompositeMode::Add)},
-       1, 1, 1, 1},
+       {refine(core::LinearShape{{0.3, 0.5}, {0.7, 0.5}}, CompositeMode::Intersect)},
+       0.5,
+       1,
+       0,
+       0},
+      {"add, then subtract",
+       {refine(dot, CompositeMode::Add), refine(dot, CompositeMode::Subtract)},
+       1,
+       1,
+       1,
+       0},
+      {"subtract, then add",
+       {refine(dot, CompositeMode::Subtract), refine(dot, CompositeMode::Add)},
+       1,
+       1,
+       1,
+       1},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -239,12 +263,17 @@ TEST_F(Masks, WhatAMaskRendersDecidesTheShortcuts) {
       {"radial exposure", maskOf(radial(0.5, 0.5, 0.3, 0)), true, false},
       {"radial clarity", maskOf(radial(0.5, 0.5, 0.3, 0), {{K::Clarity, 0.5}}), true, true},
       {"subject", maskOf(core::AiSubjectShape{}), true, true},
-      {"people as a refinement", maskOf(radial(0.5, 0.5, 0.3, 0), {{K::Exposure, 1}},
-              {refine(core::AiPeopleShape{}, CompositeMode::Intersect)}), true, true},
+      {"people as a refinement",
+       maskOf(radial(0.5, 0.5, 0.3, 0), {{K::Exposure, 1}},
+              {refine(core::AiPeopleShape{}, CompositeMode::Intersect)}),
+       true, true},
       {"disabled", disabled, false, false},
-      {"neutral values", maskOf(core::AiPeopleShape{}, {{K::Exposure, 0}, {K::WbRedGain, 1}}), false, false},
-      {"whole-frame kinds only", maskOf(radial(0.5, 0.5, 0.3, 0),
-              {{K::VignetteAmount, -1}, {K::Rotation, 1}, {K::LutIntensity, 0.5}}), false, false},
+      {"neutral values", maskOf(core::AiPeopleShape{}, {{K::Exposure, 0}, {K::WbRedGain, 1}}),
+       false, false},
+      {"whole-frame kinds only",
+       maskOf(radial(0.5, 0.5, 0.3, 0),
+              {{K::VignetteAmount, -1}, {K::Rotation, 1}, {K::LutIntensity, 0.5}}),
+       false, false},
   };
   const VImage grey = flat(118, 118, 118);
   for (const Case& c : cases) {
@@ -260,12 +289,21 @@ TEST_F(Masks, WhatAMaskRendersDecidesTheShortcuts) {
 // Every kind that reads neighbours or draws noise, and every mask shape, in one stack.
 TEST_F(Masks, SameStackGivesSameBytes) {
   const VImage input = srgb(patch(rampX(), 224, 172, 140, 20).gaussblur(2)).bandjoin_const({255});
-  core::EditStack stack = scalars(
-      {{K::Exposure, 0.3}, {K::Clarity, 0.5}, {K::Dehaze, 0.3}, {K::SharpenAmount, 0.5},
-       {K::CgShadowSat, 0.4}, {K::HslOrangeHue, 0.3}, {K::GrainAmount, 0.5}, {K::VignetteAmount, -0.4},
-       {K::LuminanceNR, 0.4}, {K::ColorNR, 0.5}, {K::SharpenDetail, 0.5}, {K::DefringeAmount, 0.5},
-       {K::GrainRoughness, 0.5}});
-  stack.setPointColors({{0.1, 0.5, 0.5, 0.2, -0.3, 0.1, 0.4}}, core::UserOrigin{}, core::nowSeconds());
+  core::EditStack stack = scalars({{K::Exposure, 0.3},
+                                   {K::Clarity, 0.5},
+                                   {K::Dehaze, 0.3},
+                                   {K::SharpenAmount, 0.5},
+                                   {K::CgShadowSat, 0.4},
+                                   {K::HslOrangeHue, 0.3},
+                                   {K::GrainAmount, 0.5},
+                                   {K::VignetteAmount, -0.4},
+                                   {K::LuminanceNR, 0.4},
+                                   {K::ColorNR, 0.5},
+                                   {K::SharpenDetail, 0.5},
+                                   {K::DefringeAmount, 0.5},
+                                   {K::GrainRoughness, 0.5}});
+  stack.setPointColors({{0.1, 0.5, 0.5, 0.2, -0.3, 0.1, 0.4}}, core::UserOrigin{},
+                       core::nowSeconds());
   stack.setMasks({
       maskOf(core::AiSubjectShape{}, {{K::Exposure, 0.4}, {K::Clarity, 0.3}}),
       maskOf(core::AiPeopleShape{}, {{K::Saturation, -0.5}}),
@@ -277,7 +315,8 @@ TEST_F(Masks, SameStackGivesSameBytes) {
   });
   const std::string first = pixelBytes(applyAdjustments(input, stack));
   EXPECT_NE(first.size(), 0U);
-  EXPECT_TRUE(first == pixelBytes(applyAdjustments(input, stack))) << "two renders of one stack differ";
+  EXPECT_TRUE(first == pixelBytes(applyAdjustments(input, stack)))
+      << "two renders of one stack differ";
 }
 
 TEST_F(Masks, CoordinatesBelongToTheRenderedFrame) {

@@ -115,9 +115,13 @@ TestPeer::TestPeer() : dir_(std::make_unique<TempDir>()), socketPath_(dir_->file
   start();
 }
 
-TestPeer::TestPeer(std::string socketPath) : socketPath_(std::move(socketPath)) { start(); }
+TestPeer::TestPeer(std::string socketPath) : socketPath_(std::move(socketPath)) {
+  start();
+}
 
-TestPeer::~TestPeer() { stop(); }
+TestPeer::~TestPeer() {
+  stop();
+}
 
 void TestPeer::start() {
   int pipeFds[2];
