@@ -211,6 +211,7 @@ TEST(OrganiseGazetteer, MatchesCitiesAndCountriesLoosely) {
       {"São Paulo, Brasil", ""},
       {"SÃO PAULO", "America/Sao_Paulo"},
       {"sao_paulo, BR", "America/Sao_Paulo"},
+      {"Australia/Adelaide", "Australia/Adelaide"},
       {"Australia", "Australia/Sydney"},
       {"South Korea", "Asia/Seoul"},
       {"Korea", ""},
