@@ -4,26 +4,20 @@
 #include "app/Methods.h"
 #include "json/Codec.h"
 #include "json/Writer.h"
+#include "support/ServerProcess.h"
 
 #include <cmath>
 #include <filesystem>
+#include <fstream>
+#include <glib.h>
 #include <libexif/exif-data.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 #include <vips/vips8>
 
 namespace velko::app::testing {
 namespace {
-
-ExifEntry* entry(ExifData* data, ExifIfd ifd, ExifTag tag) {
-  ExifEntry* e = exif_content_get_entry(data->ifd[ifd], tag);
-  if (!e) {
-    e = exif_entry_new();
-    e->tag = tag;
-    exif_content_add_entry(data->ifd[ifd], e);
-    exif_entry_initialize(e, tag);
-    exif_entry_unref(e);
-  }
-  return e;
-}
 
 /// The entry for the tag, created when missing, with fresh data of `components` values.
 ExifEntry* replaceEntry(ExifData* data, ExifIfd ifd, ExifTag tag, ExifFormat format,
@@ -41,6 +35,11 @@ ExifEntry* replaceEntry(ExifData* data, ExifIfd ifd, ExifTag tag, ExifFormat for
   e->size = static_cast<unsigned>(exif_format_get_size(format) * components);
   e->data = static_cast<unsigned char*>(malloc(e->size));
   return e;
+}
+
+void setShort(ExifData* data, ExifIfd ifd, ExifTag tag, int value) {
+  exif_set_short(replaceEntry(data, ifd, tag, EXIF_FORMAT_SHORT, 1)->data, EXIF_BYTE_ORDER_INTEL,
+                 static_cast<ExifShort>(value));
 }
 
 void setAscii(ExifData* data, ExifIfd ifd, ExifTag tag, const std::string& text) {
@@ -74,18 +73,14 @@ std::string exifBlock(const PhotoSpec& shot) {
   ExifData* data = exif_data_new();
   exif_data_set_byte_order(data, EXIF_BYTE_ORDER_INTEL);
   exif_data_set_data_type(data, EXIF_DATA_TYPE_COMPRESSED);
-  exif_set_short(entry(data, EXIF_IFD_0, EXIF_TAG_ORIENTATION)->data, EXIF_BYTE_ORDER_INTEL,
-                 static_cast<ExifShort>(shot.orientation));
+  setShort(data, EXIF_IFD_0, EXIF_TAG_ORIENTATION, shot.orientation);
   if (shot.make) setAscii(data, EXIF_IFD_0, EXIF_TAG_MAKE, *shot.make);
   if (shot.model) setAscii(data, EXIF_IFD_0, EXIF_TAG_MODEL, *shot.model);
   if (shot.lens) setAscii(data, EXIF_IFD_EXIF, EXIF_TAG_LENS_MODEL, *shot.lens);
-  if (shot.dateTimeOriginal) {
+  if (shot.dateTimeOriginal)
     setAscii(data, EXIF_IFD_EXIF, EXIF_TAG_DATE_TIME_ORIGINAL, *shot.dateTimeOriginal);
-  }
-  if (shot.iso) {
-    exif_set_short(entry(data, EXIF_IFD_EXIF, EXIF_TAG_ISO_SPEED_RATINGS)->data,
-                   EXIF_BYTE_ORDER_INTEL, static_cast<ExifShort>(*shot.iso));
-  }
+  if (shot.iso)
+    setShort(data, EXIF_IFD_EXIF, EXIF_TAG_ISO_SPEED_RATINGS, *shot.iso);
   if (shot.exposureSeconds) {
     const double t = *shot.exposureSeconds;
     setRationals(data, EXIF_IFD_EXIF, EXIF_TAG_EXPOSURE_TIME,
@@ -93,9 +88,8 @@ std::string exifBlock(const PhotoSpec& shot) {
                         : rational(t, 10)});
   }
   if (shot.fNumber) setRationals(data, EXIF_IFD_EXIF, EXIF_TAG_FNUMBER, {rational(*shot.fNumber, 10)});
-  if (shot.focalLength) {
+  if (shot.focalLength)
     setRationals(data, EXIF_IFD_EXIF, EXIF_TAG_FOCAL_LENGTH, {rational(*shot.focalLength, 10)});
-  }
   if (shot.latitude && shot.longitude) {
     setDegrees(data, EXIF_TAG_GPS_LATITUDE, EXIF_TAG_GPS_LATITUDE_REF, *shot.latitude, "N", "S");
     setDegrees(data, EXIF_TAG_GPS_LONGITUDE, EXIF_TAG_GPS_LONGITUDE_REF, *shot.longitude, "E", "W");
@@ -130,6 +124,150 @@ void writePhoto(const std::string& path, const PhotoSpec& shot) {
   // libvips rewrites the orientation tag from this field when it saves.
   image.set("orientation", shot.orientation);
   image.write_to_file(path.c_str());
+}
+
+std::string readFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+vips::VImage decodeBase64Image(std::string_view base64) {
+  gsize size = 0;
+  guchar* bytes = g_base64_decode(std::string(base64).c_str(), &size);
+  vips::VImage image = vips::VImage::new_from_buffer(bytes, size, "").copy_memory();
+  g_free(bytes);
+  return image;
+}
+
+vips::VImage flat(double r, double g, double b, int width, int height) {
+  return (vips::VImage::black(width, height, vips::VImage::option()->set("bands", 3)) +
+          std::vector<double>{r, g, b})
+      .cast(VIPS_FORMAT_UCHAR)
+      .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+}
+
+double luma(const vips::VImage& image) {
+  const vips::VImage l = image.colourspace(VIPS_INTERPRETATION_scRGB);
+  return 0.2126 * l[0].avg() + 0.7152 * l[1].avg() + 0.0722 * l[2].avg();
+}
+
+core::EditStack scalars(const std::vector<std::pair<core::AdjustmentKind, double>>& values) {
+  core::EditStack s;
+  for (auto [kind, v] : values) {
+    s.setScalar(kind, v, core::UserOrigin{}, core::nowSeconds());
+  }
+  return s;
+}
+
+std::string pixelBytes(const vips::VImage& image) {
+  std::size_t size = 0;
+  void* data = image.write_to_memory(&size);
+  std::string copy(static_cast<const char*>(data), size);
+  g_free(data);
+  return copy;
+}
+
+int connectUnix(const std::string& path) {
+  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::snprintf(address.sun_path, sizeof address.sun_path, "%s", path.c_str());
+  const timeval limit{10, 0};
+  ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+  ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+  if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    ::close(fd);
+    return -1;
+  }
+  return fd;
+}
+
+std::optional<std::string> roundTrip(const std::string& socketPath, std::string_view bytes) {
+  const int fd = connectUnix(socketPath);
+  std::string reply;
+  if (fd >= 0 &&
+      ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size())) {
+    char chunk[4096];
+    for (ssize_t n;
+         reply.find('\n') == std::string::npos && (n = ::recv(fd, chunk, sizeof chunk, 0)) > 0;) {
+      reply.append(chunk, static_cast<std::size_t>(n));
+    }
+  }
+  if (fd >= 0) {
+    ::close(fd);
+  }
+  const std::size_t end = reply.find('\n');
+  return end == std::string::npos ? std::nullopt : std::optional(reply.substr(0, end));
+}
+
+std::vector<std::string> ProgramRoot::headless(const std::string& headless,
+                                               const std::string& flags,
+                                               const std::string& mcp) const {
+  const std::string run = "\"$3\" --library \"$4\" " + flags + " 2>>\"$5\"";
+  const std::string script =
+      "mount --bind \"$1\" \"$2\" || exit 97\n" +
+      (mcp.empty()
+           ? "exec " + run + "\n"
+           : run + " &\ni=0; while [ ! -S \"$2/.velko/ipc.sock\" ]; do\n"
+                   "  i=$((i+1)); [ $i -gt 600 ] && exit 98; sleep 0.05\ndone\nexec \"$6\"\n");
+  return {"/usr/bin/unshare",
+          "--mount",
+          "--",
+          "/bin/sh",
+          "-c",
+          script,
+          "sh",
+          home(),
+          velko::testing::passwordHome(),
+          headless,
+          library(),
+          logFile(),
+          mcp};
+}
+
+McpSession::McpSession(const std::vector<std::string>& argv) : process(argv) {
+  call(
+      R"({"jsonrpc":"2.0","id":0,"method":"initialize","params":{"protocolVersion":"2024-11-05","capabilities":{},"clientInfo":{"name":"tests","version":"1"}}})");
+  process.send(R"({"jsonrpc":"2.0","method":"notifications/initialized"})");
+}
+
+json::Value McpSession::call(const std::string& line) {
+  process.send(line);
+  process.readLine(line_, std::chrono::seconds(120));
+  return json::parse(line_);
+}
+
+ToolReply McpSession::tool(std::string_view name, const json::Value& arguments) {
+  const json::Value reply = call(json::toCompact(
+      json::Object{{"jsonrpc", "2.0"},
+                   {"id", ++id_},
+                   {"method", "tools/call"},
+                   {"params", json::Object{{"name", name}, {"arguments", arguments}}}}));
+  ToolReply r;
+  const json::Value* result = reply.as_object().if_contains("result");
+  if (result == nullptr) {
+    r.rawText = json::toCompact(reply);
+    return r;
+  }
+  r.isError = result->at("isError").as_bool();
+  for (const json::Value& item : result->at("content").as_array()) {
+    if (item.at("type") == "text" && r.rawText.empty()) {
+      r.rawText = std::string(item.at("text").as_string());
+      try {
+        r.text = json::parse(r.rawText);
+      } catch (const std::exception&) {
+      }
+    } else if (item.at("type") == "image") {
+      r.images.emplace_back(item.at("data").as_string());
+    }
+  }
+  return r;
+}
+
+json::Value McpSession::ok(std::string_view name, const json::Value& arguments) {
+  ToolReply r = tool(name, arguments);
+  EXPECT_FALSE(r.isError) << name << ": " << r.rawText;
+  return r.text;
 }
 
 AppFixture::AppFixture()

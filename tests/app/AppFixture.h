@@ -4,16 +4,20 @@
 #pragma once
 
 #include "app/App.h"
+#include "core/EditStack.h"
 #include "json/Value.h"
 #include "json/Writer.h"
 #include "protocol/Rpc.h"
+#include "support/ServerProcess.h"
 #include "support/TestPeer.h"
 
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vips/vips8>
 
 namespace velko::app::testing {
 
@@ -32,6 +36,67 @@ struct PhotoSpec {
 
 /// Writes a JPEG (or, by the extension, PNG/TIFF/WebP) of that shot; EXIF is attached for JPEG.
 void writePhoto(const std::string& path, const PhotoSpec& shot);
+
+/// The whole of a file; empty when it cannot be read.
+std::string readFile(const std::string& path);
+/// Base64 bytes (a reply's pngBase64) decoded into an image in memory.
+vips::VImage decodeBase64Image(std::string_view base64);
+
+/// An 8-bit sRGB image of one colour.
+vips::VImage flat(double r, double g, double b, int width = 96, int height = 64);
+/// Mean linear luminance.
+double luma(const vips::VImage& image);
+/// A stack of these values, set by the user.
+core::EditStack scalars(const std::vector<std::pair<core::AdjustmentKind, double>>& values);
+/// The image's pixels, for comparing two renders byte for byte.
+std::string pixelBytes(const vips::VImage& image);
+
+/// A connection to a Unix socket, with 10-second send and receive limits; -1 when refused.
+int connectUnix(const std::string& path);
+/// `bytes` sent on a connection of its own; the first reply line without its newline, or nothing
+/// when the connection closed (or the limit passed) first.
+std::optional<std::string> roundTrip(const std::string& socketPath, std::string_view bytes);
+
+/// A temporary root holding home/, library/ and the application's log, for tests that run the
+/// built programs in a private mount namespace whose home is root/home.
+struct ProgramRoot {
+  ProgramRoot() { std::filesystem::create_directories(home()); }
+  velko::testing::TempDir root;
+  std::string home() const { return root.path() + "/home"; }
+  std::string library() const { return root.path() + "/library"; }
+  std::string logFile() const { return root.path() + "/headless.log"; }
+  std::string log() const { return readFile(logFile()); }
+  /// argv running `headless` over library() with `flags`, its standard error appended to the log.
+  /// With `mcp`, the application runs in the background and `mcp` is exec'd in the same namespace
+  /// once the socket is there; otherwise the application is exec'd.
+  std::vector<std::string> headless(const std::string& headless, const std::string& flags,
+                                    const std::string& mcp = "") const;
+};
+
+/// A tool call's reply: whether it is an error, its first text (parsed too, when it is JSON) and
+/// its images in base64.
+struct ToolReply {
+  bool isError = true;
+  std::string rawText;
+  json::Value text;
+  std::vector<std::string> images;
+};
+
+/// An MCP session with a velko-mcp process started from `argv`: the handshake, then tool calls.
+class McpSession {
+public:
+  explicit McpSession(const std::vector<std::string>& argv);
+  ToolReply tool(std::string_view name, const json::Value& arguments = json::Object{});
+  /// A tool that must succeed; its text parsed.
+  json::Value ok(std::string_view name, const json::Value& arguments = json::Object{});
+
+  velko::testing::ServerProcess process;
+
+private:
+  json::Value call(const std::string& line);
+  std::string line_;
+  std::int64_t id_ = 0;
+};
 
 /// A reply's error, thrown by AppFixture::call.
 struct CallError : std::runtime_error {

@@ -14,15 +14,11 @@
 #include <atomic>
 #include <csignal>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <random>
 #include <set>
 #include <sqlite3.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <thread>
-#include <unistd.h>
 #include <xxhash.h>
 
 namespace velko::app::testing {
@@ -30,7 +26,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using velko::testing::ServerProcess;
-using velko::testing::TempDir;
 
 constexpr int kLibraryPhotos = 8;
 constexpr int kStaged = 32;
@@ -38,38 +33,19 @@ constexpr int kRounds = 30;
 constexpr std::uint32_t kSeed = 20240501;
 
 std::uint64_t fileHash(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  const std::string bytes(std::istreambuf_iterator<char>(in), {});
+  const std::string bytes = readFile(path);
   return XXH3_64bits(bytes.data(), bytes.size());
 }
 
 /// One request on a connection of its own; the reply envelope, or nothing when none came.
 std::optional<json::Value> request(const std::string& socketPath, std::string_view method,
                                    json::Object params = {}) {
-  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  std::snprintf(address.sun_path, sizeof address.sun_path, "%s", socketPath.c_str());
-  const timeval limit{10, 0};
-  ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
-  ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-  const std::string frame =
-      json::toCompact(json::Object{{"jsonrpc", "2.0"}, {"id", 1}, {"method", method},
-                                   {"params", std::move(params)}}) + "\n";
-  std::string reply;
-  if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-      ::send(fd, frame.data(), frame.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(frame.size())) {
-    char chunk[4096];
-    for (ssize_t n; reply.find('\n') == std::string::npos &&
-                    (n = ::recv(fd, chunk, sizeof chunk, 0)) > 0;) {
-      reply.append(chunk, static_cast<std::size_t>(n));
-    }
-  }
-  ::close(fd);
-  if (reply.find('\n') == std::string::npos) {
-    return std::nullopt;
-  }
-  return json::parse(reply.substr(0, reply.find('\n')));
+  const auto reply = roundTrip(
+      socketPath,
+      json::toCompact(json::Object{
+          {"jsonrpc", "2.0"}, {"id", 1}, {"method", method}, {"params", std::move(params)}}) +
+          "\n");
+  return reply ? std::optional(json::parse(*reply)) : std::nullopt;
 }
 
 /// What the catalogue holds for one photo.
@@ -148,10 +124,10 @@ protected:
     initImaging();
     // Every file differs, so its content hash names it wherever it moves.
     for (int i = 0; i < kLibraryPhotos + kStaged; ++i) {
-      PhotoSpec shot;
-      shot.width = 48 + i;
-      shot.red = static_cast<unsigned char>(5 * i);
-      shot.dateTimeOriginal = "2024:05:01 10:" + std::to_string(10 + i % 50) + ":00";
+      const PhotoSpec shot{.width = 48 + i,
+                           .red = static_cast<unsigned char>(5 * i),
+                           .dateTimeOriginal =
+                               "2024:05:01 10:" + std::to_string(10 + i % 50) + ":00"};
       const std::string path = i < kLibraryPhotos
                                    ? library() + "/p" + std::to_string(i) + ".jpg"
                                    : home() + "/.velko/exchange/s" + std::to_string(i) + ".jpg";
@@ -164,14 +140,10 @@ protected:
     ASSERT_EQ(known_.size(), static_cast<std::size_t>(kLibraryPhotos + kStaged));
   }
 
-  std::string home() const { return root_.path() + "/home"; }
-  std::string library() const { return root_.path() + "/library"; }
+  std::string home() const { return root_.home(); }
+  std::string library() const { return root_.library(); }
   std::string socket() const { return home() + "/.velko/ipc.sock"; }
   std::string catalogFile() const { return home() + "/.velko/headless/catalog.sqlite"; }
-  std::string log() const {
-    std::ifstream in(root_.path() + "/headless.log");
-    return std::string(std::istreambuf_iterator<char>(in), {});
-  }
   /// A path the application wrote, as this process reaches it outside the namespace.
   std::string outside(const std::string& path) const {
     const std::string real = velko::testing::passwordHome() + "/";
@@ -180,12 +152,7 @@ protected:
 
   /// Starts the application and waits until it answers with `photos` indexed.
   void start(std::int64_t photos) {
-    const std::string script = "mount --bind \"$1\" \"$2\" || exit 97\n"
-                               "exec \"$3\" --library \"$4\" --allow-delete 2>>\"$5\"\n";
-    app_ = std::make_unique<ServerProcess>(std::vector<std::string>{
-        "/usr/bin/unshare", "--mount", "--", "/bin/sh", "-c", script, "sh", home(),
-        velko::testing::passwordHome(), VELKO_HEADLESS_PATH, library(),
-        root_.path() + "/headless.log"});
+    app_ = std::make_unique<ServerProcess>(root_.headless(VELKO_HEADLESS_PATH, "--allow-delete"));
     for (int tries = 0; tries < 600; ++tries) {
       const auto ping = request(socket(), "system.ping");
       if (ping && ping->as_object().contains("result") &&
@@ -194,7 +161,7 @@ protected:
       }
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
-    FAIL() << "velko-headless did not come up:\n" << log();
+    FAIL() << "velko-headless did not come up:\n" << root_.log();
   }
 
   void kill() {
@@ -350,7 +317,7 @@ protected:
     }
   }
 
-  TempDir root_;
+  ProgramRoot root_;
   std::set<std::uint64_t> known_;
   std::vector<std::string> staged_;
   std::vector<Worker> workers_{2};
@@ -400,7 +367,7 @@ TEST_F(Crash, AcknowledgedChangesAndUserFilesSurviveKills) {
   }
   kill();
   const int acknowledged = workers[0].acknowledged + workers[1].acknowledged;
-  const std::string text = log();
+  const std::string text = root_.log();
   int settled = 0;
   for (auto at = text.find("was interrupted"); at != std::string::npos;
        at = text.find("was interrupted", at + 1)) {

@@ -34,18 +34,8 @@ VImage shape(const std::function<VImage(const VImage& x, const VImage& y)>& insi
       .copy(VImage::option()->set("interpretation", VIPS_INTERPRETATION_B_W));
 }
 
-struct Scalar {
-  K kind;
-  double value;
-};
-
-core::EditStack stackOf(const std::vector<Scalar>& scalars) {
-  core::EditStack s;
-  for (const Scalar& v : scalars) {
-    s.setScalar(v.kind, v.value, core::UserOrigin{}, core::nowSeconds());
-  }
-  return s;
-}
+using Scalar = std::pair<K, double>;
+const auto stackOf = scalars;
 
 /// The stack's geometry on `image` at full size, as renderStack does it.
 VImage geometryOf(const VImage& image, const core::EditStack& stack) {
@@ -232,11 +222,7 @@ TEST_F(GeometryRender, FramePadsToItsAspectInItsColour) {
 TEST_F(GeometryRender, RenderedFileIsFramedAtTheLongEdgeAskedForAndRepeats) {
   velko::testing::TempDir dir;
   const std::string path = dir.file("shot.png");
-  PhotoSpec shot;
-  shot.width = 600;
-  shot.height = 400;
-  shot.pattern = true;
-  writePhoto(path, shot);
+  writePhoto(path, {.width = 600, .height = 400, .pattern = true});
   core::EditStack stack = stackOf({{K::Straighten, 8},
                                    {K::PerspectiveVertical, 0.4},
                                    {K::LensDistortion, 0.3},

@@ -20,12 +20,10 @@
 #include <algorithm>
 #include <atomic>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <map>
 #include <mutex>
 #include <random>
-#include <sqlite3.h>
 #include <thread>
 
 namespace velko::app::testing {
@@ -34,7 +32,6 @@ namespace {
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 using velko::testing::ServerProcess;
-using velko::testing::TempDir;
 
 constexpr int kClients = 8;
 constexpr int kOwnedEach = 2;
@@ -57,65 +54,8 @@ int descriptorCount(pid_t pid) {
 }
 
 long residentKiB(pid_t pid) {
-  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-  for (std::string line; std::getline(status, line);) {
-    if (line.starts_with("VmRSS:")) {
-      return std::stol(line.substr(6));
-    }
-  }
-  return -1;
+  return velko::testing::statusKiB(pid, "VmRSS");
 }
-
-/// One MCP session: a velko-mcp process driven over its standard input and output.
-class McpClient {
-public:
-  McpClient(const std::string& home, const std::string& binary)
-      : process_(velko::testing::withPrivateHome(home, binary)) {
-    call(R"({"jsonrpc":"2.0","id":0,"method":"initialize","params":{"protocolVersion":"2024-11-05","capabilities":{},"clientInfo":{"name":"load","version":"1"}}})");
-    process_.send(R"({"jsonrpc":"2.0","method":"notifications/initialized"})");
-  }
-
-  pid_t pid() const { return process_.pid(); }
-
-  /// A tool call's result: whether it is an error, and its first text.
-  struct Result {
-    bool isError = true;
-    std::string text;
-    std::size_t images = 0;
-  };
-
-  Result tool(std::string_view name, json::Object arguments) {
-    const json::Value reply = call(json::toCompact(json::Object{
-        {"jsonrpc", "2.0"}, {"id", ++id_}, {"method", "tools/call"},
-        {"params", json::Object{{"name", name}, {"arguments", std::move(arguments)}}}}));
-    Result r;
-    if (!reply.as_object().contains("result")) {
-      r.text = json::toCompact(reply);
-      return r;
-    }
-    const json::Value& result = reply.at("result");
-    r.isError = result.at("isError").as_bool();
-    for (const json::Value& item : result.at("content").as_array()) {
-      if (item.at("type") == "text" && r.text.empty()) {
-        r.text = std::string(item.at("text").as_string());
-      } else if (item.at("type") == "image") {
-        ++r.images;
-      }
-    }
-    return r;
-  }
-
-private:
-  json::Value call(const std::string& line) {
-    process_.send(line);
-    process_.readLine(line_, std::chrono::seconds(120));
-    return json::parse(line_);
-  }
-
-  ServerProcess process_;
-  std::string line_;
-  std::int64_t id_ = 0;
-};
 
 /// What one client saw: latencies by kind of call, and what it was told had happened.
 struct Tally {
@@ -134,36 +74,26 @@ protected:
       GTEST_SKIP() << why;
     }
     initImaging();
-    fs::create_directories(home());
     for (int i = 0; i < kPhotos; ++i) {
-      PhotoSpec shot;
-      shot.width = 1600;
-      shot.height = 1067;
-      shot.pattern = true;
-      shot.red = static_cast<unsigned char>(11 * i);
-      shot.dateTimeOriginal = "2024:06:" + std::to_string(10 + i) + " 09:00:00";
-      writePhoto(library() + "/p" + std::to_string(i) + ".jpg", shot);
+      writePhoto(library() + "/p" + std::to_string(i) + ".jpg",
+                 {.width = 1600,
+                  .height = 1067,
+                  .red = static_cast<unsigned char>(11 * i),
+                  .pattern = true,
+                  .dateTimeOriginal = "2024:06:" + std::to_string(10 + i) + " 09:00:00"});
     }
-    const std::string script = "mount --bind \"$1\" \"$2\" || exit 97\n"
-                               "exec \"$3\" --library \"$4\" --allow-saving 2>>\"$5\"\n";
-    app_ = std::make_unique<ServerProcess>(std::vector<std::string>{
-        "/usr/bin/unshare", "--mount", "--", "/bin/sh", "-c", script, "sh", home(),
-        velko::testing::passwordHome(), VELKO_HEADLESS_PATH, library(),
-        root_.path() + "/headless.log"});
+    app_ = std::make_unique<ServerProcess>(root_.headless(VELKO_HEADLESS_PATH, "--allow-saving"));
   }
 
-  std::string home() const { return root_.path() + "/home"; }
-  std::string library() const { return root_.path() + "/library"; }
-  std::string log() const {
-    std::ifstream in(root_.path() + "/headless.log");
-    return std::string(std::istreambuf_iterator<char>(in), {});
-  }
+  std::string home() const { return root_.home(); }
+  std::string library() const { return root_.library(); }
+  std::string log() const { return root_.log(); }
 
   /// One client's stream until `until`.
-  void drive(McpClient& client, int index, const std::vector<std::string>& ids, Clock::time_point until,
-             Tally& tally) {
+  void drive(McpSession& client, int index, const std::vector<std::string>& ids,
+             Clock::time_point until, Tally& tally) {
     std::mt19937 rng(1000 + static_cast<unsigned>(index));
-    const std::string out = root_.path() + "/exports/c" + std::to_string(index);
+    const std::string out = root_.root.path() + "/exports/c" + std::to_string(index);
     auto owned = [&] { return ids[static_cast<std::size_t>(index * kOwnedEach) + rng() % kOwnedEach]; };
     auto shared = [&] { return ids[static_cast<std::size_t>(kClients * kOwnedEach) + rng() % kShared]; };
     auto any = [&] { return ids[rng() % ids.size()]; };
@@ -173,7 +103,8 @@ protected:
       std::string kind;
       std::string name;
       json::Object args;
-      std::function<void(const McpClient::Result&)> acknowledged = [](const McpClient::Result&) {};
+      std::function<void(const ToolReply&)> acknowledged = [](const ToolReply&) {
+      };
       if (dice < 12) {
         kind = "read", name = "velko_list", args = {{"limit", 50}};
       } else if (dice < 22) {
@@ -184,25 +115,29 @@ protected:
         const std::string id = owned();
         const std::int64_t rating = rng() % 6;
         kind = "change", name = "velko_rate", args = {{"ids", json::Array{id}}, {"rating", rating}};
-        acknowledged = [&, id, rating](const McpClient::Result&) { tally.owned[id].first = rating; };
+        acknowledged = [&, id, rating](const ToolReply&) {
+          tally.owned[id].first = rating;
+        };
       } else if (dice < 48) {
         static constexpr std::pair<const char*, std::int64_t> kFlags[] = {{"pick", 1}, {"reject", -1}, {"none", 0}};
         const std::string id = owned();
         const auto& flag = kFlags[rng() % 3];
         kind = "change", name = "velko_flag", args = {{"ids", json::Array{id}}, {"flag", flag.first}};
-        acknowledged = [&, id, flag](const McpClient::Result&) { tally.owned[id].second = flag.second; };
+        acknowledged = [&, id, flag](const ToolReply&) {
+          tally.owned[id].second = flag.second;
+        };
       } else if (dice < 68) {
         const std::string id = shared();
         if (!versions.contains(id)) {
-          const auto got = client.tool("velko_edit_get", {{"id", id}});
-          versions[id] = got.isError ? 0 : json::parse(got.text).at("version").as_int64();
+          const auto got = client.tool("velko_edit_get", json::Object{{"id", id}});
+          versions[id] = got.isError ? 0 : got.text.at("version").as_int64();
         }
         kind = "edit", name = "velko_edit_set";
         args = {{"id", id},
                 {"ops", json::Array{json::Object{{"kind", "exposure"}, {"scalar", 0.05 * (rng() % 20)}}}},
                 {"expectedVersion", versions[id]}};
-        acknowledged = [&, id](const McpClient::Result& r) {
-          versions[id] = json::parse(r.text).at("newVersion").as_int64();
+        acknowledged = [&, id](const ToolReply& r) {
+          versions[id] = r.text.at("newVersion").as_int64();
           edits_.at(id).fetch_add(1);
         };
       } else if (dice < 90) {
@@ -210,11 +145,13 @@ protected:
       } else {
         kind = "export", name = "velko_export";
         args = {{"ids", json::Array{any()}}, {"directory", out}, {"format", "jpeg"}, {"longEdge", 1024}};
-        acknowledged = [&](const McpClient::Result&) { ++tally.exports; };
+        acknowledged = [&](const ToolReply&) {
+          ++tally.exports;
+        };
       }
       const std::string id = args.contains("id") ? std::string(args.at("id").as_string()) : "";
       const Clock::time_point start = Clock::now();
-      McpClient::Result r;
+      ToolReply r;
       try {
         r = client.tool(name, std::move(args));
       } catch (const std::exception& e) {
@@ -224,17 +161,17 @@ protected:
       tally.millis[kind].push_back(std::chrono::duration<double, std::milli>(Clock::now() - start).count());
       if (!r.isError) {
         acknowledged(r);
-      } else if (name == "velko_edit_set" && r.text.starts_with("velko error -32000:")) {
+      } else if (name == "velko_edit_set" && r.rawText.starts_with("velko error -32000:")) {
         ++tally.conflicts;
         versions.erase(id); // read again before the next edit
       } else {
-        tally.failures.push_back(name + ": " + r.text);
+        tally.failures.push_back(name + ": " + r.rawText);
       }
     }
   }
 
   /// Runs every client for `seconds`.
-  void phase(std::vector<std::unique_ptr<McpClient>>& clients, const std::vector<std::string>& ids,
+  void phase(std::vector<std::unique_ptr<McpSession>>& clients, const std::vector<std::string>& ids,
              int seconds, std::vector<Tally>& tallies) {
     const Clock::time_point until = Clock::now() + std::chrono::seconds(seconds);
     std::vector<std::thread> threads;
@@ -246,7 +183,7 @@ protected:
     }
   }
 
-  TempDir root_;
+  ProgramRoot root_;
   std::unique_ptr<ServerProcess> app_;
   std::map<std::string, std::atomic<int>> edits_;
 };
@@ -257,26 +194,20 @@ double percentile(std::vector<double> v, double p) {
 }
 
 TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
-  std::vector<std::unique_ptr<McpClient>> clients;
+  std::vector<std::unique_ptr<McpSession>> clients;
   for (int i = 0; i < kClients; ++i) {
-    clients.push_back(std::make_unique<McpClient>(home(), VELKO_MCP_PATH));
+    clients.push_back(
+        std::make_unique<McpSession>(velko::testing::withPrivateHome(home(), VELKO_MCP_PATH)));
   }
-  // Wait for the first scan, then learn the ids in file order (photo i was taken on day 10 + i):
-  // the first sixteen are owned two by two, the rest shared.
+  // Wait for the first scan, then learn the ids in file order (photo i was taken on day 10 + i,
+  // and the list is newest first): the first sixteen are owned two by two, the rest shared.
   std::vector<std::string> ids;
   for (int tries = 0; tries < 600 && ids.size() != kPhotos; ++tries) {
-    const auto listed = clients[0]->tool("velko_list", {{"limit", 100}});
+    const auto listed = clients[0]->tool("velko_list", json::Object{{"limit", 100}});
     ids.clear();
-    if (!listed.isError) {
-      std::vector<std::pair<std::string, std::string>> byDate;
-      const json::Value page = json::parse(listed.text);
-      for (const json::Value& p : page.at("photos").as_array()) {
-        byDate.emplace_back(std::string(p.at("creationDate").as_string()), std::string(p.at("id").as_string()));
-      }
-      std::sort(byDate.begin(), byDate.end());
-      for (const auto& entry : byDate) {
-        ids.push_back(entry.second);
-      }
+    for (const json::Value& p :
+         listed.isError ? json::Array{} : listed.text.at("photos").as_array()) {
+      ids.insert(ids.begin(), std::string(p.at("id").as_string()));
     }
     if (ids.size() != kPhotos) {
       std::this_thread::sleep_for(std::chrono::milliseconds(50));
@@ -286,9 +217,8 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
   for (const std::string& id : ids) {
     edits_[id] = 0;
   }
-  std::ifstream endpoint(home() + "/.velko/ipc-endpoint.json");
   const pid_t app = static_cast<pid_t>(
-      json::parse(std::string(std::istreambuf_iterator<char>(endpoint), {})).at("pid").as_int64());
+      json::parse(readFile(home() + "/.velko/ipc-endpoint.json")).at("pid").as_int64());
 
   const int seconds = phaseSeconds();
   std::vector<Tally> warmUp(kClients), measured(kClients);
@@ -298,7 +228,7 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
   const long rssBefore = residentKiB(app);
   std::vector<long> mcpBefore;
   for (const auto& c : clients) {
-    mcpBefore.push_back(residentKiB(c->pid()));
+    mcpBefore.push_back(residentKiB(c->process.pid()));
   }
   const Clock::time_point start = Clock::now();
   phase(clients, ids, seconds, measured);
@@ -332,27 +262,22 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
   // Every acknowledged change is in the catalogue once the application has stopped.
   ::kill(app, SIGTERM);
   EXPECT_EQ(app_->waitExit(std::chrono::seconds(30)), 0) << log();
-  sqlite3* db = nullptr;
-  ASSERT_EQ(sqlite3_open_v2((home() + "/.velko/headless/catalog.sqlite").c_str(), &db,
-                            SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
-  sqlite3_stmt* s = nullptr;
-  ASSERT_EQ(sqlite3_prepare_v2(db, "SELECT id, rating, flag, stack_version FROM photos", -1, &s, nullptr), SQLITE_OK);
+  Catalog catalog(home() + "/.velko/headless/catalog.sqlite");
+  auto access = catalog.access();
+  auto s = access->prepare("SELECT id, rating, flag, stack_version FROM photos");
   int rows = 0;
-  while (sqlite3_step(s) == SQLITE_ROW) {
-    ++rows;
-    const std::string id(reinterpret_cast<const char*>(sqlite3_column_text(s, 0)));
+  for (; s->step(); ++rows) {
+    const std::string id = s->text(0);
     SCOPED_TRACE(id);
     if (owned.contains(id)) {
-      EXPECT_EQ(sqlite3_column_int64(s, 1), owned[id].first);
-      EXPECT_EQ(sqlite3_column_int64(s, 2), owned[id].second);
+      EXPECT_EQ(s->int64(1), owned[id].first);
+      EXPECT_EQ(s->int64(2), owned[id].second);
     }
-    EXPECT_EQ(sqlite3_column_int64(s, 3), edits_.at(id).load());
+    EXPECT_EQ(s->int64(3), edits_.at(id).load());
   }
-  sqlite3_finalize(s);
-  sqlite3_close(db);
   EXPECT_EQ(rows, kPhotos);
   std::size_t files = 0;
-  for (const auto& entry : fs::recursive_directory_iterator(root_.path() + "/exports")) {
+  for (const auto& entry : fs::recursive_directory_iterator(root_.root.path() + "/exports")) {
     files += entry.is_regular_file() ? 1 : 0;
   }
   EXPECT_EQ(files, static_cast<std::size_t>(exports));
@@ -372,7 +297,8 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
 #else
   EXPECT_LE(rssAfter, rssBefore + rssBefore / 8) << rssBefore << " KiB before, " << rssAfter << " after";
   for (std::size_t i = 0; i < clients.size(); ++i) {
-    EXPECT_LE(residentKiB(clients[i]->pid()), mcpBefore[i] + mcpBefore[i] / 8 + 512) << "velko-mcp " << i;
+    EXPECT_LE(residentKiB(clients[i]->process.pid()), mcpBefore[i] + mcpBefore[i] / 8 + 512)
+        << "velko-mcp " << i;
   }
 #endif
 

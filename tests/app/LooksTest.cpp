@@ -209,18 +209,5 @@ TEST_F(LooksProfile, DisplayP3HoldsSrgbRedInsideItsGamut) {
   }
 }
 
-TEST_F(LooksProfile, SavedFilesCarryTheProfile) {
-  const auto p3 = toDisplayP3(imageOf(ramp(), 16, 3, VIPS_FORMAT_UCHAR), dir_.file("profiles"));
-  for (const char* name : {"p3.png", "p3.jpg"}) {
-    SCOPED_TRACE(name);
-    p3.write_to_file(dir_.file(name).c_str());
-    const auto back = vips::VImage::new_from_file(dir_.file(name).c_str());
-    ASSERT_NE(back.get_typeof(VIPS_META_ICC_NAME), 0u);
-    std::size_t length = 0;
-    const auto* data = static_cast<const char*>(back.get_blob(VIPS_META_ICC_NAME, &length));
-    EXPECT_EQ(std::string(data, length), displayP3IccBytes());
-  }
-}
-
 } // namespace
 } // namespace velko::app

@@ -11,9 +11,8 @@ protected:
   /// Opens a library of `n` stills taken a day apart; ids newest first.
   std::vector<std::string> openWith(int n) {
     for (int i = 0; i < n; ++i) {
-      PhotoSpec shot;
-      shot.dateTimeOriginal = "2024:05:0" + std::to_string(i + 1) + " 10:00:00";
-      writePhoto(libraryFile("p" + std::to_string(i) + ".jpg"), shot);
+      writePhoto(libraryFile("p" + std::to_string(i) + ".jpg"),
+                 {.dateTimeOriginal = "2024:05:0" + std::to_string(i + 1) + " 10:00:00"});
     }
     open();
     return ids();
@@ -49,26 +48,6 @@ TEST_F(OrganiseMethods, ChangesShowInPhotoGetAndSkipUnknownOrRepeatedIds) {
     EXPECT_EQ(call("photo.get", json::Object{{"id", a}}).at(row.record).at(row.field),
               row.expected);
   }
-}
-
-TEST_F(OrganiseMethods, RefusesValuesOutsideTheAcceptedOnes) {
-  const std::string a = openWith(1).at(0);
-  const std::pair<const char*, json::Object> rows[] = {
-      {"0 to 5", {{"ids", json::Array{a}}, {"rating", 6}}},
-      {"0 to 5", {{"ids", json::Array{a}}, {"rating", -1}}},
-      {"pick, reject or none", {{"ids", json::Array{a}}, {"flag", "maybe"}}},
-      {"none, red, yellow, green, blue or purple", {{"ids", json::Array{a}}, {"color", "pink"}}},
-  };
-  for (const auto& [accepted, params] : rows) {
-    const char* method = params.contains("rating") ? "photo.rate"
-                         : params.contains("flag") ? "photo.flag"
-                                                   : "photo.label";
-    SCOPED_TRACE(json::toCompact(params));
-    CallError e = callError(method, params);
-    EXPECT_EQ(e.code, -32602);
-    EXPECT_NE(std::string(e.what()).find(accepted), std::string::npos) << e.what();
-  }
-  EXPECT_EQ(call("photo.get", json::Object{{"id", a}}).at("metadata").at("rating").as_int64(), 0);
 }
 
 TEST_F(OrganiseMethods, GroupsByIdAndByNameWithNestingAndCounts) {
@@ -190,13 +169,11 @@ TEST_F(OrganiseMethods, GeotagNeedsTheFlagThenTakesOneForm) {
                              {"longitude", -73.63}}));
   EXPECT_EQ(location().at("latitude").to_number<double>(), 4.15);
 
-  for (const char* place : {"Paris", "paris, FRANCE", "Europe/Paris"}) {
-    SCOPED_TRACE(place);
-    r = call("photo.geotag", json::Object{{"ids", json::Array{a}}, {"place", place}});
-    EXPECT_NEAR(r.at("latitude").to_number<double>(), 48.86, 0.05);
-    EXPECT_NEAR(r.at("longitude").to_number<double>(), 2.35, 0.05);
-    EXPECT_NEAR(location().at("latitude").to_number<double>(), 48.86, 0.05);
-  }
+  // The spellings a place may take are the gazetteer's business (below).
+  r = call("photo.geotag", json::Object{{"ids", json::Array{a}}, {"place", "paris, FRANCE"}});
+  EXPECT_NEAR(r.at("latitude").to_number<double>(), 48.86, 0.05);
+  EXPECT_NEAR(r.at("longitude").to_number<double>(), 2.35, 0.05);
+  EXPECT_NEAR(location().at("latitude").to_number<double>(), 48.86, 0.05);
   CallError unknown = callError(
       "photo.geotag", json::Object{{"ids", json::Array{a}}, {"place", "Villavicencio, Colombia"}});
   EXPECT_EQ(unknown.code, -32602);
@@ -234,6 +211,7 @@ TEST(OrganiseGazetteer, MatchesCitiesAndCountriesLoosely) {
       {"São Paulo, Brasil", ""},
       {"SÃO PAULO", "America/Sao_Paulo"},
       {"sao_paulo, BR", "America/Sao_Paulo"},
+      {"Australia/Adelaide", "Australia/Adelaide"},
       {"Australia", "Australia/Sydney"},
       {"South Korea", "Asia/Seoul"},
       {"Korea", ""},

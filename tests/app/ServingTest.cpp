@@ -16,35 +16,6 @@
 namespace velko::app::testing {
 namespace {
 
-int connectTo(const std::string& path) {
-  const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_un a{};
-  a.sun_family = AF_UNIX;
-  std::strncpy(a.sun_path, path.c_str(), sizeof a.sun_path - 1);
-  if (::connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a) != 0) {
-    ::close(fd);
-    return -1;
-  }
-  return fd;
-}
-
-/// One request on a fresh connection; the reply line, or "" when the connection closed first.
-std::string roundTrip(const std::string& path, std::string_view bytes) {
-  const int fd = connectTo(path);
-  if (fd < 0) {
-    return "";
-  }
-  ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-  std::string reply;
-  char buffer[4096];
-  ssize_t n = 0;
-  while (reply.find('\n') == std::string::npos && (n = ::recv(fd, buffer, sizeof buffer, 0)) > 0) {
-    reply.append(buffer, static_cast<std::size_t>(n));
-  }
-  ::close(fd);
-  return reply;
-}
-
 class Serving : public AppFixture {
 protected:
   void SetUp() override {
@@ -52,7 +23,8 @@ protected:
     open();
     socket_ = root_.path() + "/ipc.sock";
     listener_ = std::make_unique<Listener>(socket_);
-    server_ = std::thread([this] { listener_->serve([this](std::string_view f) { return answer(app(), f); }); });
+    server_ = std::thread(
+        [this] { listener_->serve([this](std::string_view f) { return answer(app(), f); }); });
   }
   void TearDown() override {
     listener_->stop();
@@ -71,9 +43,11 @@ TEST_F(Serving, AnswersManyClientsAtOnce) {
     clients.emplace_back([&, c] {
       for (int i = 0; i < kCalls; ++i) {
         const std::string id = std::to_string(c * 1000 + i);
-        const std::string reply = roundTrip(socket_, R"({"jsonrpc":"2.0","id":)" + id + R"(,"method":"system.ping"})" "\n");
+        const std::string frame = R"({"jsonrpc":"2.0","id":)" + id + R"(,"method":"system.ping"})";
+        const std::string reply = roundTrip(socket_, frame + "\n").value_or("");
         if (reply.find(R"("id":)" + id + ",") != std::string::npos &&
-            reply.find(R"("photoCount":1)") != std::string::npos) {
+            reply.find(R"("photoCount":1)") != std::string::npos &&
+            reply.find(R"("protocolVersion":1)") != std::string::npos) {
           ++good;
         }
       }
@@ -88,24 +62,31 @@ TEST_F(Serving, AnswersManyClientsAtOnce) {
 TEST_F(Serving, HostilePeersDoNotStopOthers) {
   // A peer that connects and says nothing, one that leaves mid-frame, and one whose frame is
   // past the size limit: each is dropped alone while ordinary requests are answered.
-  const int silent = connectTo(socket_);
+  const int silent = connectUnix(socket_);
   ASSERT_GE(silent, 0);
-  const int leaving = connectTo(socket_);
+  const int leaving = connectUnix(socket_);
   ::send(leaving, "{\"jsonrpc\":", 11, MSG_NOSIGNAL);
   ::close(leaving);
   const std::string huge(8 * 1024 * 1024 + 16, ' ');
-  EXPECT_EQ(roundTrip(socket_, huge), "");
-  EXPECT_NE(roundTrip(socket_, "{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"system.ping\"}\n").find("photoCount"),
+  EXPECT_EQ(roundTrip(socket_, huge), std::nullopt);
+  EXPECT_NE(roundTrip(socket_, "{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"system.ping\"}\n")
+                ->find("photoCount"),
             std::string::npos);
   ::close(silent);
 }
 
-TEST_F(Serving, RefusesASecondListenerOnALiveSocket) {
+TEST_F(Serving, RefusesASecondServerOnTheSocketOrTheCatalogue) {
   try {
     Listener second(socket_);
     ADD_FAILURE() << "a second listener started";
   } catch (const std::runtime_error& e) {
     EXPECT_NE(std::string(e.what()).find("already serving"), std::string::npos) << e.what();
+  }
+  try {
+    Catalog second(options_.catalog);
+    ADD_FAILURE() << "the catalogue opened twice";
+  } catch (const StoreError& e) {
+    EXPECT_NE(std::string(e.what()).find("in use by another velko-headless"), std::string::npos);
   }
 }
 
@@ -115,26 +96,38 @@ TEST_F(RequestPath, ErrorCodes) {
   open();
   struct Case {
     const char* name;
-    const char* frame;
+    std::string frame;
     std::int64_t code;
     const char* says;
+  };
+  const auto rpc = [](const char* method, const char* params) {
+    return std::string(R"({"jsonrpc":"2.0","id":1,"method":")") + method +
+           "\",\"params\":" + params + "}";
   };
   const Case cases[] = {
       {"not JSON", "{oops", -32700, "not JSON"},
       {"not an object", "[1,2]", -32600, "JSON-RPC"},
       {"no method", R"({"jsonrpc":"2.0","id":1})", -32600, "method"},
-      {"unknown method", R"({"jsonrpc":"2.0","id":1,"method":"photo.paint"})", -32601, "photo.paint"},
-      {"params of the wrong shape", R"({"jsonrpc":"2.0","id":1,"method":"photo.get","params":{"id":7}})", -32602, "params.id"},
+      {"unknown method", rpc("photo.paint", "{}"), -32601, "photo.paint"},
+      {"params of the wrong shape", rpc("photo.get", R"({"id":7})"), -32602, "params.id"},
       {"params missing", R"({"jsonrpc":"2.0","id":1,"method":"photo.get"})", -32602, "params"},
-      {"unknown photo", R"({"jsonrpc":"2.0","id":1,"method":"photo.get","params":{"id":"X/L0/001"}})", -32602, "no photo with id X/L0/001"},
-      {"bad flag", R"({"jsonrpc":"2.0","id":1,"method":"library.query","params":{"flag":"maybe"}})", -32602, "pick, reject or none"},
+      {"unknown photo", rpc("photo.get", R"({"id":"X/L0/001"})"), -32602,
+       "no photo with id X/L0/001"},
+      {"bad flag", rpc("library.query", R"({"flag":"maybe"})"), -32602, "pick, reject or none"},
+      {"rating too high", rpc("photo.rate", R"({"ids":[],"rating":6})"), -32602, "0 to 5"},
+      {"rating too low", rpc("photo.rate", R"({"ids":[],"rating":-1})"), -32602, "0 to 5"},
+      {"unknown flag", rpc("photo.flag", R"({"ids":[],"flag":"maybe"})"), -32602,
+       "pick, reject or none"},
+      {"unknown colour", rpc("photo.label", R"({"ids":[],"color":"pink"})"), -32602,
+       "none, red, yellow, green, blue or purple"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     const json::Value reply = json::parse(answer(app(), c.frame));
     ASSERT_TRUE(reply.as_object().contains("error")) << json::toCompact(reply);
     EXPECT_EQ(reply.at("error").at("code").as_int64(), c.code);
-    EXPECT_NE(std::string(reply.at("error").at("message").as_string()).find(c.says), std::string::npos)
+    EXPECT_NE(std::string(reply.at("error").at("message").as_string()).find(c.says),
+              std::string::npos)
         << reply.at("error").at("message");
   }
 }
@@ -142,16 +135,6 @@ TEST_F(RequestPath, ErrorCodes) {
 TEST_F(RequestPath, EveryMethodHasAHandler) {
   for (protocol::IPCMethod m : protocol::allIPCMethods()) {
     EXPECT_NE(MethodTable::all().find(m), nullptr) << protocol::rawValue(m);
-  }
-}
-
-TEST_F(RequestPath, ASecondProcessCannotOpenTheSameCatalogue) {
-  open();
-  try {
-    Catalog second(options_.catalog);
-    ADD_FAILURE() << "the catalogue opened twice";
-  } catch (const StoreError& e) {
-    EXPECT_NE(std::string(e.what()).find("in use by another velko-headless"), std::string::npos);
   }
 }
 

@@ -87,34 +87,16 @@ export function makePng(width, height, { rgb, level = 9 } = {}) {
 export const kPreviewPng = makePng(8, 6).toString('base64');
 
 export const kPhotoSummary = {
-  id: 'p1',
-  pixelWidth: 4032,
-  pixelHeight: 3024,
-  creationDate: '2024-05-01T08:30:00Z',
-  formatLabel: 'HEIC',
-  isFavorite: false,
-  isHidden: false,
-  durationSeconds: 0,
-  playbackStyle: 1,
-  sourceType: 1,
-  representsBurst: false,
-  canEditContent: true,
-  canEditProperties: true,
-  canDelete: true,
-  hasAdjustments: true,
+  id: 'p1', pixelWidth: 4032, pixelHeight: 3024, creationDate: '2024-05-01T08:30:00Z', formatLabel: 'HEIC',
+  isFavorite: false, isHidden: false, durationSeconds: 0, playbackStyle: 1, sourceType: 1, representsBurst: false,
+  canEditContent: true, canEditProperties: true, canDelete: true, hasAdjustments: true,
 };
 
 /// Canned replies by IPC method: a result value, or a function of the request's params returning
 /// { result } or { error: { code, message } }.
 export function cannedReplies() {
   return {
-    'system.ping': {
-      appVersion: '1.0',
-      buildStamp: 't',
-      protocolVersion: 1,
-      libraryAuthorized: true,
-      photoCount: 3,
-    },
+    'system.ping': { appVersion: '1.0', buildStamp: 't', protocolVersion: 1, libraryAuthorized: true, photoCount: 3 },
     'photo.rate': (params) => ({ result: { updated: params.ids.length, skipped: [] } }),
     'photo.get': (params) =>
       params.id === 'p1'
@@ -130,13 +112,7 @@ export function cannedReplies() {
       focusMetadata: { rating: 4, flag: 1, colorLabel: 0, hasEditStack: true },
       focusStack: { version: 3 },
     },
-    'preview.render': {
-      pngBase64: kPreviewPng,
-      width: 8,
-      height: 6,
-      appliedStackVersion: 3,
-      basedOnOriginal: true,
-    },
+    'preview.render': { pngBase64: kPreviewPng, width: 8, height: 6, appliedStackVersion: 3, basedOnOriginal: true },
   };
 }
 
@@ -231,22 +207,21 @@ function scratchHome(prefix) {
   return { root, home, flags };
 }
 
+/// Writes an executable wrapper script at root/name that runs `script` with `args` in a private
+/// mount namespace (with `flags`); returns its path.
+function writeWrapper(root, name, flags, script, args) {
+  const command = path.join(root, name);
+  writeFileSync(command, `#!/bin/sh\nexec unshare ${flags.join(' ')} sh -c ${quote(script)} sh ${args.map(quote).join(' ')}\n`);
+  chmodSync(command, 0o755);
+  return command;
+}
+
 /// Prepares a scratch home and a wrapper script that starts `binary` with that home in place of
 /// the account's. Skips the test when mount namespaces are not available. `command` is the
 /// wrapper's path (no arguments needed); `close()` removes the scratch directory.
 export function sandboxedServer(binary) {
   const { root, home, flags } = scratchHome('velko-clients-');
-  const command = path.join(root, 'velko-mcp-sandboxed');
-  writeFileSync(
-    command,
-    [
-      '#!/bin/sh',
-      '# velko-mcp with the home directory replaced by a scratch one, in a private mount namespace.',
-      `exec unshare ${flags.join(' ')} sh -c ${quote(kMountAndRun)} sh ${quote(home)} ${quote(binary)}`,
-      '',
-    ].join('\n'),
-  );
-  chmodSync(command, 0o755);
+  const command = writeWrapper(root, 'velko-mcp-sandboxed', flags, kMountAndRun, [home, binary]);
   return { root, home, command, close: () => rmSync(root, { recursive: true, force: true }) };
 }
 
@@ -281,18 +256,7 @@ export function sandboxedApplication(mcp, headless, library = null) {
   const { root, home, flags } = scratchHome('velko-session-');
   library ??= path.join(root, 'library');
   const log = path.join(root, 'velko-headless.log');
-  const command = path.join(root, 'velko-sandboxed');
-  const args = [home, headless, library, log, mcp].map(quote).join(' ');
-  writeFileSync(
-    command,
-    [
-      '#!/bin/sh',
-      '# velko-headless and velko-mcp with the home directory replaced by a scratch one, in a private mount namespace.',
-      `exec unshare ${flags.join(' ')} sh -c ${quote(kMountAndRunPair)} sh ${args}`,
-      '',
-    ].join('\n'),
-  );
-  chmodSync(command, 0o755);
+  const command = writeWrapper(root, 'velko-sandboxed', flags, kMountAndRunPair, [home, headless, library, log, mcp]);
   const appPid = () => {
     try {
       return JSON.parse(readFileSync(path.join(home, '.velko', 'ipc-endpoint.json'), 'utf8')).pid;

@@ -10,15 +10,7 @@ import { STDIO_DEFAULT_MAX_BUFFER_SIZE } from '@modelcontextprotocol/sdk/shared/
 import assert from 'node:assert/strict';
 import { randomBytes } from 'node:crypto';
 
-import {
-  binaryArgument,
-  cannedReplies,
-  FakeApplication,
-  kPreviewPng,
-  main,
-  makePng,
-  sandboxedServer,
-} from './harness.mjs';
+import { binaryArgument, cannedReplies, FakeApplication, kPreviewPng, main, makePng, sandboxedServer } from './harness.mjs';
 
 const kMaxFrameBytes = 8 * 1024 * 1024;
 
@@ -60,21 +52,14 @@ await main(async () => {
       [['velko_edit', ['look']], ['velko_cull', ['scope']], ['velko_describe', []]],
     );
     const promptCases = [
-      [
-        'velko_edit',
-        { look: 'warm 1980s film' },
-        `Edit the photo I'm working on in velko to achieve "warm 1980s film". Follow`,
-      ],
+      ['velko_edit', { look: 'warm 1980s film' }, `Edit the photo I'm working on in velko to achieve "warm 1980s film". Follow`],
       ['velko_cull', { scope: 'yesterday' }, 'Help me cull and deliver "yesterday" in velko. Drive the app'],
       ['velko_describe', undefined, 'Build the AI photo map: give every photo'],
     ];
     for (const [name, args, opening] of promptCases) {
-      const prompt = await client.getPrompt({ name, arguments: args });
-      assert.equal(prompt.messages.length, 1, name);
-      assert.equal(prompt.messages[0].role, 'user', name);
-      assert.equal(prompt.messages[0].content.type, 'text', name);
-      const text = prompt.messages[0].content.text;
-      assert.ok(text.startsWith(opening), `${name}: ${text.slice(0, 90)}`);
+      const { messages } = await client.getPrompt({ name, arguments: args });
+      assert.deepEqual(messages.map((m) => [m.role, m.content.type]), [['user', 'text']], name);
+      assert.ok(messages[0].content.text.startsWith(opening), `${name}: ${messages[0].content.text.slice(0, 90)}`);
     }
 
     // JSON text: the application's record comes back as sorted, indented JSON.
@@ -88,20 +73,14 @@ await main(async () => {
     // Text plus image: the context of the focused photo with its preview.
     const context = await client.callTool({ name: 'velko_context', arguments: {} });
     assert.equal(context.isError, false);
-    assert.deepEqual(
-      context.content.map((c) => c.type),
-      ['text', 'image'],
-    );
+    assert.deepEqual(context.content.map((c) => c.type), ['text', 'image']);
     assert.equal(JSON.parse(context.content[0].text).focusID, 'p1');
     assert.equal(context.content[1].mimeType, 'image/png');
     assert.equal(context.content[1].data, kPreviewPng);
     assert.deepEqual(app.methods().slice(-2), ['app.context', 'preview.render']);
 
     const preview = await client.callTool({ name: 'velko_preview_render', arguments: { id: 'p1' } });
-    assert.deepEqual(
-      preview.content.map((c) => c.type),
-      ['image', 'text'],
-    );
+    assert.deepEqual(preview.content.map((c) => c.type), ['image', 'text']);
     assert.equal(preview.content[0].data, kPreviewPng);
     assert.equal(preview.content[1].text, '8\u00d76, stack version 3');
 
@@ -122,10 +101,7 @@ await main(async () => {
     replies['preview.render'] = { ...replies['preview.render'], pngBase64: big, width: 1024, height: 2000 };
     const frame = JSON.stringify({ jsonrpc: '2.0', id: 1, result: replies['preview.render'] }).length + 1;
     assert.ok(frame <= kMaxFrameBytes && frame > kMaxFrameBytes * 0.9, `frame of ${frame} bytes`);
-    const large = await client.callTool({
-      name: 'velko_preview_render',
-      arguments: { id: 'p1', longEdge: 2000 },
-    });
+    const large = await client.callTool({ name: 'velko_preview_render', arguments: { id: 'p1', longEdge: 2000 } });
     assert.equal(large.content[0].data, big);
     assert.ok(big.length < STDIO_DEFAULT_MAX_BUFFER_SIZE);
 

@@ -105,6 +105,8 @@ export async function openSession(mcp, headless, { client: kind = 'sdk' } = {}) 
       const transport = new Experimental_StdioMCPTransport({ command: sandbox.command, stderr: fd });
       try {
         const aiClient = await createMCPClient({ name: 'velko-session', transport });
+        // The AI SDK turns every tool into one of its own, reading each input schema.
+        assert.equal(Object.keys(aiClient.toolsFromDefinitions(await aiClient.listTools())).length, 50);
         client = {
           callTool: (request) => aiClient.callTool(request),
           close: () => aiClient.close(),

@@ -19,8 +19,6 @@ extern char** environ;
 namespace velko::testing {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 void closeFd(int& fd) {
   if (fd >= 0) {
     ::close(fd);
@@ -28,7 +26,7 @@ void closeFd(int& fd) {
   }
 }
 
-std::optional<int> decodeStatus(int wstatus) {
+int decodeStatus(int wstatus) {
   return WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : -1;
 }
 
@@ -78,28 +76,21 @@ std::string privateHomeUnavailableReason() {
 }
 
 ServerProcess::ServerProcess(const std::vector<std::string>& argv) {
-  int in[2];
-  int out[2];
-  int err[2];
-  if (::pipe2(in, O_CLOEXEC) != 0) {
-    throw std::runtime_error("pipe failed");
-  }
-  if (::pipe2(out, O_CLOEXEC) != 0) {
-    ::close(in[0]);
-    ::close(in[1]);
-    throw std::runtime_error("pipe failed");
-  }
-  if (::pipe2(err, O_CLOEXEC) != 0) {
-    for (int fd : {in[0], in[1], out[0], out[1]}) {
-      ::close(fd);
+  int pipes[3][2]; // standard input, output and error
+  for (int i = 0; i < 3; ++i) {
+    if (::pipe2(pipes[i], O_CLOEXEC) != 0) {
+      for (int j = 0; j < i; ++j) {
+        ::close(pipes[j][0]);
+        ::close(pipes[j][1]);
+      }
+      throw std::runtime_error("pipe failed");
     }
-    throw std::runtime_error("pipe failed");
   }
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, in[0], 0);
-  posix_spawn_file_actions_adddup2(&actions, out[1], 1);
-  posix_spawn_file_actions_adddup2(&actions, err[1], 2);
+  for (int fd = 0; fd < 3; ++fd) {
+    posix_spawn_file_actions_adddup2(&actions, pipes[fd][fd == 0 ? 0 : 1], fd);
+  }
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
   posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
@@ -112,12 +103,12 @@ ServerProcess::ServerProcess(const std::vector<std::string>& argv) {
   const int rc = ::posix_spawn(&pid_, args[0], &actions, &attributes, args.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   posix_spawnattr_destroy(&attributes);
-  ::close(in[0]);
-  ::close(out[1]);
-  ::close(err[1]);
-  toChild_ = in[1];
-  fromChild_ = out[0];
-  errFromChild_ = err[0];
+  ::close(pipes[0][0]);
+  ::close(pipes[1][1]);
+  ::close(pipes[2][1]);
+  toChild_ = pipes[0][1];
+  fromChild_ = pipes[1][0];
+  errFromChild_ = pipes[2][0];
   if (rc != 0) {
     pid_ = -1;
     closeFd(toChild_);
@@ -162,10 +153,10 @@ void ServerProcess::closeInput() {
   closeFd(toChild_);
 }
 
-bool ServerProcess::waitReadable(int fd, std::chrono::milliseconds limit) const {
+bool ServerProcess::waitReadable(int fd, Clock::time_point deadline) const {
+  const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
   pollfd entry{fd, POLLIN, 0};
-  const int rc = ::poll(&entry, 1, static_cast<int>(limit.count()));
-  return rc > 0;
+  return left.count() > 0 && ::poll(&entry, 1, static_cast<int>(left.count())) > 0;
 }
 
 std::string ServerProcess::readLine(std::chrono::milliseconds limit) {
@@ -184,9 +175,7 @@ void ServerProcess::readLine(std::string& line, std::chrono::milliseconds limit)
       buffer_.erase(0, nl + 1);
       return;
     }
-    const auto left =
-        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-    if (left.count() <= 0 || !waitReadable(fromChild_, left)) {
+    if (!waitReadable(fromChild_, deadline)) {
       throw std::runtime_error("no line from the server in time");
     }
     scanned = buffer_.size();
@@ -203,9 +192,7 @@ void ServerProcess::readLine(std::string& line, std::chrono::milliseconds limit)
 std::string ServerProcess::readToEnd(std::chrono::milliseconds limit) {
   const auto deadline = Clock::now() + limit;
   for (;;) {
-    const auto left =
-        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-    if (left.count() <= 0 || !waitReadable(fromChild_, left)) {
+    if (!waitReadable(fromChild_, deadline)) {
       throw std::runtime_error("the server did not close its output in time");
     }
     char chunk[65536];
@@ -221,9 +208,7 @@ std::string ServerProcess::readErrorLine(std::chrono::milliseconds limit) {
   const auto deadline = Clock::now() + limit;
   std::string line;
   for (;;) {
-    const auto left =
-        std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-    if (left.count() <= 0 || !waitReadable(errFromChild_, left)) {
+    if (!waitReadable(errFromChild_, deadline)) {
       throw std::runtime_error("no line on the server's standard error in time");
     }
     char c = 0;
@@ -270,8 +255,8 @@ bool ServerProcess::groupAlive() const {
   return pid_ > 0 && ::kill(-pid_, 0) == 0;
 }
 
-long ServerProcess::statusKiB(std::string_view key) const {
-  std::ifstream status("/proc/" + std::to_string(pid_) + "/status");
+long statusKiB(pid_t pid, std::string_view key) {
+  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
   for (std::string line; std::getline(status, line);) {
     if (line.size() > key.size() && line.compare(0, key.size(), key) == 0 &&
         line[key.size()] == ':') {

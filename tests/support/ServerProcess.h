@@ -29,6 +29,9 @@ std::vector<std::string> withPrivateHome(const std::string& fakeHome, const std:
 /// Empty when withPrivateHome() works here; otherwise why not, for a skip message.
 std::string privateHomeUnavailableReason();
 
+/// A line of /proc/<pid>/status such as "VmRSS", in kibibytes; -1 when it cannot be read.
+long statusKiB(pid_t pid, std::string_view key);
+
 class ServerProcess {
 public:
   /// Starts argv[0] (an absolute path) with argv, in a process group of its own. Throws
@@ -68,11 +71,11 @@ public:
   /// True while any process of the child's group is alive (a reaped child's own group included).
   bool groupAlive() const;
 
-  /// A line of /proc/<pid>/status such as "VmRSS", in kibibytes; -1 when it cannot be read.
-  long statusKiB(std::string_view key) const;
+  long statusKiB(std::string_view key) const { return velko::testing::statusKiB(pid_, key); }
 
 private:
-  bool waitReadable(int fd, std::chrono::milliseconds limit) const;
+  using Clock = std::chrono::steady_clock;
+  bool waitReadable(int fd, Clock::time_point deadline) const;
 
   pid_t pid_ = -1;
   int toChild_ = -1;

@@ -78,13 +78,6 @@ TempDir::~TempDir() {
   std::filesystem::remove_all(path_, ignored);
 }
 
-std::string TempDir::file(std::string_view relative) const {
-  std::string p = path_;
-  p += '/';
-  p += relative;
-  return p;
-}
-
 std::string TempDir::touch(std::string_view relative) const {
   const std::string p = file(relative);
   std::filesystem::create_directories(std::filesystem::path(p).parent_path());
@@ -105,44 +98,11 @@ PeerStep PeerStep::result(std::string_view resultJson) {
 PeerStep PeerStep::error(std::int64_t code, std::string_view message) {
   std::string reply = R"({"jsonrpc":"2.0","id":1,"error":)";
   json::writeCompact(json::encode(protocol::RPCError{code, std::string(message)}), reply);
-  reply += '}';
-  return line(reply);
-}
-
-PeerStep PeerStep::line(std::string_view line) {
-  PeerStep step;
-  step.writes.push_back(std::string(line) + "\n");
-  return step;
-}
-
-PeerStep PeerStep::raw(std::vector<std::string> chunks) {
-  PeerStep step;
-  step.writes = std::move(chunks);
-  return step;
-}
-
-PeerStep PeerStep::closeWithoutReply() {
-  PeerStep step;
-  step.kind = Kind::CloseWithoutReply;
-  return step;
-}
-
-PeerStep PeerStep::closeUnread() {
-  PeerStep step;
-  step.kind = Kind::CloseUnread;
-  return step;
-}
-
-PeerStep PeerStep::unterminated(std::size_t bytes) {
-  PeerStep step;
-  step.kind = Kind::Unterminated;
-  step.size = bytes;
-  return step;
+  return line(reply + '}');
 }
 
 PeerStep PeerStep::hang(std::string partialReply) {
-  PeerStep step;
-  step.kind = Kind::Hang;
+  PeerStep step{.kind = Kind::Hang};
   if (!partialReply.empty()) {
     step.writes.push_back(std::move(partialReply));
   }
@@ -151,8 +111,7 @@ PeerStep PeerStep::hang(std::string partialReply) {
 
 // ---- TestPeer -----------------------------------------------------------------------------------
 
-TestPeer::TestPeer() : dir_(std::make_unique<TempDir>()) {
-  socketPath_ = dir_->file("ipc.sock");
+TestPeer::TestPeer() : dir_(std::make_unique<TempDir>()), socketPath_(dir_->file("ipc.sock")) {
   start();
 }
 
@@ -288,36 +247,21 @@ void TestPeer::answer(int connection) {
     step = PeerStep::line(handler(lines.front()));
   }
 
-  switch (step.kind) {
-  case PeerStep::Kind::Write:
-    for (std::size_t i = 0; i < step.writes.size(); ++i) {
-      if (i > 0) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-      }
-      if (!writeAll(connection, step.writes[i])) {
-        return;
-      }
+  if (step.kind == PeerStep::Kind::Unterminated) {
+    step.writes = {std::string(step.size, 'x')};
+  }
+  for (std::size_t i = 0; i < step.writes.size(); ++i) {
+    // Separate writes of a raw reply reach the client in separate reads.
+    if (i > 0 && step.kind == PeerStep::Kind::Write) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
-    return;
-  case PeerStep::Kind::CloseWithoutReply:
-  case PeerStep::Kind::CloseUnread:
-    return;
-  case PeerStep::Kind::Unterminated:
-    writeAll(connection, std::string(step.size, 'x'));
-    return;
-  case PeerStep::Kind::Hang:
-    for (const std::string& bytes : step.writes) {
-      if (!writeAll(connection, bytes)) {
-        return;
-      }
+    if (!writeAll(connection, step.writes[i])) {
+      return;
     }
-    // Returns once the peer stops (or the client goes away).
-    while (waitReadable(connection)) {
-      if (::read(connection, chunk, sizeof chunk) < 1) {
-        return;
-      }
-    }
-    return;
+  }
+  // A hanging connection stays open until the peer stops (or the client goes away).
+  while (step.kind == PeerStep::Kind::Hang && waitReadable(connection) &&
+         ::read(connection, chunk, sizeof chunk) > 0) {
   }
 }
 

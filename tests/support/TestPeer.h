@@ -34,9 +34,8 @@ public:
 
   const std::string& path() const { return path_; }
   /// path() + "/" + relative; nothing is created.
-  std::string file(std::string_view relative) const;
-  /// Creates an empty regular file at path()/relative, with its parent directories; returns
-  /// its path.
+  std::string file(std::string_view relative) const { return path_ + "/" + std::string(relative); }
+  /// Creates an empty file at path()/relative, with its parent directories; returns its path.
   std::string touch(std::string_view relative) const;
 
 private:
@@ -68,16 +67,17 @@ struct PeerStep {
   /// {"jsonrpc":"2.0","id":1,"error":{"code":<code>,"message":<message>}} and a newline.
   static PeerStep error(std::int64_t code, std::string_view message);
   /// `line` and a newline, in one write.
-  static PeerStep line(std::string_view line);
+  static PeerStep line(std::string_view line) { return {.writes = {std::string(line) + "\n"}}; }
   /// Exactly these bytes, one write per chunk with a short pause between, so the client sees
-  /// them in separate reads. Lines after the first can be included to test that they are
-  /// ignored.
-  static PeerStep raw(std::vector<std::string> chunks);
-  static PeerStep closeWithoutReply();
+  /// them in separate reads (lines after the first, to test that they are ignored).
+  static PeerStep raw(std::vector<std::string> chunks) { return {.writes = std::move(chunks)}; }
+  static PeerStep closeWithoutReply() { return {.kind = Kind::CloseWithoutReply}; }
   /// Closes the connection without reading anything, so a long request meets a closed socket.
-  static PeerStep closeUnread();
+  static PeerStep closeUnread() { return {.kind = Kind::CloseUnread}; }
   /// By default 9 MiB, past the 8 MiB frame limit.
-  static PeerStep unterminated(std::size_t bytes = 9u << 20);
+  static PeerStep unterminated(std::size_t bytes = 9u << 20) {
+    return {.kind = Kind::Unterminated, .size = bytes};
+  }
   /// Writes `partialReply` (none by default) and then neither writes nor closes.
   static PeerStep hang(std::string partialReply = {});
 };
