@@ -1,5 +1,6 @@
 #include "app/Masks.h"
 
+#include "app/RenderMath.h"
 #include "app/RenderPipeline.h"
 
 #include <algorithm>
@@ -32,9 +33,6 @@ double feather01(double f) {
   return std::clamp(finiteOr(f, 0), 0.0, 1.0);
 }
 
-VImage withInterpretation(const VImage& image, VipsInterpretation interpretation) {
-  return image.copy(VImage::option()->set("interpretation", interpretation));
-}
 
 VImage zeros(int w, int h) {
   return VImage::black(w, h).cast(VIPS_FORMAT_FLOAT);
@@ -69,30 +67,7 @@ VImage falling(const VImage& x, double e0, double e1) {
   return 1 - rising(x, e0, e1);
 }
 
-double smoothstep(double e0, double e1, double x) {
-  if (e1 - e0 < 1e-9) {
-    return x >= e0 ? 1 : 0;
-  }
-  const double t = std::clamp((x - e0) / (e1 - e0), 0.0, 1.0);
-  return t * t * (3 - 2 * t);
-}
 
-/// `image` scaled to exactly `width` × `height`, bilinearly (a matte must not ring past 0..1).
-VImage resizeTo(const VImage& image, int width, int height) {
-  if (image.width() == width && image.height() == height) {
-    return image;
-  }
-  VImage out = image.resize(static_cast<double>(width) / image.width(),
-                            VImage::option()
-                                ->set("vscale", static_cast<double>(height) / image.height())
-                                ->set("kernel", VIPS_KERNEL_LINEAR));
-  if (out.width() != width || out.height() != height) {
-    out = out.embed(0, 0, std::max(width, out.width()), std::max(height, out.height()),
-                    VImage::option()->set("extend", VIPS_EXTEND_COPY))
-              .extract_area(0, 0, width, height);
-  }
-  return out;
-}
 
 /// `image` made readable twice without computing it twice: a blend reads it both untouched and
 /// through the mask's rendering, and each mask blends the previous one's result, so without
@@ -113,19 +88,6 @@ VImage shared(const VImage& image) {
                              ->set("threaded", true));
 }
 
-/// A Lab hue angle on the colour mixer's wheel (red 0, yellow 60, green 120, aqua 180, blue
-/// 240, magenta 300): linear between the Lab hues of the sRGB primaries and secondaries.
-double wheelHue(double labHue) {
-  static constexpr std::array<double, 7> kLab{40, 103, 136, 196, 306, 328, 400};
-  static constexpr std::array<double, 7> kWheel{0, 60, 120, 180, 240, 300, 360};
-  const double h = labHue < kLab[0] ? labHue + 360 : labHue;
-  for (std::size_t i = 0; i + 1 < kLab.size(); ++i) {
-    if (h <= kLab[i + 1]) {
-      return std::fmod(kWheel[i] + (h - kLab[i]) / (kLab[i + 1] - kLab[i]) * 60, 360);
-    }
-  }
-  return 0;
-}
 
 /// The image a mask stage reads its mattes from, with the derived images shapes share, each
 /// made on first use.
@@ -149,13 +111,13 @@ public:
     if (!subject_) {
       subject_ = subjectMatte(small());
     }
-    return resizeTo(*subject_, width(), height());
+    return resizeTo(*subject_, width(), height(), VIPS_KERNEL_LINEAR);
   }
   VImage people() {
     if (!people_) {
       people_ = peopleMatte(small());
     }
-    return resizeTo(*people_, width(), height());
+    return resizeTo(*people_, width(), height(), VIPS_KERNEL_LINEAR);
   }
 
 private:
@@ -392,7 +354,7 @@ VImage brushMatte(const core::BrushShape& s, int w, int h) {
   if (canvas == nullptr) {
     throw vips::VError();
   }
-  return resizeTo(VImage(canvas), w, h);
+  return resizeTo(VImage(canvas), w, h, VIPS_KERNEL_LINEAR);
 }
 
 VImage shapeMatte(const core::MaskShape& shape, MatteSource& source) {

@@ -1,5 +1,6 @@
 #include "app/RenderGeometry.h"
 
+#include "app/RenderMath.h"
 #include <algorithm>
 #include <cmath>
 #include <numbers>
@@ -63,9 +64,6 @@ double maxAlpha(VipsInterpretation interpretation) {
              : 255;
 }
 
-double toLinear(double perceptual) {
-  return perceptual <= 0.04045 ? perceptual / 12.92 : std::pow((perceptual + 0.055) / 1.055, 2.4);
-}
 
 } // namespace
 

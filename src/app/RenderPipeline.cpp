@@ -1,6 +1,7 @@
 #include "app/RenderPipeline.h"
 
 #include "app/Masks.h"
+#include "app/RenderMath.h"
 
 #include <algorithm>
 #include <array>
@@ -11,27 +12,14 @@
 namespace velko::app {
 namespace {
 
+using app::smoothstep; // beside the image overload below
 using core::AdjustmentKind;
 using vips::VImage;
 
 constexpr double kPi = std::numbers::pi;
 
-double clamp01(double x) {
-  return std::clamp(x, 0.0, 1.0);
-}
 
-double smoothstep(double e0, double e1, double x) {
-  const double t = clamp01((x - e0) / (e1 - e0));
-  return t * t * (3 - 2 * t);
-}
 
-/// The sRGB transfer function and its inverse, on 0..1.
-double toPerceptual(double linear) {
-  return linear <= 0.0031308 ? 12.92 * linear : 1.055 * std::pow(linear, 1 / 2.4) - 0.055;
-}
-double toLinear(double perceptual) {
-  return perceptual <= 0.04045 ? perceptual / 12.92 : std::pow((perceptual + 0.055) / 1.055, 2.4);
-}
 
 /// A stored scalar, or `fallback` when it is absent or not a number.
 double scalar(const core::EditStack& stack, AdjustmentKind kind, double fallback = 0) {
@@ -295,9 +283,6 @@ struct Settings {
   }
 };
 
-VImage withInterpretation(const VImage& image, VipsInterpretation interpretation) {
-  return image.copy(VImage::option()->set("interpretation", interpretation));
-}
 
 /// A float lookup table image of `entries` columns and `bands` interleaved bands, owning a copy
 /// of `values` (a plain memory image would point at the vector after it is gone).
@@ -315,18 +300,6 @@ VImage positive(const VImage& image) {
   return (image + image.abs()) * 0.5;
 }
 
-/// `image` resized to exactly `width` × `height`.
-VImage resizeTo(const VImage& image, int width, int height) {
-  VImage out =
-      image.resize(static_cast<double>(width) / image.width(),
-                   VImage::option()->set("vscale", static_cast<double>(height) / image.height()));
-  if (out.width() != width || out.height() != height) {
-    out = out.embed(0, 0, std::max(width, out.width()), std::max(height, out.height()),
-                    VImage::option()->set("extend", VIPS_EXTEND_COPY))
-              .extract_area(0, 0, width, height);
-  }
-  return out;
-}
 
 /// A Gaussian blur of a float band; wide ones blur a reduced copy and scale it back, so the
 /// cost stays flat when the radius grows with the image.
@@ -373,20 +346,6 @@ VImage applyTone(const VImage& rgb, const Settings& s) {
 
 constexpr int kHueSteps = 10; ///< table entries per degree of hue
 
-/// A Lab hue angle on the painter's wheel the mixer bands are centred on (red 0, yellow 60,
-/// green 120, aqua 180, blue 240, magenta 300): linear between the Lab hues of the sRGB
-/// primaries and secondaries.
-double wheelHue(double labHue) {
-  static constexpr std::array<double, 7> kLab{40, 103, 136, 196, 306, 328, 400};
-  static constexpr std::array<double, 7> kWheel{0, 60, 120, 180, 240, 300, 360};
-  const double h = labHue < kLab[0] ? labHue + 360 : labHue;
-  for (std::size_t i = 0; i + 1 < kLab.size(); ++i) {
-    if (h <= kLab[i + 1]) {
-      return std::fmod(kWheel[i] + (h - kLab[i]) / (kLab[i + 1] - kLab[i]) * 60, 360);
-    }
-  }
-  return 0;
-}
 
 /// Per hue: the mixer's hue shift in degrees, its chroma factor and its lightness shift, each
 /// a smooth blend of the two nearest bands.
