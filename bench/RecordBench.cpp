@@ -5,6 +5,7 @@
 #include "json/Value.h"
 #include "json/Writer.h"
 #include "protocol/LibraryRecords.h"
+#include "protocol/Rpc.h"
 #include "server/ToolSupport.h"
 
 #include <benchmark/benchmark.h>
@@ -46,8 +47,9 @@ void BM_ListReplyToText(benchmark::State& state) {
   mallopt(M_TRIM_THRESHOLD, 128 << 20);
   const std::string line = listReply(static_cast<int>(state.range(0)));
   for (auto _ : state) {
-    const json::Value reply = json::parse(line);
-    const auto records = json::decodeAs<protocol::ListResult>(reply.at("result"));
+    // The path of a tool call: the client's untyped reply, then the handler's records and text.
+    auto reply = protocol::rpc::decodeResponse(line);
+    const auto records = json::decodeAs<protocol::ListResult>(std::get<json::Value>(reply));
     benchmark::DoNotOptimize(server::jsonTextResult(records));
   }
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * line.size()));

@@ -76,7 +76,10 @@ template <Record T> struct Codec<T> {
     if (obj == nullptr) {
       failExpected(v, "an object", path);
     }
-    std::apply([&](const auto&... f) { (decodeField(*obj, out, f, path), ...); },
+    // Writers of these objects, ours included, usually put the keys in field order, so each
+    // field first tries the member after the previous field's before searching the object.
+    std::size_t next = 0;
+    std::apply([&](const auto&... f) { (decodeField(*obj, out, f, path, next), ...); },
                T::jsonFields());
   }
 
@@ -92,9 +95,17 @@ private:
   }
 
   template <class M>
-  static void decodeField(const Object& obj, T& out, const Field<T, M>& f, const Path& path) {
+  static void decodeField(const Object& obj, T& out, const Field<T, M>& f, const Path& path,
+                          std::size_t& next) {
     M& member = out.*(f.member);
-    const Value* v = obj.if_contains(f.key);
+    const Value* v = nullptr;
+    if (next < obj.size() && obj.begin()[next].key() == f.key) {
+      v = &obj.begin()[next].value();
+      ++next;
+    } else if (const auto it = obj.find(f.key); it != obj.end()) {
+      v = &it->value();
+      next = static_cast<std::size_t>(it - obj.begin()) + 1;
+    }
     if constexpr (IsOptional<M>::value) {
       if (v == nullptr || v->is_null()) {
         member.reset();

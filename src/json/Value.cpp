@@ -3,6 +3,7 @@
 #include "json/Errors.h"
 
 #include <boost/json/basic_parser_impl.hpp>
+#include <boost/json/monotonic_resource.hpp>
 #include <boost/json/value_stack.hpp>
 #include <charconv>
 #include <string>
@@ -99,11 +100,11 @@ struct ValueBuilder {
 
 } // namespace
 
-Value parse(std::string_view text) {
+Value parse(std::string_view text, boost::json::storage_ptr storage) {
   boost::json::parse_options options;
   options.max_depth = kMaxDepth;
   boost::json::basic_parser<ValueBuilder> parser{options};
-  parser.handler().stack.reset();
+  parser.handler().stack.reset(std::move(storage));
   boost::system::error_code ec;
   const std::size_t used = parser.write_some(false, text.data(), text.size(), ec);
   if (!ec && used < text.size()) {
@@ -113,6 +114,10 @@ Value parse(std::string_view text) {
     throw DecodeError("invalid JSON: " + ec.message());
   }
   return parser.handler().stack.release();
+}
+
+boost::json::storage_ptr transientStorage() {
+  return boost::json::make_shared_resource<boost::json::monotonic_resource>();
 }
 
 std::string_view kindName(const Value& v) {

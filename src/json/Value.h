@@ -6,6 +6,7 @@
 #include <boost/json/array.hpp>
 #include <boost/json/object.hpp>
 #include <boost/json/string.hpp>
+#include <boost/json/storage_ptr.hpp>
 #include <boost/json/value.hpp>
 #include <cstddef>
 #include <string_view>
@@ -23,8 +24,13 @@ inline constexpr std::size_t kMaxDepth = 512;
 
 /// Parses one complete JSON text (any top-level value, RFC 8259; invalid UTF-8 is rejected;
 /// nesting at most kMaxDepth). Numbers are read to the nearest double. Every JSON text that
-/// enters the process goes through here. Throws DecodeError naming the problem.
-Value parse(std::string_view text);
+/// enters the process goes through here. Throws DecodeError naming the problem. The value's
+/// memory comes from `storage` (the default heap when null).
+Value parse(std::string_view text, boost::json::storage_ptr storage = {});
+
+/// Storage for a value that is read once and dropped: one growing arena, freed with the value's
+/// last copy, so neither parsing nor dropping calls the allocator per member.
+boost::json::storage_ptr transientStorage();
 
 /// "null", "boolean", "number", "string", "array" or "object": for error messages.
 std::string_view kindName(const Value& v);

@@ -4,6 +4,7 @@
 #include "json/Utf8.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
@@ -26,6 +27,15 @@ constexpr std::uint64_t hasByte(std::uint64_t v, unsigned char b) {
 }
 // True for a word with a byte below 0x20 (valid for bytes without their high bit set).
 constexpr std::uint64_t hasControl(std::uint64_t v) { return (v - kOnes * 0x20) & ~v & kHighs; }
+
+/// ASCII bytes written as they are in both forms ("/" is escaped in the pretty one only).
+constexpr auto kPlainAscii = [] {
+  std::array<bool, 0x80> plain{};
+  for (int c = 0x20; c < 0x80; ++c) {
+    plain[static_cast<std::size_t>(c)] = c != '"' && c != '\\' && c != '/';
+  }
+  return plain;
+}();
 
 #if defined(__SSE2__)
 /// How many bytes at the start of `p` need neither an escape nor a UTF-8 check, looking at whole
@@ -114,6 +124,10 @@ public:
         }
       }
       const unsigned char c = p[i];
+      if (c < 0x80 && (kPlainAscii[c] || (c == '/' && !pretty_))) {
+        ++i;
+        continue;
+      }
       if (c >= 0x80) {
         std::size_t len = decodeUtf8(s.substr(i)).length;
         if (len == 0) {
@@ -168,7 +182,6 @@ public:
     out_ += '"';
   }
 
-private:
   template <class N> void number(N n) {
     if constexpr (std::is_floating_point_v<N>) {
       if (!std::isfinite(n)) {
@@ -185,6 +198,7 @@ private:
     out_.append(static_cast<std::size_t>(depth) * 2, ' ');
   }
 
+private:
   void array(const Array& arr, int depth) {
     if (arr.empty()) {
       out_ += "[]";
@@ -265,6 +279,39 @@ std::string toPretty(const Value& v) {
   std::string out;
   TextWriter(out, true).value(v, 0);
   return out;
+}
+
+void PrettyWriter::value(const Value& v, int depth) { TextWriter(out_, true).value(v, depth); }
+void PrettyWriter::string(std::string_view s) { TextWriter(out_, true).string(s); }
+void PrettyWriter::integer(std::int64_t n) { TextWriter(out_, true).number(n); }
+void PrettyWriter::number(double d) { TextWriter(out_, true).number(d); }
+void PrettyWriter::newline(int depth) { TextWriter(out_, true).newline(depth); }
+
+void PrettyWriter::close(char bracket, bool empty, int depth) {
+  if (!empty) {
+    newline(depth);
+  }
+  out_ += bracket == '{' ? '}' : ']';
+}
+
+void PrettyWriter::item(bool first, int depth) {
+  if (!first) {
+    out_ += ',';
+  }
+  newline(depth);
+}
+
+void PrettyWriter::key(bool first, std::string_view key, int depth) {
+  item(first, depth);
+  string(key);
+  out_ += ": ";
+}
+
+void PrettyWriter::plainKey(bool first, std::string_view key, int depth) {
+  item(first, depth);
+  out_ += '"';
+  out_ += key;
+  out_ += "\": ";
 }
 
 } // namespace velko::json

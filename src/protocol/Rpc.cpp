@@ -46,8 +46,8 @@ void writeId(const std::optional<RPCID>& id, std::string& out) {
 
 namespace detail {
 
-json::Object parseObject(std::string_view line) {
-  json::Value v = json::parse(line);
+json::Object parseObject(std::string_view line, boost::json::storage_ptr storage) {
+  json::Value v = json::parse(line, std::move(storage));
   if (!v.is_object()) {
     json::failExpected(v, "an object", json::Path());
   }
@@ -77,7 +77,8 @@ std::string encodeRequest(const RPCID& id, IPCMethod method,
 }
 
 Outcome<json::Value> decodeResponse(std::string_view line) {
-  json::Object box = detail::parseObject(line);
+  // A reply is decoded into records and dropped, so its value lives in one arena.
+  json::Object box = detail::parseObject(line, json::transientStorage());
   if (const json::Value* e = box.if_contains("error"); e != nullptr && !e->is_null()) {
     return json::decodeAs<RPCError>(*e, json::Path().key("error"));
   }

@@ -132,13 +132,13 @@ inline constexpr std::string_view kEncodingFailedReply =
 // ---- Template definitions ---------------------------------------------------------------------
 
 namespace detail {
-/// Parses a whole line that must be a JSON object.
-json::Object parseObject(std::string_view line);
+/// Parses a whole line that must be a JSON object, its memory from `storage` (json::parse).
+json::Object parseObject(std::string_view line, boost::json::storage_ptr storage = {});
 RPCError neitherResultNorError();
 } // namespace detail
 
 template <class R> Outcome<R> decodeResponse(std::string_view line) {
-  json::Object box = detail::parseObject(line);
+  json::Object box = detail::parseObject(line, json::transientStorage());
   const json::Path root;
   // Both members are decoded before either is looked at, so a malformed one is reported even
   // when the other is fine.
@@ -160,7 +160,7 @@ template <class R> Outcome<R> decodeResponse(std::string_view line) {
 }
 
 template <class P> std::optional<P> decodeParams(std::string_view line) {
-  json::Object box = detail::parseObject(line);
+  json::Object box = detail::parseObject(line, json::transientStorage());
   std::optional<P> params;
   if (const json::Value* p = box.if_contains("params")) {
     json::decode(*p, params, json::Path().key("params"));

@@ -130,7 +130,12 @@ ToolResult runExport(const ToolArgs& args, ipc::Caller& caller, const std::strin
       // base.ext, then base-1.ext, base-2.ext, …: the move itself claims the first free name,
       // so a file that appears meanwhile is never replaced.
       destination = files::moveToFreeName(rendered.path, kMaxExportNames, [&](int k) {
-        return prefix + base + (k == 0 ? "" : "-" + std::to_string(k)) + "." + extension;
+        std::string path = prefix + base;
+        if (k > 0) {
+          path += '-';
+          path += std::to_string(k);
+        }
+        return path + "." + extension;
       });
     } catch (const std::system_error&) {
       failed.push_back(id); // the rendered file stays where the application put it

@@ -34,11 +34,13 @@ ToolResult jsonValueTextResult(const json::Value& value) {
   try {
     text = json::toPretty(value);
   } catch (const json::EncodeError&) {
-    // What could not be written is not worth more to the assistant than this.
-    return textResult("encoding failed", true);
+    return encodingFailedResult();
   }
-  return textResult(text, false);
+  return toolResult({textItem(std::move(text))});
 }
+
+// What could not be written is not worth more to the assistant than this.
+ToolResult encodingFailedResult() { return textResult("encoding failed", true); }
 
 const json::Object& argsObject(const ToolArgs& args) {
   static const json::Object kEmpty;

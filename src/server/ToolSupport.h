@@ -7,6 +7,7 @@
 #include "ipc/Caller.h"
 #include "json/Codec.h"
 #include "json/Path.h"
+#include "json/RecordText.h"
 #include "json/Value.h"
 #include "protocol/IPCMethod.h"
 #include "server/Tool.h"
@@ -64,12 +65,21 @@ ToolResult textPlusImageResult(std::string_view summary, std::string_view pngBas
 /// when the value holds a non-finite number or a string that is not UTF-8. Never throws.
 ToolResult jsonValueTextResult(const json::Value& value);
 
+/// "encoding failed" (isError true): what a text result says when its JSON cannot be written.
+ToolResult encodingFailedResult();
+
 /// A reply record (or a JSON value) shown to the assistant as pretty, key-sorted JSON text.
 template <class T> ToolResult jsonTextResult(const T& record) {
   if constexpr (std::is_same_v<T, json::Object>) {
     return jsonValueTextResult(json::Value(record));
   } else {
-    return jsonValueTextResult(json::encode(record));
+    std::string text;
+    try {
+      text = json::toPrettyText(record);
+    } catch (const json::EncodeError&) {
+      return encodingFailedResult();
+    }
+    return toolResult({textItem(std::move(text))});
   }
 }
 
