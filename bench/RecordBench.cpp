@@ -7,11 +7,14 @@
 #include "protocol/LibraryRecords.h"
 #include "protocol/Rpc.h"
 #include "server/ToolSupport.h"
+#include "server/ToolTable.h"
+#include "server/Transport.h"
 
 #include <benchmark/benchmark.h>
 #include <chrono>
 #include <cstdio>
 #include <malloc.h>
+#include <sstream>
 
 namespace {
 
@@ -56,6 +59,43 @@ void BM_ListReplyToText(benchmark::State& state) {
   state.counters["replyKiB"] = static_cast<double>(line.size()) / 1024;
 }
 BENCHMARK(BM_ListReplyToText)->Arg(100)->Arg(500)->Unit(benchmark::kMicrosecond);
+
+/// Answers every call with the result of one prepared reply line, decoded as the IPC client
+/// decodes what it reads.
+class ReplayCaller final : public ipc::Caller {
+public:
+  explicit ReplayCaller(std::string line) : line_(std::move(line)) {}
+  json::Value call(protocol::IPCMethod, const std::optional<json::Value>&) override {
+    return std::get<json::Value>(protocol::rpc::decodeResponse(line_));
+  }
+
+private:
+  std::string line_;
+};
+
+// A preview's way through the server after the reply line is read: decoded, made into the tool
+// result, written as the output line. Bytes per second are of the reply.
+void BM_PreviewReplyToLine(benchmark::State& state) {
+  mallopt(M_MMAP_THRESHOLD, 32 << 20);
+  mallopt(M_TRIM_THRESHOLD, 128 << 20);
+  std::string base64(static_cast<std::size_t>(state.range(0)), 'A');
+  for (std::size_t i = 0; i < base64.size(); i += 7) {
+    base64[i] = "+/09az"[i % 6];
+  }
+  ReplayCaller caller(R"({"jsonrpc":"2.0","id":3,"result":{"pngBase64":")" + base64 +
+                      R"(","width":1024,"height":683,"appliedStackVersion":3,"basedOnOriginal":true}})");
+  const server::Tool* tool = server::findTool("velko_preview_render");
+  const server::ToolArgs args = json::parse(R"({"id":"A/L0/001"})");
+  std::ostringstream sink;
+  std::ostringstream log;
+  server::Transport transport(sink, log);
+  for (auto _ : state) {
+    transport.sendResult(json::Value(7), tool->invoke(args, caller));
+    sink.str(std::string());
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * base64.size()));
+}
+BENCHMARK(BM_PreviewReplyToLine)->Arg(6 << 20)->Unit(benchmark::kMillisecond);
 
 } // namespace
 

@@ -77,8 +77,12 @@ std::string encodeRequest(const RPCID& id, IPCMethod method,
 }
 
 Outcome<json::Value> decodeResponse(std::string_view line) {
-  // A reply is decoded into records and dropped, so its value lives in one arena.
-  json::Object box = detail::parseObject(line, json::transientStorage());
+  // A reply is decoded into records and dropped, so its value lives in one arena; except a
+  // large one, which is mostly one payload string that its handler moves on whole (a value
+  // moves without copying only between values of the same storage).
+  constexpr std::size_t kLargeReply = 1 << 20;
+  json::Object box = detail::parseObject(
+      line, line.size() < kLargeReply ? json::transientStorage() : boost::json::storage_ptr());
   if (const json::Value* e = box.if_contains("error"); e != nullptr && !e->is_null()) {
     return json::decodeAs<RPCError>(*e, json::Path().key("error"));
   }

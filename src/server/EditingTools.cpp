@@ -448,7 +448,8 @@ ToolResult runMask(const ToolArgs& args, ipc::Caller& caller) {
 
 ToolResult runPreviewRender(const ToolArgs& args, ipc::Caller& caller) {
   protocol::PreviewParams params{requireId(args), intArg(args, "longEdge")};
-  auto preview = ipc::call<protocol::PreviewResult>(caller, IPCMethod::PreviewRender, params);
+  auto [preview, png] = callTakingPayload<protocol::PreviewResult>(
+      caller, IPCMethod::PreviewRender, params, "pngBase64");
   std::string caption = std::to_string(preview.width) + "\u00d7" + std::to_string(preview.height) +
                         ", stack version " + std::to_string(preview.appliedStackVersion);
   if (!preview.basedOnOriginal) {
@@ -457,7 +458,9 @@ ToolResult runPreviewRender(const ToolArgs& args, ipc::Caller& caller) {
                "will)";
   }
   // The image comes first here, unlike the summary-plus-image results of the editing tools.
-  return toolResult({pngItem(std::move(preview.pngBase64)), textItem(std::move(caption))});
+  ToolResult result = toolResult({pngItem(""), textItem(std::move(caption))});
+  setImagePayload(result, 0, std::move(png));
+  return result;
 }
 
 // ---- Crop, looks and point colour -----------------------------------------------------------

@@ -29,6 +29,10 @@ ToolResult textPlusImageResult(std::string_view summary, std::string_view pngBas
   return toolResult({textItem(std::string(summary)), pngItem(std::string(pngBase64))});
 }
 
+void setImagePayload(ToolResult& result, std::size_t index, json::Value pngBase64) {
+  result.at("content").as_array().at(index).as_object()["data"] = std::move(pngBase64);
+}
+
 ToolResult jsonValueTextResult(const json::Value& value) {
   std::string text;
   try {

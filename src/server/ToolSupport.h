@@ -17,6 +17,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 namespace velko::server {
@@ -60,6 +61,29 @@ ToolResult toolResult(std::vector<ContentItem> items, bool isError = false);
 
 /// A text item followed by a PNG image item; `pngBase64` is passed through unchecked.
 ToolResult textPlusImageResult(std::string_view summary, std::string_view pngBase64);
+
+/// A typed call whose reply carries one large string member `key`, an image's base64: the
+/// member is moved out of the reply instead of copied (the record receives it empty) and
+/// returned beside the record, for setImagePayload. Replies without such a string decode as
+/// ipc::call would, with the same errors.
+template <class R, class P>
+std::pair<R, json::Value> callTakingPayload(ipc::Caller& caller, protocol::IPCMethod method,
+                                            const P& params, std::string_view key) {
+  json::Value result = caller.call(method, json::encode(params));
+  json::Value payload;
+  if (json::Object* obj = result.if_object()) {
+    if (json::Value* member = obj->if_contains(key); member != nullptr && member->is_string()) {
+      payload = std::move(*member);
+      *member = json::String();
+    }
+  }
+  R record = json::decodeAs<R>(result, json::Path("result"));
+  return {std::move(record), std::move(payload)};
+}
+
+/// Puts `pngBase64` (a string value from callTakingPayload) into the image item at `index` of
+/// `result`'s content, without copying it.
+void setImagePayload(ToolResult& result, std::size_t index, json::Value pngBase64);
 
 /// The pretty, key-sorted text of `value` as a text result; "encoding failed" (isError true)
 /// when the value holds a non-finite number or a string that is not UTF-8. Never throws.
