@@ -8,8 +8,9 @@
 // temporary home bind-mounted over the password database's home (needs root), so it finds the
 // peer at ~/.velko/ipc.sock and the real ~/.velko is never touched. The floor of an IPC row
 // replays the exact request bytes the server sent, straight to the peer: connect, write, read the
-// reply line, close. Start-up and the stdio rows use /bin/cat as their floor: spawn it, or move a
-// line of the same size through its pipes.
+// reply line, close (the peer copies the prepared reply once per request, in both). Start-up and
+// the stdio rows use /bin/cat as their floor: spawn it, or move a line of the same size through
+// its pipes.
 #include "support/ServerProcess.h"
 #include "support/TestPeer.h"
 

@@ -4,11 +4,10 @@
 // application is the test peer on the socket under that home.
 #include "json/Value.h"
 #include "json/Writer.h"
+#include "server/FileHelpers.h"
 #include "support/ServerProcess.h"
 #include "support/TestPeer.h"
 
-#include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <sstream>
 
@@ -20,7 +19,8 @@ using velko::testing::PeerStep;
 using velko::testing::ServerProcess;
 using velko::testing::TempDir;
 using velko::testing::TestPeer;
-namespace fs = std::filesystem;
+using testing::readFile;
+using testing::writeFile;
 
 std::string toolCall(int id, std::string_view name, std::string_view arguments = "{}") {
   return R"({"jsonrpc":"2.0","id":)" + std::to_string(id) +
@@ -47,16 +47,6 @@ std::vector<json::Value> protocolLines(const std::string& output) {
   return lines;
 }
 
-std::string readFile(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-void writeFile(const fs::path& path, std::string_view bytes) {
-  fs::create_directories(path.parent_path());
-  std::ofstream(path, std::ios::binary) << bytes;
-}
-
 class BinaryTest : public ::testing::Test {
 protected:
   void SetUp() override {
@@ -70,15 +60,14 @@ protected:
   const std::string home = velko::testing::passwordHome();
   TempDir fakeHome;
 
-  std::unique_ptr<ServerProcess> start(const TempDir* in = nullptr) {
+  std::unique_ptr<ServerProcess> start() {
     return std::make_unique<ServerProcess>(
-        velko::testing::withPrivateHome((in ? *in : fakeHome).path(), VELKO_MCP_PATH));
+        velko::testing::withPrivateHome(fakeHome.path(), VELKO_MCP_PATH));
   }
 
   /// Sends `lines`, ends the input and returns the replies once the server has exited with 0.
-  std::vector<json::Value> session(const std::vector<std::string>& lines,
-                                   const TempDir* in = nullptr) {
-    auto server = start(in);
+  std::vector<json::Value> session(const std::vector<std::string>& lines) {
+    auto server = start();
     for (const std::string& line : lines) {
       server->send(line);
     }
@@ -186,7 +175,7 @@ TEST_F(BinaryTest, ExportAndImportWorkOnFilesUnderTheHome) {
                         R"(/IMG_0001-1.HEIC"])"));
   EXPECT_EQ(readFile(fakeHome.file("Out/Keepers/IMG_0001.HEIC")), "pixels of a");
   EXPECT_EQ(readFile(fakeHome.file("Out/Keepers/IMG_0001-1.HEIC")), "pixels of b");
-  EXPECT_FALSE(fs::exists(fakeHome.file("render/render-1.heic")));
+  EXPECT_FALSE(testing::fileExists(fakeHome.file("render/render-1.heic")));
 
   EXPECT_EQ(replies[1].at("result").at("isError"), false) << firstText(replies[1]);
   const json::Value import = json::parse(peer.requests().back());

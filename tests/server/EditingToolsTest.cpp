@@ -41,34 +41,6 @@ TEST(EditingTools, EditSetSendsTheOpsWithTheAgentName) {
   EXPECT_EQ(textAt(result, 0), json::toPretty(json::parse(kEditSetReply)));
 }
 
-// With a preview the text is a summary and the rendered image follows it.
-TEST(EditingTools, ChangesWithAPreviewSummariseAndAttachTheImage) {
-  struct Case {
-    const char* tool;
-    const char* arguments;
-    const char* text;
-  } cases[] = {
-      {"velko_edit_set", R"({"id":"A","ops":[{"kind":"clarity","remove":true}],"preview":true})",
-       "Applied. newVersion 5. Preview 512\u00d7341 (approximated on the local derivative "
-       "\u2014 iCloud original not downloadable). Judge it against the goal before another "
-       "change."},
-      {"velko_mask", R"({"id":"A","preview":true})",
-       "Applied mask op(s). newVersion 5. The stack's masks list (velko_edit_get) has the mask ids "
-       "to address them next."},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.tool);
-    RecordingCaller caller;
-    caller.answer(kEditSetReplyWithPreview);
-    ToolResult result = invokeTool(c.tool, c.arguments, caller);
-    EXPECT_NE(caller.sent().at(0).find(R"("preview":true)"), std::string::npos);
-    EXPECT_EQ(textAt(result, 0), c.text);
-    EXPECT_EQ(json::Value(result.at("content").at(1)),
-              json::parse(R"({"type":"image","data":"UE5H","mimeType":"image/png"})"));
-    EXPECT_EQ(result.at("isError"), false);
-  }
-}
-
 // "add" creates the mask under a fresh id ("M" below) and tunes it with one setAdjustment per
 // known numeric adjustment; the other actions address an existing mask by its id, upper-cased.
 TEST(EditingTools, MaskActionsBecomeMaskOps) {

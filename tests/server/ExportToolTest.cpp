@@ -34,13 +34,8 @@ protected:
   }
 
   Shown run(const char* arguments) {
-    ToolArgs args;
-    if (arguments != nullptr) {
-      args = json::parse(arguments);
-    }
-    return shown(runExport(args, caller, home()));
+    return shown(runExport(json::parse(arguments), caller, home()));
   }
-
   Shown run(const json::Object& arguments) { return shown(runExport(arguments, caller, home())); }
 
   TempDir tmp;

@@ -14,16 +14,13 @@ namespace velko::server {
 namespace {
 
 using testing::RecordingCaller;
+using testing::textAt;
 using testing::writeFile;
 using velko::testing::TempDir;
 
 /// A 4×2 binary PPM, which the image library reads without extra loaders.
 std::string writeImage(const std::string& path) {
   return writeFile(path, "P6\n4 2\n255\n" + std::string(4 * 2 * 3, '\x80'));
-}
-
-std::string firstText(const ToolResult& result) {
-  return std::string(result.at("content").at(0).at("text").as_string());
 }
 
 TEST(FindSimilarTool, ChoosesTheQuery) {
@@ -61,7 +58,7 @@ TEST(FindSimilarTool, ChoosesTheQuery) {
     const ToolResult result = runFindSimilar(c.arguments, caller);
     if (c.sent == nullptr) {
       EXPECT_TRUE(result.at("isError").as_bool());
-      EXPECT_EQ(firstText(result), c.error);
+      EXPECT_EQ(textAt(result), c.error);
       EXPECT_TRUE(caller.requests.empty());
       continue;
     }
