@@ -15,12 +15,12 @@ namespace velko::server {
 namespace {
 
 using namespace std::chrono_literals;
+using testing::readFile;
+using testing::writeFile;
 using velko::testing::PeerStep;
 using velko::testing::ServerProcess;
 using velko::testing::TempDir;
 using velko::testing::TestPeer;
-using testing::readFile;
-using testing::writeFile;
 
 std::string toolCall(int id, std::string_view name, std::string_view arguments = "{}") {
   return R"({"jsonrpc":"2.0","id":)" + std::to_string(id) +
@@ -140,8 +140,11 @@ TEST_F(BinaryTest, ServesAHostSessionThroughTheSocketUnderThePasswordHome) {
   for (const std::string& request : peer.requests()) {
     const json::Value r = json::parse(request);
     EXPECT_EQ(r.at("id"), 1);
-    sent.push_back(std::string(r.at("method").as_string()) +
-                   (r.as_object().contains("params") ? " " + json::toCompact(r.at("params")) : ""));
+    std::string& line = sent.emplace_back(r.at("method").as_string());
+    if (const json::Value* params = r.as_object().if_contains("params")) {
+      line += ' ';
+      line += json::toCompact(*params);
+    }
   }
   EXPECT_EQ(sent, (std::vector<std::string>{"system.ping", R"(photo.get {"id":"p0"})",
                                             R"(preview.render {"id":"p9"})"}));

@@ -5,6 +5,7 @@
 #include "server/ToolSupport.h"
 
 #include <gtest/gtest.h>
+#include <regex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -83,9 +84,7 @@ TEST(EditingTools, MaskActionsBecomeMaskOps) {
     std::string sent = json::toCompact(params.at("maskOps"));
     if (id != mask) {
       EXPECT_TRUE(core::Uuid::parse(id).has_value()) << id;
-      for (std::size_t at = sent.find(id); at != std::string::npos; at = sent.find(id)) {
-        sent.replace(at, id.size(), "M");
-      }
+      sent = std::regex_replace(sent, std::regex(id), "M");
     }
     EXPECT_EQ(sent, c.maskOps);
   }
