@@ -3,22 +3,21 @@
 //
 //   velko_e2e_bench [path/to/velko-mcp]
 //
-// The application is a small fake in this process that answers from replies prepared in
-// advance. For the IPC rows the server runs in a private mount namespace with a temporary home
-// bind-mounted over the password database's home (needs root), so it finds the fake at
-// ~/.velko/ipc.sock and the real ~/.velko is never touched. The floor of an IPC row replays the
-// exact request bytes the server sent, straight to the fake: connect, write, read the reply line,
-// close. Start-up and the stdio rows use /bin/cat as their floor: spawn it, or move a line of the
-// same size through its pipes.
+// The application is the tests' peer (tests/support) in this process, answering from replies
+// prepared in advance. For the IPC rows the server runs in a private mount namespace with a
+// temporary home bind-mounted over the password database's home (needs root), so it finds the
+// peer at ~/.velko/ipc.sock and the real ~/.velko is never touched. The floor of an IPC row
+// replays the exact request bytes the server sent, straight to the peer: connect, write, read the
+// reply line, close (the peer copies the prepared reply once per request, in both). Start-up and
+// the stdio rows use /bin/cat as their floor: spawn it, or move a line of the same size through
+// its pipes.
 #include "support/ServerProcess.h"
 #include "support/TestPeer.h"
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <map>
@@ -81,93 +80,27 @@ bool readLine(int fd, std::string& buffer) {
   }
 }
 
-/// The fake application: one connection at a time, one request line each, answered with the
-/// prepared reply for its method. Remembers the first request of each method for the floor.
-class FakeApplication {
+/// Reply lines by method, for the test peer: each request is answered with the line prepared for
+/// its method, or with nothing when there is none.
+class Replies {
 public:
-  explicit FakeApplication(std::string socketPath) : socketPath_(std::move(socketPath)) {
-    std::filesystem::create_directories(std::filesystem::path(socketPath_).parent_path());
-    listener_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const sockaddr_un address = addressOf(socketPath_);
-    if (listener_ < 0 ||
-        ::bind(listener_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
-        ::listen(listener_, 64) != 0) {
-      throw std::runtime_error("the fake application cannot listen at " + socketPath_);
-    }
-    thread_ = std::thread([this] { serve(); });
-  }
-
-  ~FakeApplication() {
-    stopping_ = true;
-    ::shutdown(listener_, SHUT_RDWR);
-    // Wake accept() with a connection of our own in case shutdown did not.
-    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const sockaddr_un address = addressOf(socketPath_);
-    ::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-    ::close(fd);
-    thread_.join();
-    ::close(listener_);
-    ::unlink(socketPath_.c_str());
-  }
-
-  const std::string& socketPath() const { return socketPath_; }
-
-  /// The reply line (with its line feed) for requests of `method`.
-  void setReply(const std::string& method, std::string line) {
+  void set(const std::string& method, std::string line) {
     std::lock_guard lock(mutex_);
-    replies_[method] = std::make_shared<const std::string>(std::move(line));
+    lines_[method] = std::move(line);
   }
 
-  /// The first request line of `method` received, with its line feed; empty if none yet.
-  std::string firstRequest(const std::string& method) const {
+  std::string operator()(const std::string& request) const {
+    static constexpr std::string_view key = R"("method":")";
+    const auto at = request.find(key);
+    const auto start = at == std::string::npos ? request.size() : at + key.size();
     std::lock_guard lock(mutex_);
-    const auto it = firstRequests_.find(method);
-    return it == firstRequests_.end() ? "" : it->second;
+    const auto it = lines_.find(request.substr(start, request.find('"', start) - start));
+    return it == lines_.end() ? std::string() : it->second;
   }
 
 private:
-  void serve() {
-    std::string buffer;
-    while (!stopping_) {
-      const int fd = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-      if (fd < 0) {
-        continue;
-      }
-      readLine(fd, buffer);
-      const std::string& request = buffer;
-      const std::string method = methodOf(request);
-      std::shared_ptr<const std::string> answer;
-      {
-        std::lock_guard lock(mutex_);
-        firstRequests_.emplace(method, request);
-        if (const auto it = replies_.find(method); it != replies_.end()) {
-          answer = it->second;
-        }
-      }
-      if (answer) {
-        writeAll(fd, *answer);
-      }
-      ::close(fd);
-    }
-  }
-
-  static std::string methodOf(const std::string& request) {
-    static constexpr std::string_view key = R"("method":")";
-    const auto at = request.find(key);
-    if (at == std::string::npos) {
-      return {};
-    }
-    const auto start = at + key.size();
-    return request.substr(start, request.find('"', start) - start);
-  }
-
-  std::string socketPath_;
-  int listener_ = -1;
-  std::atomic<bool> stopping_ = false;
-  std::thread thread_;
   mutable std::mutex mutex_;
-  std::map<std::string, std::shared_ptr<const std::string>> replies_;
-  std::map<std::string, std::string> firstRequests_;
+  std::map<std::string, std::string> lines_;
 };
 
 /// One IPC exchange as the server makes it, without the server.
@@ -195,7 +128,7 @@ std::string base64Text(std::size_t size) {
 }
 
 std::string rpcResult(const std::string& resultJson) {
-  return R"({"jsonrpc":"2.0","id":1,"result":)" + resultJson + "}\n";
+  return R"({"jsonrpc":"2.0","id":1,"result":)" + resultJson + "}";
 }
 
 std::string toolCall(std::string_view name, std::string_view arguments) {
@@ -315,14 +248,16 @@ int main(int argc, char** argv) {
 
   velko::testing::TempDir home;
   std::string reply;
-  std::unique_ptr<FakeApplication> app;
+  auto replies = std::make_shared<Replies>();
+  std::unique_ptr<velko::testing::TestPeer> app;
   std::unique_ptr<ServerProcess> server;
   long rssAfterInitialize = -1;
   if (reason.empty()) {
-    app = std::make_unique<FakeApplication>(home.file(".velko/ipc.sock"));
-    app->setReply("system.ping", rpcResult(R"({"appVersion":"1.0","buildStamp":"bench",)"
-                                           R"("protocolVersion":1,"libraryAuthorized":true,)"
-                                           R"("photoCount":1000})"));
+    app = std::make_unique<velko::testing::TestPeer>(home.file(".velko/ipc.sock"));
+    app->setHandler([replies](const std::string& request) { return (*replies)(request); });
+    replies->set("system.ping", rpcResult(R"({"appVersion":"1.0","buildStamp":"bench",)"
+                                          R"("protocolVersion":1,"libraryAuthorized":true,)"
+                                          R"("photoCount":1000})"));
     server = std::make_unique<ServerProcess>(velko::testing::withPrivateHome(home.path(), binary));
     server->readErrorLine();
     server->send(initialize);
@@ -382,7 +317,7 @@ int main(int argc, char** argv) {
       std::fprintf(stderr, "velko_e2e_bench: velko_ping failed: %s\n", first.c_str());
       return 1;
     }
-    const std::string pingRequest = app->firstRequest("system.ping");
+    const std::string pingRequest = app->requests().back() + "\n";
     const Timing ipcServer = onServer(2000, 50, [&] {
       server->send(velkoPing);
       server->readLine(reply);
@@ -400,10 +335,10 @@ int main(int argc, char** argv) {
     };
     for (const Size& size :
          {Size{100000, "100 KB", 200}, Size{1u << 20, "1 MiB", 60}, Size{6u << 20, "6 MiB", 30}}) {
-      app->setReply("preview.render",
-                    rpcResult(R"({"pngBase64":")" + base64Text(size.bytes) +
-                              R"(","width":1024,"height":683,"appliedStackVersion":3,)"
-                              R"("basedOnOriginal":true})"));
+      replies->set("preview.render",
+                   rpcResult(R"({"pngBase64":")" + base64Text(size.bytes) +
+                             R"(","width":1024,"height":683,"appliedStackVersion":3,)"
+                             R"("basedOnOriginal":true})"));
       const std::string call = toolCall("velko_preview_render", R"({"id":"A/L0/001"})");
       server->send(call);
       const std::string firstReply = server->readLine();
@@ -412,7 +347,7 @@ int main(int argc, char** argv) {
                      firstReply.c_str());
         return 1;
       }
-      const std::string request = app->firstRequest("preview.render");
+      const std::string request = app->requests().back() + "\n";
       const Timing previewServer = onServer(size.rounds, 3, [&] {
         server->send(call);
         server->readLine(reply);

@@ -1,11 +1,12 @@
 // The MCP conformance suite against the built velko-mcp. The suite speaks Streamable HTTP, so the
-// server is put behind supergateway, a stdio-to-HTTP bridge that starts one sandboxed velko-mcp
-// per session, with the fake application answering its IPC calls. Scenarios the server cannot
-// pass by design are listed, with reasons, in conformance-expected-failures.yml; the suite fails
-// on any other failure and on a listed scenario that passes. Its own output goes to the log file
-// named on the command line. Needs Node 22.
+// server is put behind supergateway, a stdio-to-HTTP bridge that starts one velko-mcp per session;
+// the bridge runs in the scratch home's namespace beside the real velko-headless over an empty
+// library, which answers the IPC calls. Scenarios the server cannot pass by design are listed,
+// with reasons, in conformance-expected-failures.yml; the suite fails on any other failure and on
+// a listed scenario that passes. Its own output goes to the log file named on the command line.
+// Needs Node 22.
 //
-// usage: node conformance.test.mjs <path to velko-mcp> <log file> <results directory>
+// usage: node conformance.test.mjs <velko-mcp> <velko-headless> <log file> <results directory>
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
 import { closeSync, mkdirSync, openSync, readFileSync, rmSync } from 'node:fs';
@@ -13,7 +14,7 @@ import net from 'node:net';
 import path from 'node:path';
 import { fileURLToPath } from 'node:url';
 
-import { binaryArgument, FakeApplication, main, sandboxedServer } from './harness.mjs';
+import { main, sandboxedApplication } from './harness.mjs';
 
 const here = path.dirname(fileURLToPath(import.meta.url));
 const kBridge = path.join(here, 'node_modules/supergateway/dist/index.js');
@@ -57,9 +58,8 @@ function run(command, args, logFd) {
 }
 
 await main(async () => {
-  const binary = binaryArgument();
-  const [logFile, resultsDir] = process.argv.slice(3);
-  assert.ok(logFile && resultsDir, 'usage: conformance.test.mjs <velko-mcp> <log file> <results directory>');
+  const [mcp, headless, logFile, resultsDir] = process.argv.slice(2).map((p) => p && path.resolve(p));
+  assert.ok(resultsDir, 'usage: conformance.test.mjs <velko-mcp> <velko-headless> <log file> <results directory>');
 
   const expected = readFileSync(kExpectedFailures, 'utf8');
   for (const scenario of kCoreScenarios) {
@@ -67,17 +67,17 @@ await main(async () => {
     assert.ok(!listed, `${scenario} must not be an expected failure`);
   }
 
-  const sandbox = sandboxedServer(binary);
-  const app = await new FakeApplication(sandbox.home).start();
   rmSync(resultsDir, { recursive: true, force: true });
   mkdirSync(resultsDir, { recursive: true });
   const log = openSync(logFile, 'w');
   const port = await freePort();
   // supergateway has no option for the address; it listens on all interfaces while the suite
-  // runs, serving nothing but the fake application's canned data.
-  const bridgeArgs = ['--stdio', sandbox.command, '--outputTransport', 'streamableHttp', '--stateful'];
+  // runs, serving nothing but an empty scratch library.
+  const bridgeArgs = ['--stdio', mcp, '--outputTransport', 'streamableHttp', '--stateful'];
   bridgeArgs.push('--port', String(port), '--logLevel', 'none');
-  const bridge = spawn(process.execPath, [kBridge, ...bridgeArgs], { stdio: ['ignore', log, log] });
+  const sandbox = sandboxedApplication(headless, [process.execPath, kBridge, ...bridgeArgs]);
+  // A process group of its own, so that the bridge and the programs under it end together.
+  const bridge = spawn(sandbox.command, [], { stdio: ['ignore', log, log], detached: true });
   try {
     await waitForListener(port, bridge);
     const suiteArgs = ['server', '--url', `http://127.0.0.1:${port}/mcp`];
@@ -95,10 +95,14 @@ await main(async () => {
     const checks = `checks ${total[1]} passed, ${total[2]} failed`;
     console.log(`conformance: ${checks}; ${listed} scenarios fail as expected; log in ${logFile}`);
   } finally {
-    bridge.kill();
-    await new Promise((resolve) => (bridge.exitCode !== null ? resolve() : bridge.once('exit', resolve)));
+    const exited = new Promise((resolve) => (bridge.exitCode !== null ? resolve() : bridge.once('exit', resolve)));
+    try {
+      process.kill(-bridge.pid, 'SIGTERM');
+      await exited;
+    } catch {
+      // the group has ended already
+    }
     closeSync(log);
-    await app.close();
     sandbox.close();
   }
 });

@@ -82,7 +82,7 @@ function assertAspect(size, width, height, what) {
 /// Both validate every reply against their own schemas. `close()` ends both programs and
 /// removes the scratch root.
 export async function openSession(mcp, headless, { client: kind = 'sdk' } = {}) {
-  const sandbox = sandboxedApplication(mcp, headless);
+  const sandbox = sandboxedApplication(headless, [mcp]);
   let client = null;
   let serverLog = '';
   // The AI SDK's transport takes a descriptor for the child's standard error, not a pipe.

@@ -5,6 +5,7 @@
 #include "server/ToolSupport.h"
 
 #include <gtest/gtest.h>
+#include <regex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,23 +26,6 @@ std::string sentOps(const RecordingCaller& caller) {
   return json::toCompact(caller.requests.back().params->at("ops"));
 }
 
-TEST(EditingTools, HandlersThatNeedAnIdThrowBeforeCallingTheApp) {
-  for (const char* tool : {"velko_edit_get", "velko_edit_reset", "velko_edit_commit",
-                           "velko_edit_set", "velko_mask", "velko_preview_render"}) {
-    for (const char* arguments : {static_cast<const char*>(nullptr), R"({"id":7})"}) {
-      SCOPED_TRACE(std::string(tool) + " " + (arguments ? arguments : "(no arguments)"));
-      RecordingCaller caller;
-      try {
-        invokeTool(tool, arguments, caller);
-        ADD_FAILURE() << "no error";
-      } catch (const ToolError& e) {
-        EXPECT_STREQ(e.what(), "id is required");
-      }
-      EXPECT_TRUE(caller.requests.empty());
-    }
-  }
-}
-
 TEST(EditingTools, EditSetSendsTheOpsWithTheAgentName) {
   RecordingCaller caller;
   caller.answer(kEditSetReply);
@@ -58,40 +42,13 @@ TEST(EditingTools, EditSetSendsTheOpsWithTheAgentName) {
   EXPECT_EQ(textAt(result, 0), json::toPretty(json::parse(kEditSetReply)));
 }
 
-// With a preview the text is a summary and the rendered image follows it.
-TEST(EditingTools, ChangesWithAPreviewSummariseAndAttachTheImage) {
-  struct Case {
-    const char* tool;
-    const char* arguments;
-    const char* text;
-  } cases[] = {
-      {"velko_edit_set", R"({"id":"A","ops":[{"kind":"clarity","remove":true}],"preview":true})",
-       "Applied. newVersion 5. Preview 512\u00d7341 (approximated on the local derivative "
-       "\u2014 iCloud original not downloadable). Judge it against the goal before another "
-       "change."},
-      {"velko_mask", R"({"id":"A","preview":true})",
-       "Applied mask op(s). newVersion 5. The stack's masks list (velko_edit_get) has the mask ids "
-       "to address them next."},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.tool);
-    RecordingCaller caller;
-    caller.answer(kEditSetReplyWithPreview);
-    ToolResult result = invokeTool(c.tool, c.arguments, caller);
-    EXPECT_NE(caller.sent().at(0).find(R"("preview":true)"), std::string::npos);
-    EXPECT_EQ(textAt(result, 0), c.text);
-    EXPECT_EQ(json::Value(result.at("content").at(1)),
-              json::parse(R"({"type":"image","data":"UE5H","mimeType":"image/png"})"));
-    EXPECT_EQ(result.at("isError"), false);
-  }
-}
-
 // "add" creates the mask under a fresh id ("M" below) and tunes it with one setAdjustment per
-// known numeric adjustment.
-TEST(EditingTools, MaskAddBuildsTheShapeAndItsAdjustments) {
+// known numeric adjustment; the other actions address an existing mask by its id, upper-cased.
+TEST(EditingTools, MaskActionsBecomeMaskOps) {
+  const std::string mask = "E621E1F8-C36C-495A-93FC-0C247A3E6E5F";
   struct Case {
-    const char* arguments;
-    const char* maskOps;
+    std::string arguments;
+    std::string maskOps;
   } cases[] = {
       {R"({"id":"A"})", R"([{"action":"add","id":"M","shape":{"aiSubject":{"inverted":false}}}])"},
       {R"({"id":"A","type":"people","name":"Crowd"})",
@@ -104,40 +61,15 @@ TEST(EditingTools, MaskAddBuildsTheShapeAndItsAdjustments) {
        R"([{"action":"add","id":"M","shape":{"linear":{"start":[0.5,0.2],"end":[0.5,0.8]}}},)"
        R"({"action":"setAdjustment","id":"M","adjustment":"saturation","value":0.2},)"
        R"({"action":"setAdjustment","id":"M","adjustment":"exposure","value":-0.1}])"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.arguments);
-    RecordingCaller caller;
-    caller.answer(kEditSetReply);
-    invokeTool("velko_mask", c.arguments, caller);
-    ASSERT_EQ(caller.requests.size(), 1u);
-    const json::Value& params = *caller.requests[0].params;
-    EXPECT_EQ(params.at("ops"), json::Array());
-    EXPECT_EQ(params.at("agent"), "claude-mcp");
-    const std::string id(params.at("maskOps").at(0).at("id").as_string());
-    EXPECT_TRUE(core::Uuid::parse(id).has_value()) << id;
-    std::string sent = json::toCompact(params.at("maskOps"));
-    for (std::size_t at = sent.find(id); at != std::string::npos; at = sent.find(id)) {
-      sent.replace(at, id.size(), "M");
-    }
-    EXPECT_EQ(sent, c.maskOps);
-  }
-}
-
-TEST(EditingTools, MaskActionsOnAnExistingMask) {
-  const std::string mask = "E621E1F8-C36C-495A-93FC-0C247A3E6E5F";
-  struct Case {
-    std::string arguments;
-    const char* maskOps;
-  } cases[] = {
       {R"({"id":"A","action":"set","mask":")" + mask + R"(","adjustments":{"exposure":0.5}})",
-       R"([{"action":"setAdjustment","id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","adjustment":"exposure","value":0.5}])"},
+       R"([{"action":"setAdjustment","id":")" + mask +
+           R"(","adjustment":"exposure","value":0.5}])"},
       {R"({"id":"A","action":"enable","mask":"e621e1f8-c36c-495a-93fc-0c247a3e6e5f"})",
-       R"([{"action":"setEnabled","id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","enabled":true}])"},
+       R"([{"action":"setEnabled","id":")" + mask + R"(","enabled":true}])"},
       {R"({"id":"A","action":"disable","mask":")" + mask + R"("})",
-       R"([{"action":"setEnabled","id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","enabled":false}])"},
+       R"([{"action":"setEnabled","id":")" + mask + R"(","enabled":false}])"},
       {R"({"id":"A","action":"remove","mask":")" + mask + R"(","expectedVersion":3})",
-       R"([{"action":"remove","id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F"}])"},
+       R"([{"action":"remove","id":")" + mask + R"("}])"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.arguments);
@@ -145,37 +77,16 @@ TEST(EditingTools, MaskActionsOnAnExistingMask) {
     caller.answer(kEditSetReply);
     invokeTool("velko_mask", c.arguments.c_str(), caller);
     ASSERT_EQ(caller.requests.size(), 1u);
-    EXPECT_EQ(caller.requests[0].params->at("maskOps"), json::parse(c.maskOps));
-  }
-}
-
-TEST(EditingTools, MaskArgumentErrors) {
-  struct Case {
-    const char* arguments;
-    const char* error;
-  } cases[] = {
-      {R"({"id":"A","action":"toggle"})", "action must be add|set|enable|disable|remove"},
-      {R"({"id":"A","type":"Radial"})",
-       "type must be subject|people|radial|linear|luminance|color"},
-      {R"({"id":"A","action":"set","adjustments":{"exposure":1}})",
-       "'mask' (uuid) is required for action 'set'"},
-      {R"({"id":"A","action":"set","mask":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F"})",
-       "'set' needs an adjustments object"},
-      {R"({"id":"A","action":"set","mask":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","adjustments":{"bogus":1}})",
-       "'set' needs an adjustments object"},
-      {R"({"id":"A","action":"remove","mask":"not-a-uuid"})",
-       "'mask' (uuid) is required for action 'remove'"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.arguments);
-    RecordingCaller caller;
-    try {
-      invokeTool("velko_mask", c.arguments, caller);
-      ADD_FAILURE() << "no error";
-    } catch (const ToolError& e) {
-      EXPECT_STREQ(e.what(), c.error);
+    const json::Value& params = *caller.requests[0].params;
+    EXPECT_EQ(params.at("ops"), json::Array());
+    EXPECT_EQ(params.at("agent"), "claude-mcp");
+    const std::string id(params.at("maskOps").at(0).at("id").as_string());
+    std::string sent = json::toCompact(params.at("maskOps"));
+    if (id != mask) {
+      EXPECT_TRUE(core::Uuid::parse(id).has_value()) << id;
+      sent = std::regex_replace(sent, std::regex(id), "M");
     }
-    EXPECT_TRUE(caller.requests.empty());
+    EXPECT_EQ(sent, c.maskOps);
   }
 }
 
@@ -222,28 +133,6 @@ TEST(EditingTools, CropNormalisesTheRectangle) {
     ToolResult result = invokeTool("velko_crop", arguments.c_str(), caller);
     EXPECT_EQ(sentOps(caller), std::string(R"([{"kind":"crop","rect":)") + c.rect + "}]");
     EXPECT_EQ(textAt(result, 0), c.summary);
-  }
-}
-
-TEST(EditingTools, LookToolsReturnArgumentErrorsAsResults) {
-  struct Case {
-    const char* tool;
-    const char* arguments;
-    const char* error;
-  } cases[] = {
-      {"velko_crop", R"({"id":"A","x":0,"y":0,"width":1})",
-       "velko_crop needs {id, x, y, width, height} (0\u20131)"},
-      {"velko_lut", R"({"id":"A"})", "velko_lut needs {id, lut}"},
-      {"velko_point_color", R"({"id":"A","targets":{}})", "velko_point_color needs {id, targets}"},
-      {"velko_point_color", R"({"id":"A","targets":[{"targetHue":0.6,"targetSat":0.5}]})",
-       "each target needs targetHue, targetSat, targetLum (0\u20131)"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(std::string(c.tool) + " " + c.arguments);
-    RecordingCaller caller;
-    ToolResult result = invokeTool(c.tool, c.arguments, caller);
-    EXPECT_EQ(json::Value(result), json::Value(textResult(c.error, true)));
-    EXPECT_TRUE(caller.requests.empty());
   }
 }
 

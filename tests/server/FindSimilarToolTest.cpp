@@ -14,16 +14,13 @@ namespace velko::server {
 namespace {
 
 using testing::RecordingCaller;
+using testing::textAt;
 using testing::writeFile;
 using velko::testing::TempDir;
 
 /// A 4×2 binary PPM, which the image library reads without extra loaders.
 std::string writeImage(const std::string& path) {
   return writeFile(path, "P6\n4 2\n255\n" + std::string(4 * 2 * 3, '\x80'));
-}
-
-std::string firstText(const ToolResult& result) {
-  return std::string(result.at("content").at(0).at("text").as_string());
 }
 
 TEST(FindSimilarTool, ChoosesTheQuery) {
@@ -47,8 +44,6 @@ TEST(FindSimilarTool, ChoosesTheQuery) {
       {"integral double limit", json::parse(R"({"id":"X","limit":12.0})"),
        R"({"id":"X","limit":12})", ""},
       {"non-string id", json::parse(R"({"image":"","id":42})"), nullptr, kNeeds},
-      {"nothing", json::parse("{}"), nullptr, kNeeds},
-      {"not an object", json::parse(R"(["X"])"), nullptr, kNeeds},
       {"not an image", json::Object{{"path", notImage}, {"id", "X"}}, nullptr,
        "couldn't read an image at " + notImage},
       {"path is not expanded", json::parse(R"({"path":"~/query.ppm"})"), nullptr,
@@ -63,7 +58,7 @@ TEST(FindSimilarTool, ChoosesTheQuery) {
     const ToolResult result = runFindSimilar(c.arguments, caller);
     if (c.sent == nullptr) {
       EXPECT_TRUE(result.at("isError").as_bool());
-      EXPECT_EQ(firstText(result), c.error);
+      EXPECT_EQ(textAt(result), c.error);
       EXPECT_TRUE(caller.requests.empty());
       continue;
     }

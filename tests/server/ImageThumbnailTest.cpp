@@ -24,22 +24,18 @@ class ImageThumbnail : public ::testing::Test {
 protected:
   static void SetUpTestSuite() { ASSERT_EQ(VIPS_INIT("velko-tests"), 0); }
 
-  /// A width×height RGB image with a bright left half, saved through `suffix`'s saver.
+  /// A width×height RGB image with a bright left half, saved through the saver of the name's
+  /// suffix; empty when this libvips has no such saver.
   std::string makeImage(const std::string& name, int width, int height, int orientation = 0) {
-    VipsImage* black = nullptr;
-    VipsImage* left = nullptr;
     VipsImage* image = nullptr;
-    EXPECT_EQ(vips_black(&black, width, height, "bands", 3, nullptr), 0);
-    EXPECT_EQ(vips_draw_rect1(black, 255.0, 0, 0, width / 2, height, "fill", TRUE, nullptr), 0);
-    left = black;
-    EXPECT_EQ(vips_copy(left, &image, nullptr), 0);
+    EXPECT_EQ(vips_black(&image, width, height, "bands", 3, nullptr), 0);
+    EXPECT_EQ(vips_draw_rect1(image, 255.0, 0, 0, width / 2, height, "fill", TRUE, nullptr), 0);
     if (orientation != 0) {
       vips_image_set_int(image, VIPS_META_ORIENTATION, orientation);
     }
     const std::string path = dir_.path() + "/" + name;
     const int rc = vips_image_write_to_file(image, path.c_str(), nullptr);
     g_object_unref(image);
-    g_object_unref(left);
     if (rc != 0) {
       vips_error_clear();
       return {};
@@ -80,26 +76,20 @@ TEST_F(ImageThumbnail, ShrinksLongSideUprightAndNeverEnlarges) {
       {"name with spaces ünïcode.jpg", 64, 64, 32, 0, {32, 32}},
       // Orientation 6 means "rotate 90° clockwise to display": 400×200 shows as 200×400.
       {"rotated.jpg", 400, 200, 100, 6, {50, 100}},
+      {"photo.heic", 300, 150, 150, 0, {150, 75}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     const std::string path = makeImage(c.name, c.width, c.height, c.orientation);
+    if (path.empty() && std::string_view(c.name).ends_with(".heic")) {
+      continue; // this libvips cannot write HEIC, so no HEIC sample can be made
+    }
     ASSERT_FALSE(path.empty());
     std::optional<std::string> out = downscaledImageBase64(path, c.maxPixel);
     ASSERT_TRUE(out.has_value());
     EXPECT_EQ(out->find('\n'), std::string::npos);
     EXPECT_EQ(jpegSize(*out), c.expected);
   }
-}
-
-TEST_F(ImageThumbnail, ReadsHeicWhenItCanBeWritten) {
-  const std::string path = makeImage("photo.heic", 300, 150);
-  if (path.empty()) {
-    GTEST_SKIP() << "this libvips cannot write HEIC, so no HEIC sample can be made";
-  }
-  std::optional<std::string> out = downscaledImageBase64(path, 150);
-  ASSERT_TRUE(out.has_value());
-  EXPECT_EQ(jpegSize(*out), std::make_pair(150, 75));
 }
 
 TEST_F(ImageThumbnail, UnreadableInputsGiveNothing) {

@@ -1,5 +1,6 @@
 // velko_import on real files: the user's files sit under a temporary home, staging goes to a
-// temporary exchange folder, and the application is a recording caller or the test peer.
+// temporary exchange folder, and the application is a recording caller. Refused arguments are in
+// ToolHandlersTest.
 #include "server/ImportTool.h"
 
 #include "ipc/IPCClient.h"
@@ -27,10 +28,9 @@ protected:
   std::string home() const { return tmp.file("home"); }
   std::string exchange() const { return tmp.file("home/.velko/exchange"); }
 
-  Shown run(const json::Value& arguments, ipc::Caller& with) {
-    return shown(runImport(arguments, with, home(), exchange()));
+  Shown run(const json::Value& arguments) {
+    return shown(runImport(arguments, caller, home(), exchange()));
   }
-  Shown run(const json::Value& arguments) { return run(arguments, caller); }
 
   /// The staged paths of the n-th request.
   std::vector<std::string> staged(std::size_t n) const {
@@ -44,17 +44,6 @@ protected:
   TempDir tmp;
   RecordingCaller caller;
 };
-
-TEST_F(ImportTool, ArgumentErrors) {
-  for (const char* arguments :
-       {"null", "{}", R"({"paths":[]})", R"({"paths":[5,null]})", R"({"paths":"/a.jpg"})"}) {
-    SCOPED_TRACE(arguments);
-    const Shown s = run(json::parse(arguments));
-    EXPECT_EQ(s.text, "velko_import needs a non-empty paths array");
-    EXPECT_TRUE(s.isError);
-  }
-  EXPECT_TRUE(caller.requests.empty());
-}
 
 TEST_F(ImportTool, StagesCopiesUnderFreshNames) {
   writeFile(home() + "/a.jpg", "jpeg bytes");

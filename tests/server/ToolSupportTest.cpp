@@ -35,15 +35,6 @@ TEST(ToolSupport, NumberArgumentsReadNumbersAndBooleansOnly) {
   EXPECT_EQ(intArg(nullptr), std::nullopt);
 }
 
-TEST(ToolSupport, ArgumentReadersTreatAbsentAndNonObjectArgumentsAsEmpty) {
-  const ToolArgs args = json::parse(R"({"limit": 4.5, "id": "p1", "n": 2})");
-  EXPECT_EQ(intArg(args, "limit"), 4);
-  EXPECT_EQ(stringArg(args, "id"), "p1");
-  EXPECT_EQ(stringArg(args, "n"), std::nullopt);
-  EXPECT_EQ(intArg(ToolArgs(), "limit"), std::nullopt);
-  EXPECT_EQ(intArg(ToolArgs(json::parse("[1]")), "limit"), std::nullopt);
-}
-
 TEST(ToolSupport, JsonTextResultReportsEncodingFailure) {
   for (const json::Value& bad : {json::Value(std::nan("")), json::Value("\xFF")}) {
     json::Object record;

@@ -25,21 +25,6 @@ TEST(ToolTable, EveryListedToolHasExactlyOneRowInListingOrder) {
   }
 }
 
-TEST(ToolTable, OrderingDropsUnlistedAndRepeatedRows) {
-  auto row = [](std::string_view name, std::string_view description) {
-    return Tool{name, description, json::Object(), {}};
-  };
-  std::vector<Tool> rows;
-  rows.push_back(row("velko_list", "first list"));
-  rows.push_back(row("velko_other", "unlisted"));
-  rows.push_back(row("velko_ping", "ping"));
-  rows.push_back(row("velko_list", "second list"));
-  const std::vector<Tool> table = orderToolRows(std::move(rows));
-  ASSERT_EQ(table.size(), 2u);
-  EXPECT_EQ(table[0].name, "velko_ping");
-  EXPECT_EQ(table[1].description, "first list");
-}
-
 /// Checks one property schema (recursively for arrays and nested objects): a known `type`,
 /// only the permitted keywords, `items` on every array, `required` names that exist. The top
 /// level is an object schema with a `properties` object.
@@ -84,8 +69,12 @@ void expectPropertyFollowsConventions(const json::Value& schema, const std::stri
   }
 }
 
+// Names and schemas within what the strictest MCP hosts and model APIs accept: no $ref, no
+// combinators and no type unions (several function-calling APIs refuse or flatten them).
 TEST(ToolTable, EverySchemaFollowsTheConventions) {
+  const std::regex portableName("[A-Za-z0-9_-]{1,64}");
   for (const Tool& tool : toolTable()) {
+    EXPECT_TRUE(std::regex_match(std::string(tool.name), portableName)) << tool.name;
     ASSERT_TRUE(tool.inputSchema.is_object()) << tool.name;
     EXPECT_EQ(tool.inputSchema.at("type"), "object") << tool.name;
     EXPECT_TRUE(tool.inputSchema.as_object().contains("properties")) << tool.name;
