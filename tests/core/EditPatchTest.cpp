@@ -67,19 +67,16 @@ EditPatchError::Kind errorKind(EditStack& s, const std::vector<EditPatchOp>& ops
 
 // ---- JSON forms ----
 
+// The tools' tests pin the plain forms; these are the ones with a shape of their own.
 TEST(EditPatchOpJson, LiteralsDecodeAndEncodeExactly) {
   struct Case {
     const char* json;
     EditPatchOp op;
   } cases[] = {
-      {R"({"kind":"exposure","scalar":0.7})", scalarOp(K::Exposure, 0.7)},
-      {R"({"kind":"clarity","remove":true})", removeOp(K::Clarity)},
-      {R"({"kind":"treatment","boolean":true})", {.kind = K::Treatment, .boolean = true}},
       {R"({"kind":"toneCurve","curve":[[0,0],[0.5,0.6],[1,1]]})",
        {.kind = K::ToneCurve, .curve = Curve{{0, 0}, {0.5, 0.6}, {1, 1}}}},
       {R"({"kind":"crop","rect":[[0.1,0.2],[0.5,0.6]]})",
        {.kind = K::Crop, .rect = Rect{0.1, 0.2, 0.5, 0.6}}},
-      {R"({"kind":"lut","string":"film"})", {.kind = K::Lut, .string = "film"}},
       {R"({"kind":"pointColor","pointColors":[{"targetHue":0.1,"targetSat":0.2,"targetLum":0.3,)"
        R"("hue":0.4,"sat":0.5,"lum":0.6,"range":0.7}]})",
        {.kind = K::PointColor,
@@ -94,21 +91,10 @@ TEST(EditPatchOpJson, LiteralsDecodeAndEncodeExactly) {
   // null counts as absent
   EXPECT_EQ(json::decodeAs<EditPatchOp>(json::parse(R"({"kind":"tint","scalar":1,"remove":null})")),
             scalarOp(K::Tint, 1));
-}
-
-TEST(MaskPatchOpJson, LiteralsDecodeAndEncodeExactly) {
-  const char* full = R"({"action":"add","id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F",)"
-                     R"("shape":{"aiPeople":{"inverted":false}},"name":"People",)"
-                     R"("adjustment":"exposure","value":0.25,"enabled":false})";
-  const MaskPatchOp op{Action::Add, kId, AiPeopleShape{false}, "People", K::Exposure, 0.25, false};
-  EXPECT_EQ(json::decodeAs<MaskPatchOp>(json::parse(full)), op);
-  EXPECT_EQ(json::toCompact(json::encode(op)), full);
-
-  EXPECT_THROW(json::decodeAs<MaskPatchOp>(json::parse(R"({"action":"delete"})")),
-               json::DecodeError);
-  EXPECT_THROW(
-      json::decodeAs<MaskPatchOp>(json::parse(R"({"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F"})")),
-      json::DecodeError);
+  for (const char* bad :
+       {R"({"action":"delete"})", R"({"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F"})"}) {
+    EXPECT_THROW(json::decodeAs<MaskPatchOp>(json::parse(bad)), json::DecodeError) << bad;
+  }
 }
 
 // ---- Phases and atomicity ----
@@ -156,12 +142,8 @@ TEST(EditPatch, StaleVersionsAndMalformedOperationsChangeNothing) {
 
   EditStack s = startingStack();
   try {
-    s.apply({noValue}, {}, kAgent, kNoon, std::nullopt);
-  } catch (const EditPatchError& e) {
-    EXPECT_EQ(e.adjustmentKind(), K::Contrast);
-  }
-  try {
     s.apply({}, {}, kAgent, kNoon, 7);
+    ADD_FAILURE() << "applied at a stale version";
   } catch (const EditPatchError& e) {
     EXPECT_EQ(e.expected(), 7);
     EXPECT_EQ(e.actual(), 8);
@@ -175,13 +157,7 @@ TEST(EditPatch, MaskNotFoundInTheLastPhaseIsAtomicOnlyThroughACopy) {
 
   EditStack s = startingStack();
   const std::string before = bytes(s);
-  try {
-    applyAtomically(s, ops, {enable}, kAgent, kNoon, 8);
-    FAIL() << "found a mask that is not there";
-  } catch (const EditPatchError& e) {
-    EXPECT_EQ(e.kind(), EditPatchError::Kind::MaskNotFound);
-    EXPECT_EQ(e.maskId(), kOther);
-  }
+  EXPECT_THROW(applyAtomically(s, ops, {enable}, kAgent, kNoon, 8), EditPatchError);
   EXPECT_EQ(bytes(s), before);
 
   // The plain apply documents that earlier operations stay applied.

@@ -50,29 +50,6 @@ TEST(PhotoAIAnnotation, JsonFormMatchesGolden) {
                json::DecodeError);
 }
 
-TEST(PhotoAIAnnotation, AssistantAnnotationMayOmitTextAndLists) {
-  const json::Value given =
-      json::parse(R"({"caption":"A dog on a beach","subjects":null,"scene":"beach"})");
-  PhotoAIAnnotation expected;
-  expected.caption = "A dog on a beach";
-  expected.scene = "beach";
-  EXPECT_EQ(decodeAssistantAnnotation(given, json::Path("annotation")), expected);
-
-  // Records from the application keep the strict rule.
-  try {
-    json::decodeAs<PhotoAIAnnotation>(given, json::Path("annotation"));
-    ADD_FAILURE() << "strict decode accepted a missing longDescription";
-  } catch (const json::DecodeError& e) {
-    EXPECT_STREQ(e.what(), "annotation.longDescription: missing required key");
-  }
-
-  // Fields that are given come through unchanged.
-  const char* full = R"({"caption":"c","longDescription":"l","keywords":["k"],"subjects":["s"],)"
-                     R"("palette":["red"],"peopleCount":0})";
-  EXPECT_EQ(decodeAssistantAnnotation(json::parse(full), json::Path()),
-            json::decodeAs<PhotoAIAnnotation>(json::parse(full)));
-}
-
 TEST(PhotoAIAnnotation, AssistantAnnotationErrorsNameTheKeyPath) {
   struct Case {
     const char* name;
