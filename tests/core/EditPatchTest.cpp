@@ -150,21 +150,6 @@ TEST(EditPatch, StaleVersionsAndMalformedOperationsChangeNothing) {
   }
 }
 
-TEST(EditPatch, MaskNotFoundInTheLastPhaseIsAtomicOnlyThroughACopy) {
-  const std::vector<EditPatchOp> ops = {scalarOp(K::Contrast, 0.3)};
-  MaskPatchOp enable = maskOp(Action::SetEnabled, kOther);
-  enable.enabled = false;
-
-  EditStack s = startingStack();
-  const std::string before = bytes(s);
-  EXPECT_THROW(applyAtomically(s, ops, {enable}, kAgent, kNoon, 8), EditPatchError);
-  EXPECT_EQ(bytes(s), before);
-
-  // The plain apply documents that earlier operations stay applied.
-  EXPECT_THROW(s.apply(ops, {enable}, kAgent, kNoon, 8), EditPatchError);
-  EXPECT_EQ(s.scalar(K::Contrast), 0.3);
-}
-
 TEST(EditPatch, VersionArithmetic) {
   EditStack s = startingStack();
   EXPECT_TRUE(s.apply({}, {}, kAgent, kNoon, 8).empty());
@@ -243,57 +228,48 @@ TEST(MaskPatch, ValidateNamesTheActionAndIgnoresUnusedFields) {
   }
 }
 
-TEST(MaskPatch, AddThenTuneInOneListAndReportCreatedIds) {
+// Adds with and without an id, tunes, reshapes, disables and removes, in the order given.
+TEST(MaskPatch, OperationsActOnTheNamedMaskInListOrder) {
+  const MaskPatchOp add{.action = Action::Add,
+                        .id = kId,
+                        .shape = RadialShape{{0.5, 0.5}, {0.3, 0.3}, 0.4, false},
+                        .name = "Face"};
+  const MaskPatchOp anonymous{.action = Action::Add, .shape = AiSubjectShape{}};
+  // Zero is stored, not removed.
+  const MaskPatchOp zero{
+      .action = Action::SetAdjustment, .id = kId, .adjustment = K::Exposure, .value = 0.0};
   EditStack s;
-  MaskPatchOp addWithId = maskOp(Action::Add, kId);
-  addWithId.shape = RadialShape{{0.5, 0.5}, {0.3, 0.3}, 0.4, false};
-  addWithId.name = "Face";
-  MaskPatchOp tune = maskOp(Action::SetAdjustment, kId);
-  tune.adjustment = K::Exposure;
-  tune.value = 0.0; // zero is stored, not removed
-  MaskPatchOp anonymous1 = maskOp(Action::Add);
-  anonymous1.shape = AiSubjectShape{};
-  MaskPatchOp anonymous2 = anonymous1;
-
-  std::vector<Uuid> created =
-      s.apply({}, {addWithId, tune, anonymous1, anonymous2}, kAgent, kNoon, 0);
+  const std::vector<Uuid> created =
+      s.apply({}, {add, zero, anonymous, anonymous}, kAgent, kNoon, 0);
   ASSERT_EQ(created.size(), 3u);
   EXPECT_EQ(created[0], kId);
   EXPECT_NE(created[1], created[2]);
-  EXPECT_NE(created[1], kId);
   ASSERT_EQ(s.masks().size(), 3u);
   EXPECT_EQ(s.masks()[0].name, "Face");
   EXPECT_EQ(s.masks()[0].adjustments, (MaskAdjustments{{K::Exposure, 0.0}}));
   EXPECT_EQ(s.masks()[1].name, "Mask");
   EXPECT_EQ(s.masks()[2].id, created[2]);
   EXPECT_EQ(s.version, 4);
-}
 
-TEST(MaskPatch, ChangeOperationsActOnTheNamedMask) {
-  EditStack s = startingStack();
-  MaskPatchOp shape = maskOp(Action::SetShape, kId);
-  shape.shape = LinearShape{{0, 0}, {1, 1}};
-  MaskPatchOp setExposure = maskOp(Action::SetAdjustment, kId);
-  setExposure.adjustment = K::Exposure;
-  setExposure.value = 0.4;
-  MaskPatchOp setTint = setExposure;
-  setTint.adjustment = K::Tint;
-  MaskPatchOp unsetExposure = maskOp(Action::SetAdjustment, kId);
-  unsetExposure.adjustment = K::Exposure;
-  MaskPatchOp disable = maskOp(Action::SetEnabled, kId);
-  disable.enabled = false;
-
-  s.apply({}, {shape, setExposure, setTint, unsetExposure, disable}, kAgent, kNoon, 8);
-  EXPECT_EQ(s.version, 13);
+  const MaskPatchOp tint{
+      .action = Action::SetAdjustment, .id = kId, .adjustment = K::Tint, .value = 0.4};
+  const MaskPatchOp unset{.action = Action::SetAdjustment, .id = kId, .adjustment = K::Exposure};
+  const MaskPatchOp reshape{
+      .action = Action::SetShape, .id = kId, .shape = LinearShape{{0, 0}, {1, 1}}};
+  const MaskPatchOp disable{.action = Action::SetEnabled, .id = kId, .enabled = false};
+  s.apply({}, {tint, unset, reshape, disable}, kAgent, kNoon, 4);
+  EXPECT_EQ(s.version, 8);
   const LocalMask& m = s.masks().at(0);
   EXPECT_EQ(m.shape, MaskShape(LinearShape{{0, 0}, {1, 1}}));
   EXPECT_EQ(m.adjustments, (MaskAdjustments{{K::Tint, 0.4}}));
   EXPECT_FALSE(m.isEnabled);
 
-  s.apply({}, {maskOp(Action::Remove, kId)}, kAgent, kNoon, 13);
+  s.apply({},
+          {maskOp(Action::Remove, kId), maskOp(Action::Remove, created[1]),
+           maskOp(Action::Remove, created[2])},
+          kAgent, kNoon, 8);
   EXPECT_FALSE(s.maskList.has_value());
   EXPECT_EQ(bytes(s).find("masks"), std::string::npos);
-
   EXPECT_THROW(s.apply({}, {maskOp(Action::Remove, kOther)}, kAgent, kNoon, std::nullopt),
                EditPatchError);
 }

@@ -207,15 +207,6 @@ TEST(EditStackJson, DecodingSkipsWhatItCannotRead) {
   EXPECT_EQ(compact(none), R"({"values":{},"version":0})");
 }
 
-TEST(EditStackJson, StructuralErrorsFailNamingThePath) {
-  EXPECT_EQ(decodeError<EditStack>(R"({"values":[]})", "stack"),
-            "stack.values: expected an object, found array");
-  EXPECT_EQ(decodeError<EditStack>(R"({"version":"3"})", "stack"),
-            "stack.version: expected an integer, found string");
-  EXPECT_EQ(decodeError<EditStack>(R"({"masks":{}})", "stack"),
-            "stack.masks: expected an array, found object");
-}
-
 TEST(LocalMaskJson, MaskWithRefinementsMatchesItsLiteral) {
   const char* literal =
       R"({"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","name":"Subject",)"

@@ -7,34 +7,6 @@
 namespace velko::core {
 namespace {
 
-TEST(PhotoAIAnnotation, SearchTextJoinsNonEmptyPartsLowerCased) {
-  PhotoAIAnnotation a;
-  a.caption = "A Dog";
-  a.ocrText = "EXIT";
-  EXPECT_EQ(searchText(a), "a dog exit");
-
-  a.longDescription = "On the Beach";
-  a.keywords = {"Sand", ""};
-  a.subjects = {"Dog"};
-  a.scene = "coast";
-  a.palette = {"blue"};
-  EXPECT_EQ(searchText(a), "a dog on the beach sand dog coast exit");
-}
-
-TEST(PhotoAIAnnotation, UnionKeepsFirstSeenSpellingAndOrder) {
-  struct Case {
-    const char* name;
-    std::vector<std::string> a, b, expected;
-  } cases[] = {
-      {"merge", {"Beach", "dog"}, {"beach", "Sunset", "", "sunset"}, {"Beach", "dog", "Sunset"}},
-      {"empty right keeps duplicates", {"x", "X"}, {}, {"x", "X"}},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    EXPECT_EQ(unionOf(c.a, c.b), c.expected);
-  }
-}
-
 TEST(PhotoAIAnnotation, JsonFormMatchesGolden) {
   const char* golden =
       R"({"caption":"c","longDescription":"","keywords":["k"],"subjects":[],)"
