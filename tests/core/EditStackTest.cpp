@@ -10,7 +10,6 @@ namespace velko::core {
 namespace {
 
 using K = AdjustmentKind;
-using namespace std::chrono_literals;
 
 json::Date at(int hour, int minute = 0) {
   return json::Date(std::chrono::sys_days(std::chrono::year{2024} / 5 / 1)) +
@@ -25,15 +24,6 @@ std::string compact(const EditStack& s) {
 
 EditStack decodeText(std::string_view text) {
   return json::decodeAs<EditStack>(json::parse(text));
-}
-
-template <class T> std::string decodeError(const char* text, const char* root) {
-  try {
-    json::decodeAs<T>(json::parse(text), json::Path(root));
-  } catch (const json::DecodeError& e) {
-    return e.what();
-  }
-  return "decoded";
 }
 
 // ---- JSON forms against literals ----
@@ -97,8 +87,13 @@ TEST(EditStackJson, EveryPayloadAndShapeMatchesItsLiteral) {
 }
 
 TEST(AdjustmentPayload, RejectsObjectsWithoutExactlyOneKnownKey) {
-  auto message = [](const char* text) {
-    return decodeError<AdjustmentPayload>(text, "payload");
+  auto message = [](const char* text) -> std::string {
+    try {
+      json::decodeAs<AdjustmentPayload>(json::parse(text), json::Path("payload"));
+    } catch (const json::DecodeError& e) {
+      return e.what();
+    }
+    return "decoded";
   };
   EXPECT_EQ(message("{}"), "payload: Invalid number of keys found, expected one.");
   EXPECT_EQ(message(R"({"scalar":{"_0":1},"boolean":{"_0":true}})"), message("{}"));
@@ -286,7 +281,7 @@ TEST(EditStack, VersionAdvancesOnEveryChangeAndOnlyThen) {
   EXPECT_EQ(s.version, 9);
 }
 
-TEST(EditStack, EnumerationReadersRoundTheStoredNumber) {
+TEST(EditStack, ReadersRoundStoredNumbersAndFallBackOnWhatTheyCannotRead) {
   struct Case {
     double stored;
     FrameFit fit;

@@ -47,25 +47,23 @@ TEST(FrameCodec, ScannerSplitsChunksIntoFrames) {
 TEST(FrameCodec, ScannerLimitsOnlyTheUnterminatedRemainder) {
   // A line far past the limit whose newline is in the same chunk is returned whole.
   const std::string nineMiB(9u << 20, 'z');
-  LineScanner whole;
-  Frames frames = whole.append(nineMiB + "\n");
+  LineScanner scanner;
+  Frames frames = scanner.append(nineMiB + "\n");
   ASSERT_EQ(frames.size(), 1u);
   EXPECT_EQ(frames[0].size(), nineMiB.size());
 
   // Exactly at the limit is still fine; one more byte is not.
-  LineScanner edge;
-  EXPECT_TRUE(edge.append(std::string(kMaxFrameBytes, 'a')).empty());
-  EXPECT_EQ(frameErrorOf([&] { edge.append("b"); }), FrameError::frameTooLarge(kMaxFrameBytes + 1));
-}
+  EXPECT_TRUE(scanner.append(std::string(kMaxFrameBytes, 'a')).empty());
+  EXPECT_EQ(frameErrorOf([&] { scanner.append("b"); }),
+            FrameError::frameTooLarge(kMaxFrameBytes + 1));
 
-TEST(FrameCodec, ScannerDropsCompletedFramesWhenTheRemainderIsTooLarge) {
-  LineScanner scanner;
-  const std::string chunk = "done\n" + std::string(kMaxFrameBytes + 10, 'r');
-  EXPECT_EQ(frameErrorOf([&] { scanner.append(chunk); }),
-            FrameError::frameTooLarge(kMaxFrameBytes + 10));
-  // The completed line was consumed with the error; the remainder stays.
-  EXPECT_EQ(scanner.bufferedBytes(), static_cast<std::size_t>(kMaxFrameBytes + 10));
-  EXPECT_EQ(scanner.scannedBytes(), scanner.bufferedBytes());
+  // A completed line in the chunk that overflows is consumed with the error; the remainder stays.
+  LineScanner dropping;
+  EXPECT_EQ(
+      frameErrorOf([&] { dropping.append("done\n" + std::string(kMaxFrameBytes + 10, 'r')); }),
+      FrameError::frameTooLarge(kMaxFrameBytes + 10));
+  EXPECT_EQ(dropping.bufferedBytes(), static_cast<std::size_t>(kMaxFrameBytes + 10));
+  EXPECT_EQ(dropping.scannedBytes(), dropping.bufferedBytes());
 }
 
 } // namespace
