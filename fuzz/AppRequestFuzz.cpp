@@ -11,6 +11,7 @@
 // Everything the methods write stays in a scratch directory: the home (trash, renditions,
 // exports, exchange) and the library live there, and the App is rebuilt over fresh copies every
 // 1,000 inputs so the catalogue and the folders never grow without bound.
+#include "FuzzCheck.h"
 #include "app/App.h"
 #include "app/Imaging.h"
 #include "app/Library.h"
@@ -18,6 +19,7 @@
 #include "json/Errors.h"
 #include "json/Value.h"
 #include "protocol/IPCMethod.h"
+#include "support/TestPeer.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -43,12 +45,8 @@ constexpr std::size_t kMaxInput = 64 * 1024;
 constexpr int kInputsPerWorld = 1000;
 constexpr int kRestagesPerWorld = 50; ///< imports move the staged file into the library
 
-/// Reports the fault with the frame or reply it concerns, and stops.
-[[noreturn]] void fail(const std::string& what, std::string_view text) {
-  std::fprintf(stderr, "fuzz_app_request: %s\n%.*s\n", what.c_str(),
-               static_cast<int>(std::min<std::size_t>(text.size(), 4000)), text.data());
-  std::abort();
-}
+using velko::fuzz::check;
+using velko::fuzz::fail;
 
 /// A 16×16 JPEG of one colour, with an EXIF orientation.
 std::string tinyJpeg(double r, double g, double b, int orientation) {
@@ -72,10 +70,16 @@ void writeFile(const std::string& path, std::string_view bytes) {
       .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
+velko::testing::TempDir& scratch() {
+  static velko::testing::TempDir dir; // removed at exit
+  return dir;
+}
+
 struct World {
-  std::string root; ///< the scratch directory, removed at exit
-  std::string home, library, luts, exchange, staged;
-  std::string stagedBytes;
+  std::string root = fs::canonical(scratch().path()).string();
+  std::string home = root + "/home", library = root + "/library", luts = root + "/luts";
+  std::string exchange, staged;
+  std::string stagedBytes = tinyJpeg(120, 120, 20, 8);
   std::unique_ptr<app::App> app;
   std::vector<std::string> ids;
   int inputs = 0;
@@ -117,9 +121,7 @@ struct World {
     for (const json::Value& photo : parsed.at("result").at("photos").as_array()) {
       ids.emplace_back(photo.at("id").as_string());
     }
-    if (ids.size() != 3) {
-      fail("the scratch library should hold three photos", reply);
-    }
+    check(ids.size() == 3, "the scratch library should hold three photos", reply);
     inputs = 0;
     restages = 0;
   }
@@ -136,23 +138,8 @@ struct World {
 World& world() {
   static World* w = [] {
     app::initImaging();
-    auto* created = new World;
-    const char* tmp = std::getenv("TMPDIR");
-    std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/fuzz-app-request-XXXXXX";
-    if (!::mkdtemp(pattern.data())) {
-      std::perror("mkdtemp");
-      std::abort();
-    }
-    created->root = fs::canonical(pattern).string();
-    created->home = created->root + "/home";
-    created->library = created->root + "/library";
-    created->luts = created->root + "/luts";
-    created->stagedBytes = tinyJpeg(120, 120, 20, 8);
+    auto* created = new World; // never destroyed: the App stays up until the process ends
     created->build();
-    std::atexit([] {
-      std::error_code ec;
-      fs::remove_all(world().root, ec);
-    });
     return created;
   }();
   return *w;
@@ -182,9 +169,7 @@ void checkReply(std::string_view frame, const std::string& reply) {
                  static_cast<int>(std::min<std::size_t>(frame.size(), 400)), frame.data(),
                  static_cast<int>(std::min<std::size_t>(reply.size(), 400)), reply.data());
   }
-  if (reply.find('\n') != std::string::npos) {
-    fail("the reply spans more than one line", reply);
-  }
+  check(reply.find('\n') == std::string::npos, "the reply spans more than one line", reply);
   json::Value parsed;
   try {
     parsed = json::parse(reply);
@@ -192,14 +177,9 @@ void checkReply(std::string_view frame, const std::string& reply) {
     fail(std::string("the reply is not JSON: ") + e.what(), reply);
   }
   const json::Object* o = parsed.if_object();
-  if (!o) {
-    fail("the reply is not an object", reply);
-  }
-  const bool result = o->contains("result");
-  const bool error = o->contains("error");
-  if (result == error) {
-    fail("the reply needs exactly one of \"result\" and \"error\"", reply);
-  }
+  check(o != nullptr, "the reply is not an object", reply);
+  check(o->contains("result") != o->contains("error"),
+        "the reply needs exactly one of \"result\" and \"error\"", reply);
 }
 
 std::string send(World& w, std::string_view frame) {
@@ -224,7 +204,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   w.restage();
 
-  const std::string_view input(reinterpret_cast<const char*>(data), size);
+  const std::string_view input = velko::fuzz::asText(data, size);
   const int mode = data[0] % 3;
   if (mode == 0) {
     checkReply(input.substr(1), send(w, input.substr(1)));

@@ -1,10 +1,10 @@
 // Feeds the input to a LineScanner in chunks of fuzzer-chosen sizes and checks that the frames
 // and the remainder together give back exactly the bytes that went in, split at every newline.
+#include "FuzzCheck.h"
 #include "protocol/FrameCodec.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <fuzzer/FuzzedDataProvider.h>
 #include <string>
@@ -29,20 +29,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::size_t n = i < chunkSizes.size() ? chunkSizes[i] : stream.size() - offset;
     const std::size_t take = std::min(n, stream.size() - offset);
     for (const std::string& frame : scanner.append(std::string_view(stream).substr(offset, take))) {
-      if (frame.find('\n') != std::string::npos) {
-        std::abort(); // a frame never holds its terminator
-      }
+      velko::fuzz::check(frame.find('\n') == std::string::npos, "a frame holds its newline", frame);
       delivered += frame;
       delivered += '\n';
     }
     offset += take;
-    if (scanner.scannedBytes() != scanner.bufferedBytes() ||
-        std::memchr(scanner.buffered().data(), '\n', scanner.bufferedBytes()) != nullptr) {
-      std::abort(); // the remainder is fully searched and holds no newline
-    }
+    velko::fuzz::check(scanner.scannedBytes() == scanner.bufferedBytes() &&
+                           std::memchr(scanner.buffered().data(), '\n', scanner.bufferedBytes()) ==
+                               nullptr,
+                       "the remainder is not fully searched or holds a newline");
   }
-  if (delivered + std::string(scanner.buffered()) != stream) {
-    std::abort();
-  }
+  velko::fuzz::check(delivered + std::string(scanner.buffered()) == stream,
+                     "the frames and the remainder do not add up to the input");
   return 0;
 }

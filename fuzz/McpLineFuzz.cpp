@@ -7,6 +7,7 @@
 // Tools write files where their arguments and the peer's replies point, so the process works in
 // a scratch home and directory: the password entry is replaced by one whose home is scratch,
 // no other user exists, and path separators and ".." in arguments and replies are blanked.
+#include "FuzzCheck.h"
 #include "ipc/IPCClient.h"
 #include "json/Value.h"
 #include "json/Writer.h"
@@ -15,7 +16,6 @@
 #include "server/Transport.h"
 #include "support/TestPeer.h"
 
-#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -113,9 +113,7 @@ void checkWritable(const std::optional<json::Value>& reply) {
   std::ostringstream out;
   std::ostringstream log;
   server::Transport(out, log).sendMessage(*reply);
-  if (out.str().empty()) {
-    std::abort(); // the host would never get an answer
-  }
+  velko::fuzz::check(!out.str().empty(), "a reply could not be written", log.str());
 }
 
 } // namespace
@@ -160,9 +158,7 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
     (*argv)[i] = rewritten.back().data();
   }
   std::filesystem::create_directories(scratch().file("work"));
-  if (::chdir(scratch().file("work").c_str()) != 0) {
-    std::abort();
-  }
+  velko::fuzz::check(::chdir(scratch().file("work").c_str()) == 0, "cannot work in the scratch");
   return 0;
 }
 
@@ -172,7 +168,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     return 0;
   }
   const std::size_t mode = data[0];
-  std::string_view rest(reinterpret_cast<const char*>(data) + 1, size - 1);
+  std::string_view rest = velko::fuzz::asText(data + 1, size - 1);
   const std::size_t firstEnd = std::min(rest.find('\n'), rest.size());
   const std::string_view first = rest.substr(0, firstEnd);
   rest.remove_prefix(std::min(firstEnd + 1, rest.size()));
@@ -181,8 +177,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     gReplies.clear();
     while (!rest.empty()) {
       const std::size_t end = std::min(rest.find('\n'), rest.size());
-      std::string reply = blanked(rest.substr(0, end));
-      gReplies.push_back(std::move(reply));
+      gReplies.push_back(blanked(rest.substr(0, end)));
       rest.remove_prefix(std::min(end + 1, rest.size()));
     }
   }

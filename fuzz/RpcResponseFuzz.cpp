@@ -1,6 +1,6 @@
 // Decodes the input as an IPC response line, untyped and into typed result records. Text that is
 // not a response may only raise json::DecodeError; anything else escaping is a finding.
-#include "core/EditStack.h"
+#include "FuzzCheck.h"
 #include "json/Errors.h"
 #include "json/Writer.h"
 #include "protocol/EditingRecords.h"
@@ -32,7 +32,7 @@ template <class R> void decodeTyped(std::string_view line) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string_view line(reinterpret_cast<const char*>(data), size);
+  const std::string_view line = velko::fuzz::asText(data, size);
   try {
     rpc::Outcome<json::Value> outcome = rpc::decodeResponse(line);
     if (const json::Value* result = std::get_if<json::Value>(&outcome)) {

@@ -3,7 +3,6 @@
 #include "core/EditStack.h"
 
 #include <gtest/gtest.h>
-#include <algorithm>
 #include <string>
 
 namespace velko::core {
@@ -57,20 +56,7 @@ TEST(ColorMixerAndGrade, KindsAreComputedFromTheOrdinal) {
   }
   // Kind names use singular words where the regions' names are plural.
   EXPECT_EQ(rawValue(hueKind(ColorGradeRegion::Shadows)), "cgShadowHue");
-  EXPECT_EQ(rawValue(saturationKind(ColorGradeRegion::Midtones)), "cgMidSat");
-  EXPECT_EQ(rawValue(luminanceKind(ColorGradeRegion::Highlights)), "cgHighlightLum");
   EXPECT_EQ(rawValue(luminanceKind(ColorGradeRegion::Global)), "cgGlobalLum");
-}
-
-TEST(EditGroup, NamesRoundTripAndTheDefaultSelectionLeavesOutGeometryAndMasks) {
-  for (EditGroup g : kOrderedEditGroups) {
-    EXPECT_EQ(json::enumFromName<EditGroup>(json::enumName(g)), g);
-  }
-  EXPECT_TRUE(kinds(EditGroup::Masks).empty());
-  const std::vector<EditGroup>& selection = defaultSelection();
-  EXPECT_EQ(selection.size(), kOrderedEditGroups.size() - 2);
-  EXPECT_EQ(std::count(selection.begin(), selection.end(), EditGroup::Geometry), 0);
-  EXPECT_EQ(std::count(selection.begin(), selection.end(), EditGroup::Masks), 0);
 }
 
 } // namespace

@@ -90,38 +90,5 @@ TEST(EditStackMerge, SameContentIgnoresVersionsOnly) {
   EXPECT_FALSE(sameContent(e, f)); // order matters
 }
 
-TEST(EditStackMerge, PresetSubsetDropsGeometryAndFrame) {
-  EditStack s;
-  for (AdjustmentKind k : EditStack::geometryKinds()) {
-    s.setScalar(k, 1, UserOrigin{}, at(1));
-  }
-  s.setScalar(K::Exposure, 0.7, UserOrigin{}, at(1));
-  s.setScalar(K::DevelopSource, 1, UserOrigin{}, at(1));
-  s.addMask(maskNamed("kept"));
-  const EditStack preset = presetSubset(s);
-  EXPECT_EQ(preset.values.size(), 2u);
-  EXPECT_EQ(preset.scalar(K::Exposure), 0.7);
-  EXPECT_EQ(preset.masks().size(), 1u);
-  EXPECT_EQ(preset.version, 0);
-}
-
-TEST(EditStackMerge, ApplyPresetReplacesCarriedKindsAndAdvancesOnce) {
-  EditStack photo;
-  photo.setScalar(K::Exposure, 1, UserOrigin{}, at(1));
-  photo.setScalar(K::Contrast, 0.2, UserOrigin{}, at(1));
-  photo.setRect(K::Crop, Rect{0, 0, 0.5, 0.5}, UserOrigin{}, at(1));
-  EditStack preset;
-  preset.setScalar(K::Exposure, -0.5, PresetOrigin{"warm"}, at(2));
-  preset.setScalar(K::Temperature, 0.3, PresetOrigin{"warm"}, at(2));
-  preset.setScalar(K::Vibrance, 0.1, PresetOrigin{"warm"}, at(2));
-
-  const std::int64_t before = photo.version;
-  applyPreset(photo, preset);
-  EXPECT_EQ(photo.version, before + 1);
-  EXPECT_EQ(photo.values.at(K::Exposure), preset.values.at(K::Exposure));
-  EXPECT_EQ(photo.scalar(K::Contrast), 0.2);
-  EXPECT_TRUE(photo.rect(K::Crop).has_value());
-}
-
 } // namespace
 } // namespace velko::core

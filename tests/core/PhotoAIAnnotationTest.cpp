@@ -7,34 +7,6 @@
 namespace velko::core {
 namespace {
 
-TEST(PhotoAIAnnotation, SearchTextJoinsNonEmptyPartsLowerCased) {
-  PhotoAIAnnotation a;
-  a.caption = "A Dog";
-  a.ocrText = "EXIT";
-  EXPECT_EQ(searchText(a), "a dog exit");
-
-  a.longDescription = "On the Beach";
-  a.keywords = {"Sand", ""};
-  a.subjects = {"Dog"};
-  a.scene = "coast";
-  a.palette = {"blue"};
-  EXPECT_EQ(searchText(a), "a dog on the beach sand dog coast exit");
-}
-
-TEST(PhotoAIAnnotation, UnionKeepsFirstSeenSpellingAndOrder) {
-  struct Case {
-    const char* name;
-    std::vector<std::string> a, b, expected;
-  } cases[] = {
-      {"merge", {"Beach", "dog"}, {"beach", "Sunset", "", "sunset"}, {"Beach", "dog", "Sunset"}},
-      {"empty right keeps duplicates", {"x", "X"}, {}, {"x", "X"}},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    EXPECT_EQ(unionOf(c.a, c.b), c.expected);
-  }
-}
-
 TEST(PhotoAIAnnotation, JsonFormMatchesGolden) {
   const char* golden =
       R"({"caption":"c","longDescription":"","keywords":["k"],"subjects":[],)"
@@ -48,29 +20,6 @@ TEST(PhotoAIAnnotation, JsonFormMatchesGolden) {
                    json::parse(R"({"caption":"c","longDescription":"","keywords":[],"subjects":[],)"
                                R"("palette":[],"setting":"Indoor"})")),
                json::DecodeError);
-}
-
-TEST(PhotoAIAnnotation, AssistantAnnotationMayOmitTextAndLists) {
-  const json::Value given =
-      json::parse(R"({"caption":"A dog on a beach","subjects":null,"scene":"beach"})");
-  PhotoAIAnnotation expected;
-  expected.caption = "A dog on a beach";
-  expected.scene = "beach";
-  EXPECT_EQ(decodeAssistantAnnotation(given, json::Path("annotation")), expected);
-
-  // Records from the application keep the strict rule.
-  try {
-    json::decodeAs<PhotoAIAnnotation>(given, json::Path("annotation"));
-    ADD_FAILURE() << "strict decode accepted a missing longDescription";
-  } catch (const json::DecodeError& e) {
-    EXPECT_STREQ(e.what(), "annotation.longDescription: missing required key");
-  }
-
-  // Fields that are given come through unchanged.
-  const char* full = R"({"caption":"c","longDescription":"l","keywords":["k"],"subjects":["s"],)"
-                     R"("palette":["red"],"peopleCount":0})";
-  EXPECT_EQ(decodeAssistantAnnotation(json::parse(full), json::Path()),
-            json::decodeAs<PhotoAIAnnotation>(json::parse(full)));
 }
 
 TEST(PhotoAIAnnotation, AssistantAnnotationErrorsNameTheKeyPath) {

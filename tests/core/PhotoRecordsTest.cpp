@@ -2,9 +2,7 @@
 #include "core/PhotoSummary.h"
 #include "json/Writer.h"
 
-#include <cmath>
 #include <gtest/gtest.h>
-#include <limits>
 
 namespace velko::core {
 namespace {
@@ -12,122 +10,9 @@ namespace {
 using namespace std::chrono_literals;
 using std::chrono::May;
 using std::chrono::sys_days;
-using Opt = std::optional<std::string>;
-
-constexpr double kInf = std::numeric_limits<double>::infinity();
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 
 json::Date may1At0830() {
   return json::Date{sys_days{2024y / May / 1}} + 8h + 30min;
-}
-
-TEST(PhotoInfo, ShutterDisplay) {
-  struct Case {
-    const char* name;
-    std::optional<double> seconds;
-    Opt expected;
-  } cases[] = {
-      {"666.67 rounds up", 0.0015, "1/667 s"},
-      {"2.5 rounds half away from zero", 0.4, "1/3 s"},
-      {"just under a second", 0.9999, "1/1 s"},
-      {"one second", 1.0, "1.0 s"},
-      {"long exposure", 30.25, "30.2 s"},
-      {"absent", std::nullopt, std::nullopt},
-      {"zero", 0.0, std::nullopt},
-      {"not a number", kNaN, std::nullopt},
-      {"reciprocal overflows", 1e-320, std::nullopt},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    PhotoInfo info;
-    info.shutterSeconds = c.seconds;
-    EXPECT_EQ(shutterDisplay(info), c.expected);
-  }
-}
-
-TEST(PhotoInfo, ApertureAndFocalLengthDisplay) {
-  struct Case {
-    const char* name;
-    std::optional<double> value;
-    Opt aperture, focalLength;
-  } cases[] = {
-      {"whole", 8.0, "\u0192/8", "8 mm"},
-      {"one decimal place", 35.55, "\u0192/35.5", "35.5 mm"},
-      // Focal length has no positivity test, unlike aperture and shutter.
-      {"zero", 0.0, std::nullopt, "0 mm"},
-      {"negative zero", -0.0, std::nullopt, "0 mm"},
-      {"absent", std::nullopt, std::nullopt, std::nullopt},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    PhotoInfo info;
-    info.aperture = c.value;
-    info.focalLengthMM = c.value;
-    EXPECT_EQ(apertureDisplay(info), c.aperture);
-    EXPECT_EQ(focalLengthDisplay(info), c.focalLength);
-  }
-}
-
-TEST(PhotoInfo, CameraNameAndDimensions) {
-  struct Case {
-    const char* name;
-    Opt make, model;
-    std::string expected;
-  } cases[] = {
-      {"both", "Fujifilm", "X-T5", "Fujifilm X-T5"},
-      {"make repeated in model is kept", "Canon", "Canon EOS R5", "Canon Canon EOS R5"},
-      {"make only", "Leica", std::nullopt, "Leica"},
-      {"model only", std::nullopt, "iPhone 15 Pro", "iPhone 15 Pro"},
-      {"neither", std::nullopt, std::nullopt, ""},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    PhotoInfo info;
-    info.cameraMake = c.make;
-    info.cameraModel = c.model;
-    EXPECT_EQ(cameraDisplayName(info), c.expected);
-  }
-  PhotoInfo info;
-  info.pixelWidth = 4032;
-  info.pixelHeight = 3024;
-  EXPECT_EQ(dimensionsDisplay(info), "4032 \u00d7 3024");
-}
-
-TEST(PhotoSummary, DurationDisplay) {
-  struct Case {
-    const char* name;
-    double seconds;
-    Opt expected;
-  } cases[] = {
-      {"still", 0, std::nullopt},
-      {"infinite", kInf, std::nullopt},
-      {"half a second rounds up", 0.5, "0:01"},
-      {"59.6 carries into the minute", 59.6, "1:00"},
-      {"one hour has no hour field", 3600, "60:00"},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    PhotoSummary photo;
-    photo.durationSeconds = c.seconds;
-    EXPECT_EQ(durationDisplay(photo), c.expected);
-  }
-}
-
-TEST(PhotoSummary, KindFollowsPlaybackStyle) {
-  using P = PhotoPlaybackStyle;
-  struct Case {
-    P style;
-    bool video, live;
-  } cases[] = {{P::Unsupported, false, false},   {P::Image, false, false},
-               {P::ImageAnimated, false, false}, {P::LivePhoto, false, true},
-               {P::Video, true, false},          {P::VideoLooping, true, false}};
-  for (const Case& c : cases) {
-    SCOPED_TRACE(static_cast<int>(c.style));
-    PhotoSummary photo;
-    photo.playbackStyle = c.style;
-    EXPECT_EQ(isVideo(photo), c.video);
-    EXPECT_EQ(isLivePhoto(photo), c.live);
-  }
 }
 
 const char* const kFullSummary =

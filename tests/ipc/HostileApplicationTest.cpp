@@ -38,28 +38,24 @@ ClientError::Kind clientErrorKindOf(const std::function<void()>& f) {
   return ClientError::Kind::Rpc;
 }
 
-TEST(HostileApplication, ReplyOneBytePastTheLimitWithoutNewlineIsAFrameError) {
-  TestPeer peer;
-  peer.push(PeerStep::unterminated(protocol::kMaxFrameBytes + 1));
-  try {
-    IPCClient(peer.socketPath()).call(IPCMethod::Ping, std::nullopt);
-    ADD_FAILURE() << "accepted an unterminated reply past the limit";
-  } catch (const protocol::FrameError& e) {
-    EXPECT_EQ(e, protocol::FrameError::frameTooLarge(protocol::kMaxFrameBytes + 1));
-  }
-}
-
-TEST(HostileApplication, ReplyOfExactlyTheLimitIsAccepted) {
+TEST(HostileApplication, ReplyOfExactlyTheLimitIsAcceptedAndOneBytePastItIsAFrameError) {
   const std::string head = R"({"jsonrpc":"2.0","id":1,"result":")";
   const std::string tail = R"("})";
   const std::size_t fill =
       static_cast<std::size_t>(protocol::kMaxFrameBytes) - head.size() - tail.size();
   TestPeer peer;
   peer.push(PeerStep::line(head + std::string(fill, 'p') + tail));
-  const json::Value result =
-      IPCClient(peer.socketPath()).call(IPCMethod::PreviewRender, std::nullopt);
+  peer.push(PeerStep::unterminated(protocol::kMaxFrameBytes + 1));
+  IPCClient client(peer.socketPath());
+  const json::Value result = client.call(IPCMethod::PreviewRender, std::nullopt);
   ASSERT_TRUE(result.is_string());
   EXPECT_EQ(result.get_string().size(), fill);
+  try {
+    client.call(IPCMethod::Ping, std::nullopt);
+    ADD_FAILURE() << "accepted an unterminated reply past the limit";
+  } catch (const protocol::FrameError& e) {
+    EXPECT_EQ(e, protocol::FrameError::frameTooLarge(protocol::kMaxFrameBytes + 1));
+  }
 }
 
 TEST(HostileApplication, GarbageRepliesAreDecodeErrors) {
@@ -113,16 +109,22 @@ TEST(HostileApplication, WellFormedRepliesOfTheWrongShapeAreDecodeErrors) {
   }
 }
 
-TEST(HostileApplication, PeerThatClosesMidReplyEndsAsConnectionClosed) {
+TEST(HostileApplication, PeerThatGoesAwayEndsAsConnectionClosed) {
   TestPeer peer;
+  peer.push(PeerStep::closeWithoutReply());
   peer.push(PeerStep::raw({R"({"jsonrpc":"2.0","id":1,"result":{"n":)"}));
   // Most of a large reply, cut off before its end.
   peer.push(PeerStep::raw({R"({"jsonrpc":"2.0","id":1,"result":")" + std::string(3u << 20, 'q')}));
+  peer.push(PeerStep::closeUnread());
   IPCClient client(peer.socketPath());
-  for (int i = 0; i < 2; ++i) {
+  for (int i = 0; i < 3; ++i) {
     EXPECT_EQ(clientErrorKindOf([&] { client.call(IPCMethod::Ping, std::nullopt); }),
               ClientError::Kind::ConnectionClosed);
   }
+  // Far more than a socket buffer holds, so the write meets the closed connection: no SIGPIPE.
+  json::Value params = json::Object{{"paths", std::string(4u << 20, 'p')}};
+  EXPECT_EQ(clientErrorKindOf([&] { client.call(IPCMethod::ImportAssets, params); }),
+            ClientError::Kind::ConnectionClosed);
 }
 
 TEST(HostileApplication, ReplyThatNeverEndsBlocksUntilThePeerGoesAway) {

@@ -8,7 +8,6 @@ namespace {
 
 TEST(IPCMethod, NamesAreUniqueAndParseExactly) {
   constexpr auto all = allIPCMethods();
-  EXPECT_EQ(all.size(), 46u);
   std::set<std::string_view> names;
   for (IPCMethod m : all) {
     EXPECT_TRUE(names.insert(rawValue(m)).second) << rawValue(m);
