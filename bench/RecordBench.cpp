@@ -97,6 +97,25 @@ void BM_PreviewReplyToLine(benchmark::State& state) {
 }
 BENCHMARK(BM_PreviewReplyToLine)->Arg(6 << 20)->Unit(benchmark::kMillisecond);
 
+// velko_list's way through the server after the reply line is read, to the output line.
+void BM_ListReplyToLine(benchmark::State& state) {
+  mallopt(M_MMAP_THRESHOLD, 32 << 20);
+  mallopt(M_TRIM_THRESHOLD, 128 << 20);
+  const std::string line = listReply(static_cast<int>(state.range(0)));
+  ReplayCaller caller(line);
+  const server::Tool* tool = server::findTool("velko_list");
+  const server::ToolArgs args = json::parse(R"({"limit":100})");
+  std::ostringstream sink;
+  std::ostringstream log;
+  server::Transport transport(sink, log);
+  for (auto _ : state) {
+    transport.sendResult(json::Value(7), tool->invoke(args, caller));
+    sink.str(std::string());
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * line.size()));
+}
+BENCHMARK(BM_ListReplyToLine)->Arg(100)->Unit(benchmark::kMicrosecond);
+
 } // namespace
 
 BENCHMARK_MAIN();

@@ -38,8 +38,10 @@ template <Record T> struct PrettyText<T> {
     w.open('{');
     bool first = true;
     const auto fields = T::jsonFields();
+    const auto& keys = quotedKeys();
     for (const std::size_t index : kOrder) {
-      visit(fields, index, [&](const auto& f) { member(record, f, w, first, depth); });
+      visit(fields, index,
+            [&](const auto& f) { member(record, f, keys[index], w, first, depth); });
     }
     w.close('{', first, depth);
   }
@@ -80,16 +82,33 @@ private:
     }
   }
 
+  static std::string quote(std::string_view key) {
+    std::string text(1, '"');
+    text.append(key);
+    text.append("\": ");
+    return text;
+  }
+
+  /// Each field's key as written, in quotes and followed by ": ", made once per record type.
+  static const std::array<std::string, kCount>& quotedKeys() {
+    static const auto keys = std::apply(
+        [](const auto&... f) {
+          return std::array<std::string, kCount>{quote(f.key)...};
+        },
+        T::jsonFields());
+    return keys;
+  }
+
   template <class M>
-  static void member(const T& record, const Field<T, M>& f, PrettyWriter& w, bool& first,
-                     int depth) {
+  static void member(const T& record, const Field<T, M>& f, std::string_view key, PrettyWriter& w,
+                     bool& first, int depth) {
     const M& value = record.*(f.member);
     if constexpr (IsOptional<M>::value) {
       if (!value) {
         return;
       }
     }
-    w.plainKey(first, f.key, depth + 1);
+    w.quotedKey(first, key, depth + 1);
     first = false;
     PrettyText<M>::write(value, w, depth + 1);
   }

@@ -8,7 +8,6 @@
 #include <charconv>
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 #include <vector>
 
 #if defined(__SSE2__)
@@ -18,16 +17,6 @@
 namespace velko::json {
 namespace {
 
-constexpr std::uint64_t kOnes = 0x0101010101010101ULL;
-constexpr std::uint64_t kHighs = 0x8080808080808080ULL;
-
-constexpr std::uint64_t hasZeroByte(std::uint64_t v) { return (v - kOnes) & ~v & kHighs; }
-constexpr std::uint64_t hasByte(std::uint64_t v, unsigned char b) {
-  return hasZeroByte(v ^ (kOnes * b));
-}
-// True for a word with a byte below 0x20 (valid for bytes without their high bit set).
-constexpr std::uint64_t hasControl(std::uint64_t v) { return (v - kOnes * 0x20) & ~v & kHighs; }
-
 /// ASCII bytes written as they are in both forms ("/" is escaped in the pretty one only).
 constexpr auto kPlainAscii = [] {
   std::array<bool, 0x80> plain{};
@@ -36,6 +25,26 @@ constexpr auto kPlainAscii = [] {
   }
   return plain;
 }();
+
+/// The letter after the backslash of each ASCII byte's escape; 'u' for \u00XX. Only bytes that
+/// plainRun stops at are looked up.
+constexpr auto kEscapes = [] {
+  std::array<char, 0x80> escapes{};
+  for (int c = 0; c < 0x20; ++c) {
+    escapes[static_cast<std::size_t>(c)] = 'u';
+  }
+  escapes['\n'] = 'n';
+  escapes['\r'] = 'r';
+  escapes['\t'] = 't';
+  escapes['\b'] = 'b';
+  escapes['\f'] = 'f';
+  escapes['"'] = '"';
+  escapes['\\'] = '\\';
+  escapes['/'] = '/';
+  return escapes;
+}();
+
+constexpr char kHex[] = "0123456789abcdef";
 
 #if defined(__SSE2__)
 /// How many bytes at the start of `p` need neither an escape nor a UTF-8 check, looking at whole
@@ -97,86 +106,46 @@ public:
     }
   }
 
+  /// How many bytes at the start of `p` are copied as they are: ASCII that needs no escape.
+  std::size_t plainRun(const unsigned char* p, std::size_t n) const {
+    std::size_t i = 0;
+#if defined(__SSE2__)
+    i = plainPrefix(p, n, pretty_);
+    if (i + 16 <= n) {
+      return i; // the SIMD scan stopped at a byte that needs attention
+    }
+#endif
+    while (i < n && p[i] < 0x80 && (kPlainAscii[p[i]] || (p[i] == '/' && !pretty_))) {
+      ++i;
+    }
+    return i;
+  }
+
   void string(std::string_view s) {
     out_.reserve(out_.size() + s.size() + 2);
     out_ += '"';
     const auto* p = reinterpret_cast<const unsigned char*>(s.data());
     const std::size_t n = s.size();
-    std::size_t runStart = 0;
+    std::size_t runStart = 0; // the first byte not yet copied to out_
     std::size_t i = 0;
-    while (i < n) {
-#if defined(__SSE2__)
-      if (const std::size_t plain = plainPrefix(p + i, n - i, pretty_); plain > 0) {
-        i += plain;
-        continue;
-      }
-#endif
-      if (i + 8 <= n) {
-        std::uint64_t w;
-        std::memcpy(&w, p + i, 8);
-        std::uint64_t special = (w & kHighs) | hasControl(w) | hasByte(w, '"') | hasByte(w, '\\');
-        if (pretty_) {
-          special |= hasByte(w, '/');
-        }
-        if (special == 0) {
-          i += 8;
-          continue;
-        }
+    for (;;) {
+      i += plainRun(p + i, n - i);
+      if (i == n) {
+        break;
       }
       const unsigned char c = p[i];
-      if (c < 0x80 && (kPlainAscii[c] || (c == '/' && !pretty_))) {
-        ++i;
-        continue;
-      }
       if (c >= 0x80) {
-        std::size_t len = decodeUtf8(s.substr(i)).length;
+        const std::size_t len = decodeUtf8(s.substr(i)).length;
         if (len == 0) {
           throw EncodeError("string is not valid UTF-8");
         }
         i += len;
         continue;
       }
-      const char* escape = nullptr;
-      char unicode[7];
-      switch (c) {
-      case '"':
-        escape = "\\\"";
-        break;
-      case '\\':
-        escape = "\\\\";
-        break;
-      case '\n':
-        escape = "\\n";
-        break;
-      case '\r':
-        escape = "\\r";
-        break;
-      case '\t':
-        escape = "\\t";
-        break;
-      case '\b':
-        escape = "\\b";
-        break;
-      case '\f':
-        escape = "\\f";
-        break;
-      case '/':
-        escape = pretty_ ? "\\/" : nullptr;
-        break;
-      default:
-        if (c < 0x20) {
-          static constexpr char kHex[] = "0123456789abcdef";
-          unicode[0] = '\\', unicode[1] = 'u', unicode[2] = '0', unicode[3] = '0';
-          unicode[4] = kHex[c >> 4], unicode[5] = kHex[c & 0xF], unicode[6] = '\0';
-          escape = unicode;
-        }
-      }
-      if (escape != nullptr) {
-        out_.append(s.data() + runStart, i - runStart);
-        out_ += escape;
-        runStart = i + 1;
-      }
-      ++i;
+      out_.append(s.data() + runStart, i - runStart);
+      const char escape[6] = {'\\', kEscapes[c], '0', '0', kHex[c >> 4], kHex[c & 0xF]};
+      out_.append(escape, kEscapes[c] == 'u' ? 6 : 2);
+      runStart = ++i;
     }
     out_.append(s.data() + runStart, n - runStart);
     out_ += '"';
@@ -194,8 +163,16 @@ public:
   }
 
   void newline(int depth) {
-    out_ += '\n';
-    out_.append(static_cast<std::size_t>(depth) * 2, ' ');
+    // A line feed and up to 32 levels of indentation in one copy.
+    static constexpr std::string_view kIndented =
+        "\n                                                                ";
+    const std::size_t width = static_cast<std::size_t>(depth) * 2;
+    if (width < kIndented.size()) {
+      out_.append(kIndented.data(), width + 1);
+    } else {
+      out_ += '\n';
+      out_.append(width, ' ');
+    }
   }
 
 private:
@@ -307,11 +284,9 @@ void PrettyWriter::key(bool first, std::string_view key, int depth) {
   out_ += ": ";
 }
 
-void PrettyWriter::plainKey(bool first, std::string_view key, int depth) {
+void PrettyWriter::quotedKey(bool first, std::string_view quoted, int depth) {
   item(first, depth);
-  out_ += '"';
-  out_ += key;
-  out_ += "\": ";
+  out_ += quoted;
 }
 
 } // namespace velko::json

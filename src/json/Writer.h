@@ -3,7 +3,7 @@
 //   - pretty: two-space indentation, members sorted by key, "/" escaped as "\/" (tool text).
 // Both throw EncodeError for a non-finite number or a string that is not valid UTF-8, so a
 // caller can refuse a message it cannot encode instead of sending a broken line. Strings are
-// scanned eight bytes at a time, so a multi-megabyte base64 payload is copied in bulk.
+// scanned sixteen bytes at a time, so a multi-megabyte base64 payload is copied in bulk.
 #pragma once
 
 #include "json/Value.h"
@@ -43,8 +43,8 @@ public:
   void item(bool first, int depth);
   /// Starts a member `key` of an object at `depth` (the object's own depth + 1).
   void key(bool first, std::string_view key, int depth);
-  /// key() for a key of letters, digits and underscores only, which needs no escaping.
-  void plainKey(bool first, std::string_view key, int depth);
+  /// key() for a key already written with its quotes and separator: "\"name\": ".
+  void quotedKey(bool first, std::string_view quoted, int depth);
 
 private:
   void newline(int depth);
