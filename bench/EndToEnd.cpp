@@ -15,8 +15,10 @@
 #include "support/TestPeer.h"
 
 #include <algorithm>
+#include <tuple>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <functional>
@@ -102,6 +104,28 @@ private:
   mutable std::mutex mutex_;
   std::map<std::string, std::string> lines_;
 };
+
+/// A library.list result of `photos` photos with every field a camera file gives, as
+/// velko-headless writes it.
+std::string listResultJson(int photos) {
+  std::string out = R"({"photos":[)";
+  for (int i = 0; i < photos; ++i) {
+    char photo[768];
+    std::snprintf(photo, sizeof photo,
+                  R"(%s{"id":"%08X-1C2D-4E5F-8A9B-%012d/L0/001","pixelWidth":6000,)"
+                  R"("pixelHeight":4000,"creationDate":"2026-05-%02dT08:%02d:00Z",)"
+                  R"("modificationDate":"2026-06-01T10:00:00Z","formatLabel":"%s",)"
+                  R"("latitude":%.6f,"longitude":%.6f,"isFavorite":%s,"isHidden":false,)"
+                  R"("durationSeconds":0,"playbackStyle":1,"sourceType":1,)"
+                  R"("representsBurst":false,"canEditContent":true,"canEditProperties":true,)"
+                  R"("canDelete":true,"hasAdjustments":%s})",
+                  i == 0 ? "" : ",", 0x3A7F0000 + i, i, 1 + i % 28, i % 60,
+                  i % 7 == 0 ? "HEIC" : "JPEG", 48.856613 + 0.001 * i, 2.352222 - 0.0007 * i,
+                  i % 5 == 0 ? "true" : "false", i % 3 == 0 ? "true" : "false");
+    out += photo;
+  }
+  return out + R"(],"nextCursor":)" + std::to_string(photos) + "}";
+}
 
 /// One IPC exchange as the server makes it, without the server.
 void directRoundTrip(const std::string& socketPath, const std::string& request,
@@ -275,14 +299,20 @@ int main(int argc, char** argv) {
     double median;
     double cpu;
   };
-  auto onServer = [&](int rounds, int warm, const std::function<void()>& once) {
+  auto onProcess = [&](ServerProcess& process, int rounds, int warm,
+                       const std::function<void()>& once) {
     for (int i = 0; i < warm; ++i) {
       once();
     }
-    const double cpuBefore = cpuMicros(server->pid());
+    const double cpuBefore = cpuMicros(process.pid());
     const double median = measure(rounds, 0, once);
-    return Timing{median, (cpuMicros(server->pid()) - cpuBefore) / rounds};
+    return Timing{median, (cpuMicros(process.pid()) - cpuBefore) / rounds};
   };
+  auto onServer = [&](int rounds, int warm, const std::function<void()>& once) {
+    return onProcess(*server, rounds, warm, once);
+  };
+  // The same calls through the comparison server, when there is one: what, velko-mcp, Node.
+  std::vector<std::tuple<std::string, Timing, std::string>> comparisons;
 
   // stdio rows: the floor moves a line as long as the reply through cat.
   const std::string toolsList = R"({"jsonrpc":"2.0","id":2,"method":"tools/list"})";
@@ -328,6 +358,29 @@ int main(int argc, char** argv) {
                     timeText(ipcServer.cpu), timeText(ipcFloor),
                     ratioText(ipcServer.median, ipcFloor), "< 1.5× floor"});
 
+    replies->set("library.list", rpcResult(listResultJson(100)));
+    const std::string velkoList = toolCall("velko_list", R"({"limit":100})");
+    server->send(velkoList);
+    if (const std::string first = server->readLine();
+        first.find(R"("isError":false)") == std::string::npos) {
+      std::fprintf(stderr, "velko_e2e_bench: velko_list failed: %.300s\n", first.c_str());
+      return 1;
+    }
+    const std::string listRequest = app->requests().back() + "\n";
+    const Timing listServer = onServer(1000, 30, [&] {
+      server->send(velkoList);
+      server->readLine(reply);
+    });
+    const double listFloor =
+        measure(1000, 30, [&] { directRoundTrip(app->socketPath(), listRequest, buffer); });
+    rows.push_back({"velko_list, 100 photos (" + std::to_string(buffer.size() / 1024) +
+                        " KiB reply)",
+                    timeText(listServer.median), timeText(listServer.cpu), timeText(listFloor),
+                    ratioText(listServer.median, listFloor), "< 3× floor"});
+
+    comparisons.emplace_back(velkoPing, ipcServer, "velko_ping");
+    comparisons.emplace_back(velkoList, listServer, "velko_list, 100 photos");
+
     struct Size {
       std::size_t bytes;
       const char* label;
@@ -358,6 +411,43 @@ int main(int argc, char** argv) {
                       timeText(previewServer.median), timeText(previewServer.cpu),
                       timeText(previewFloor), ratioText(previewServer.median, previewFloor),
                       size.bytes == (6u << 20) ? "< 2× floor" : ""});
+      if (size.bytes == (6u << 20)) {
+        comparisons.emplace_back(call, previewServer, "velko_preview_render, 6 MiB");
+      }
+    }
+
+    // The comparison server: the same tools written plainly with Node and the official SDK
+    // (bench/node-reference-server.mjs), started like velko-mcp over the same application.
+    const char* script = std::getenv("VELKO_NODE_REFERENCE");
+    const char* nodeBinary = std::getenv("VELKO_NODE");
+    if (script != nullptr && nodeBinary != nullptr) {
+      std::vector<std::string> argv = velko::testing::withPrivateHome(home.path(), nodeBinary);
+      argv[5] = R"(mount --bind "$1" "$2" && exec "$3" "$4")";
+      argv.emplace_back(script);
+      ServerProcess node(argv);
+      node.send(initialize);
+      node.readLine(reply);
+      node.send(R"({"jsonrpc":"2.0","method":"notifications/initialized"})");
+      std::string table = "| Call | velko-mcp | Node and the official SDK | velko-mcp / Node |\n"
+                          "|---|---|---|---|\n";
+      for (const auto& [call, ours, label] : comparisons) {
+        node.send(call);
+        node.readLine(reply);
+        if (reply.find(R"("isError":true)") != std::string::npos ||
+            reply.find(R"("error":)") != std::string::npos) {
+          table += "| " + label + " | failed: " + reply.substr(0, 200) + " |\n";
+          continue;
+        }
+        const int rounds = label.find("preview") != std::string::npos ? 30 : 300;
+        const Timing theirs = onProcess(node, rounds, 10, [&] {
+          node.send(call);
+          node.readLine(reply);
+        });
+        table += "| " + label + " | " + timeText(ours.median) + " | " + timeText(theirs.median) +
+                 " | " + fixed(ours.median / theirs.median, 3, "") + " |\n";
+      }
+      notes += "\nThe same calls through a comparison server written with Node and the official "
+               "SDK, in this run:\n\n" + table;
     }
   } else {
     notes += "IPC rows skipped: " + reason + "\n";
