@@ -34,7 +34,7 @@ struct PhotoSpec {
   int orientation = 1;
 };
 
-/// Writes a JPEG (or, by the extension, PNG/TIFF/WebP) of that shot; EXIF is attached for JPEG.
+/// Writes a JPEG (or, by the extension, PNG/TIFF/WebP) of that shot, with its EXIF.
 void writePhoto(const std::string& path, const PhotoSpec& shot);
 
 /// The whole of a file; empty when it cannot be read.
