@@ -100,34 +100,6 @@ vips::VImage decodeBase64Image(std::string_view base64) {
   return image;
 }
 
-vips::VImage flat(double r, double g, double b, int width, int height) {
-  return (vips::VImage::black(width, height, vips::VImage::option()->set("bands", 3)) +
-          std::vector<double>{r, g, b})
-      .cast(VIPS_FORMAT_UCHAR)
-      .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
-}
-
-double luma(const vips::VImage& image) {
-  const vips::VImage l = image.colourspace(VIPS_INTERPRETATION_scRGB);
-  return 0.2126 * l[0].avg() + 0.7152 * l[1].avg() + 0.0722 * l[2].avg();
-}
-
-core::EditStack scalars(const std::vector<std::pair<core::AdjustmentKind, double>>& values) {
-  core::EditStack s;
-  for (auto [kind, v] : values) {
-    s.setScalar(kind, v, core::UserOrigin{}, core::nowSeconds());
-  }
-  return s;
-}
-
-std::string pixelBytes(const vips::VImage& image) {
-  std::size_t size = 0;
-  void* data = image.write_to_memory(&size);
-  std::string copy(static_cast<const char*>(data), size);
-  g_free(data);
-  return copy;
-}
-
 int connectUnix(const std::string& path) {
   const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_un address{};

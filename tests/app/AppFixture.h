@@ -4,7 +4,6 @@
 #pragma once
 
 #include "app/App.h"
-#include "core/EditStack.h"
 #include "json/Value.h"
 #include "json/Writer.h"
 #include "protocol/Rpc.h"
@@ -41,15 +40,6 @@ void writePhoto(const std::string& path, const PhotoSpec& shot);
 std::string readFile(const std::string& path);
 /// Base64 bytes (a reply's pngBase64) decoded into an image in memory.
 vips::VImage decodeBase64Image(std::string_view base64);
-
-/// An 8-bit sRGB image of one colour.
-vips::VImage flat(double r, double g, double b, int width = 96, int height = 64);
-/// Mean linear luminance.
-double luma(const vips::VImage& image);
-/// A stack of these values, set by the user.
-core::EditStack scalars(const std::vector<std::pair<core::AdjustmentKind, double>>& values);
-/// The image's pixels, for comparing two renders byte for byte.
-std::string pixelBytes(const vips::VImage& image);
 
 /// A connection to a Unix socket, with 10-second send and receive limits; -1 when refused.
 int connectUnix(const std::string& path);
@@ -122,7 +112,9 @@ protected:
   /// The ids of the catalogue, newest first.
   std::vector<std::string> ids();
 
-  std::string libraryFile(std::string_view relative) const { return library_ + "/" + std::string(relative); }
+  std::string libraryFile(std::string_view relative) const {
+    return library_ + "/" + std::string(relative);
+  }
 
   velko::testing::TempDir root_;
   std::string home_;

@@ -27,6 +27,29 @@ using Check = std::function<void(const VImage& before, const VImage& after)>;
 constexpr int kW = 96;
 constexpr int kH = 64;
 
+VImage srgb(const VImage& i) {
+  return i.cast(VIPS_FORMAT_UCHAR)
+      .copy(VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+}
+/// An 8-bit sRGB image of one colour.
+VImage flat(double r, double g, double b, int width = kW, int height = kH) {
+  return srgb(VImage::black(width, height, VImage::option()->set("bands", 3)) +
+              std::vector<double>{r, g, b});
+}
+/// Mean linear luminance.
+double luma(const VImage& image) {
+  const VImage l = image.colourspace(VIPS_INTERPRETATION_scRGB);
+  return 0.2126 * l[0].avg() + 0.7152 * l[1].avg() + 0.0722 * l[2].avg();
+}
+/// A stack of these values, set by the user.
+core::EditStack stackOf(const std::vector<Scalar>& values) {
+  core::EditStack s;
+  for (auto [kind, v] : values) {
+    s.setScalar(kind, v, core::UserOrigin{}, core::nowSeconds());
+  }
+  return s;
+}
+
 struct Area {
   int x, y, w, h;
 };
@@ -70,10 +93,6 @@ std::pair<double, double> grainBlocks(const VImage& i) {
   return {power.deviate() / power.avg(), power.avg()};
 }
 
-VImage srgb(const VImage& i) {
-  return i.cast(VIPS_FORMAT_UCHAR)
-      .copy(VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
-}
 /// Left half `dark`, right half `bright`, grey.
 VImage halves(double dark, double bright) {
   return flat(dark, dark, dark).insert(flat(bright, bright, bright, kW / 2), kW / 2, 0);
@@ -103,10 +122,6 @@ VImage hueRampX() {
   return srgb(VImage::bandjoin({h * 0 + 60, h * 0 + 40, h})
                   .copy(VImage::option()->set("interpretation", VIPS_INTERPRETATION_LCH))
                   .colourspace(VIPS_INTERPRETATION_sRGB));
-}
-
-core::EditStack stackOf(const std::vector<Scalar>& values) {
-  return scalars(values);
 }
 
 class Render : public ::testing::Test {
@@ -675,7 +690,7 @@ TEST_F(Render, WholeStackFromAFileIsFramedAndRepeats) {
   velko::testing::TempDir dir;
   const std::string path = dir.file("shot.png");
   writePhoto(path, {.width = 600, .height = 400, .pattern = true});
-  core::EditStack stack = scalars({{K::Straighten, 8},
+  core::EditStack stack = stackOf({{K::Straighten, 8},
                                    {K::PerspectiveVertical, 0.4},
                                    {K::LensDistortion, 0.3},
                                    {K::FrameAspect, 1},
