@@ -1,8 +1,9 @@
+#include "app/Library.h"
+
 #include "app/AppFixture.h"
 #include "app/ChildProcess.h"
 #include "app/Exif.h"
 #include "app/Imaging.h"
-#include "app/Library.h"
 #include "core/Uuid.h"
 
 #include <filesystem>
@@ -25,8 +26,12 @@ protected:
     s->bind(1, id);
     return s->step() ? s->int64(0) : -100;
   }
-  std::int64_t state(const std::string& id) { return column(id, "SELECT state FROM photos WHERE id = ?"); }
-  std::int64_t rating(const std::string& id) { return column(id, "SELECT rating FROM photos WHERE id = ?"); }
+  std::int64_t state(const std::string& id) {
+    return column(id, "SELECT state FROM photos WHERE id = ?");
+  }
+  std::int64_t rating(const std::string& id) {
+    return column(id, "SELECT rating FROM photos WHERE id = ?");
+  }
 };
 
 TEST(LibraryExif, MalformedBlocksGiveNoFacts) {
@@ -95,10 +100,15 @@ TEST_F(LibraryScan, VideosThroughFfprobe) {
   const std::string plain = root_.path() + "/plain.mp4", clip = libraryFile("clip.mp4");
   try {
     // Stream copy is how ffmpeg 5 writes a rotation (a display matrix) into MP4.
-    ASSERT_EQ(runProcess({"ffmpeg", "-v", "error", "-f", "lavfi", "-i", "testsrc=size=64x48:rate=10",
-                          "-t", "1.5", "-pix_fmt", "yuv420p", "-y", plain}).exitStatus, 0);
-    ASSERT_EQ(runProcess({"ffmpeg", "-v", "error", "-i", plain, "-c", "copy",
-                          "-metadata:s:v:0", "rotate=90", "-y", clip}).exitStatus, 0);
+    ASSERT_EQ(
+        runProcess({"ffmpeg", "-v", "error", "-f", "lavfi", "-i", "testsrc=size=64x48:rate=10",
+                    "-t", "1.5", "-pix_fmt", "yuv420p", "-y", plain})
+            .exitStatus,
+        0);
+    ASSERT_EQ(runProcess({"ffmpeg", "-v", "error", "-i", plain, "-c", "copy", "-metadata:s:v:0",
+                          "rotate=90", "-y", clip})
+                  .exitStatus,
+              0);
   } catch (const ProgramNotFound&) {
     GTEST_SKIP() << "ffmpeg is not installed";
   }
@@ -157,7 +167,9 @@ TEST_F(LibraryScan, IdsSurviveReopenRenameMoveAndDeletion) {
   fs::rename(libraryFile("c.jpg"), outside);
   app().catalog().write([&](Database& db) {
     db.prepare("UPDATE photos SET state = 2 WHERE id = ?")->bindAll(c).run();
-    db.prepare("INSERT INTO trash VALUES(?, ?, ?, 0)")->bindAll(c, libraryFile("c.jpg"), outside).run();
+    db.prepare("INSERT INTO trash VALUES(?, ?, ?, 0)")
+        ->bindAll(c, libraryFile("c.jpg"), outside)
+        .run();
   });
   EXPECT_EQ(scan().missing, 0);
   fs::rename(outside, libraryFile("sub/c.jpg"));
@@ -203,16 +215,6 @@ TEST_F(LibraryScan, VanishedLibraryFolderMarksNothingMissing) {
   EXPECT_FALSE(call("system.ping").at("libraryAuthorized").as_bool());
   fs::rename(library_ + "-away", library_);
   EXPECT_EQ(scan().unchanged, 1);
-}
-
-TEST_F(LibraryScan, BackgroundScanPicksUpNewFilesAndStops) {
-  open(false);
-  app().library().start();
-  writePhoto(libraryFile("late.jpg"), {});
-  const std::string id = app().library().addFile(libraryFile("late.jpg"));
-  EXPECT_EQ(ids(), std::vector<std::string>{id});
-  EXPECT_THROW(app().library().addFile(libraryFile("missing.jpg")), std::runtime_error);
-  app().library().stop();
 }
 
 } // namespace

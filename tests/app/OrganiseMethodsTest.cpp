@@ -22,31 +22,6 @@ protected:
   }
 };
 
-TEST_F(OrganiseMethods, ChangesShowInPhotoGetAndSkipUnknownOrRepeatedIds) {
-  const std::string a = openWith(1).at(0);
-  struct Row {
-    const char* method;
-    const char* key;
-    json::Value value;
-    const char *record, *field;
-    json::Value expected;
-  } rows[] = {
-      {"photo.rate", "rating", 4, "metadata", "rating", 4},
-      {"photo.flag", "flag", "pick", "metadata", "flag", 1},
-      {"photo.label", "color", "none", "metadata", "colorLabel", 0},
-      {"photo.hide", "hidden", true, "photo", "isHidden", true},
-  };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(std::string(row.method) + " " + json::toCompact(row.value));
-    json::Value r =
-        call(row.method, json::Object{{"ids", json::Array{a, "nope", a}}, {row.key, row.value}});
-    EXPECT_EQ(r.at("updated").as_int64(), 1);
-    EXPECT_EQ(r.at("skipped"), (json::Array{"nope", a}));
-    EXPECT_EQ(call("photo.get", json::Object{{"id", a}}).at(row.record).at(row.field),
-              row.expected);
-  }
-}
-
 TEST_F(OrganiseMethods, GroupsByIdAndByNameWithNestingAndCounts) {
   const auto ids = openWith(3);
   json::Value animals = call(
