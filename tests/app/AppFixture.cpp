@@ -1,5 +1,6 @@
 #include "app/AppFixture.h"
 
+#include "app/Imaging.h"
 #include "app/Library.h"
 #include "app/Methods.h"
 #include "json/Codec.h"
@@ -10,8 +11,10 @@
 #include <filesystem>
 #include <fstream>
 #include <glib.h>
+#include <sqlite3.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <thread>
 #include <unistd.h>
 #include <vips/vips8>
 
@@ -131,6 +134,58 @@ std::optional<std::string> roundTrip(const std::string& socketPath, std::string_
   }
   const std::size_t end = reply.find('\n');
   return end == std::string::npos ? std::nullopt : std::optional(reply.substr(0, end));
+}
+
+std::optional<json::Value> rpc(const std::string& socketPath, std::string_view method,
+                               const json::Value& params) {
+  const auto reply = roundTrip(
+      socketPath, json::toCompact(json::Object{
+                      {"jsonrpc", "2.0"}, {"id", 1}, {"method", method}, {"params", params}}) +
+                      "\n");
+  return reply ? std::optional(json::parse(*reply)) : std::nullopt;
+}
+
+bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds limit,
+             std::chrono::milliseconds every) {
+  const auto until = std::chrono::steady_clock::now() + limit;
+  while (!done()) {
+    if (std::chrono::steady_clock::now() > until) {
+      return false;
+    }
+    std::this_thread::sleep_for(every);
+  }
+  return true;
+}
+
+std::vector<std::vector<std::string>> readRows(const std::string& file, const std::string& sql) {
+  sqlite3* db = nullptr;
+  sqlite3_stmt* s = nullptr;
+  if (sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK ||
+      sqlite3_busy_timeout(db, 5000) != SQLITE_OK ||
+      sqlite3_prepare_v2(db, sql.c_str(), -1, &s, nullptr) != SQLITE_OK) {
+    const std::string why = file + ": " + sqlite3_errmsg(db);
+    sqlite3_close(db);
+    throw std::runtime_error(why);
+  }
+  std::vector<std::vector<std::string>> rows;
+  while (sqlite3_step(s) == SQLITE_ROW) {
+    std::vector<std::string>& row = rows.emplace_back();
+    for (int i = 0; i < sqlite3_column_count(s); ++i) {
+      const unsigned char* text = sqlite3_column_text(s, i);
+      row.emplace_back(text != nullptr ? reinterpret_cast<const char*>(text) : "");
+    }
+  }
+  sqlite3_finalize(s);
+  sqlite3_close(db);
+  return rows;
+}
+
+void ProgramTest::SetUp() {
+  const std::string why = velko::testing::privateHomeUnavailableReason();
+  if (!why.empty()) {
+    GTEST_SKIP() << why;
+  }
+  initImaging();
 }
 
 std::vector<std::string> ProgramRoot::headless(const std::string& headless,

@@ -10,7 +10,9 @@
 #include "support/ServerProcess.h"
 #include "support/TestPeer.h"
 
+#include <chrono>
 #include <filesystem>
+#include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 #include <optional>
@@ -46,6 +48,19 @@ int connectUnix(const std::string& path);
 /// `bytes` sent on a connection of its own; the first reply line without its newline, or nothing
 /// when the connection closed (or the limit passed) first.
 std::optional<std::string> roundTrip(const std::string& socketPath, std::string_view bytes);
+/// One JSON-RPC request on a roundTrip; the reply, or nothing when none came.
+std::optional<json::Value> rpc(const std::string& socketPath, std::string_view method,
+                               const json::Value& params = json::Object{});
+
+/// Calls `done` every `every` until it holds or `limit` has passed; whether it held.
+bool waitFor(const std::function<bool()>& done,
+             std::chrono::milliseconds limit = std::chrono::seconds(30),
+             std::chrono::milliseconds every = std::chrono::milliseconds(50));
+
+/// Every row of `sql` over an SQLite file, each column as text (NULL as ""), through a read-only
+/// connection that leaves the file (and its write-ahead log) as it was. Throws
+/// std::runtime_error.
+std::vector<std::vector<std::string>> readRows(const std::string& file, const std::string& sql);
 
 /// A temporary root holding home/, library/ and the application's log, for tests that run the
 /// built programs in a private mount namespace whose home is root/home.
@@ -61,6 +76,14 @@ struct ProgramRoot {
   /// once the socket is there; otherwise the application is exec'd.
   std::vector<std::string> headless(const std::string& headless, const std::string& flags,
                                     const std::string& mcp = "") const;
+};
+
+/// A test of the built programs in a private mount namespace over root_, with libvips ready for
+/// writing its photos; skipped where no namespace can be made.
+class ProgramTest : public ::testing::Test {
+protected:
+  void SetUp() override;
+  ProgramRoot root_;
 };
 
 /// A tool call's reply: whether it is an error, its first text (parsed too, when it is JSON) and
