@@ -18,9 +18,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-class ContentFixture : public AppFixture {
+class Content : public AppFixture {
 protected:
-  ContentFixture() { initImaging(); }
+  Content() { initImaging(); }
 
   std::string idOf(const std::string& path) {
     auto a = app().catalog().access();
@@ -48,12 +48,7 @@ protected:
   }
 };
 
-using ContentSimilar = ContentFixture;
-using ContentDelete = ContentFixture;
-using ContentImport = ContentFixture;
-using ContentMovies = ContentFixture;
-
-TEST_F(ContentSimilar, RanksAResizedReencodedCopyFirst) {
+TEST_F(Content, SimilarRanksAResizedReencodedCopyFirst) {
   writePhoto(libraryFile("a.jpg"), {.width = 64, .height = 48, .pattern = true});
   writePhoto(libraryFile("b.jpg"), {.width = 48, .height = 64, .pattern = true});
   writePhoto(libraryFile("c.jpg"), {.width = 96, .height = 48, .pattern = true});
@@ -100,7 +95,7 @@ TEST_F(ContentSimilar, RanksAResizedReencodedCopyFirst) {
   EXPECT_NE(r.at("matches").as_array()[0].at("id").as_string(), copy);
 }
 
-TEST_F(ContentDelete, NeedsTheFlagThenMovesToTrash) {
+TEST_F(Content, DeleteNeedsTheFlagThenMovesToTrash) {
   writePhoto(libraryFile("a.jpg"), {});
   writePhoto(libraryFile("sub/b.jpg"), {});
   open();
@@ -127,7 +122,7 @@ TEST_F(ContentDelete, NeedsTheFlagThenMovesToTrash) {
   EXPECT_TRUE(fs::is_regular_file(s->text(1)));
 }
 
-TEST_F(ContentImport, ImportsGoodStagedFilesAndRefusesTheRest) {
+TEST_F(Content, ImportTakesGoodStagedFilesAndRefusesTheRest) {
   char date[16];
   const std::time_t now = std::time(nullptr);
   std::tm tm{};
@@ -159,7 +154,7 @@ TEST_F(ContentImport, ImportsGoodStagedFilesAndRefusesTheRest) {
   EXPECT_EQ(ids().size(), 2u);
 }
 
-TEST_F(ContentMovies, MakesAndListsMoviesOfVideosOnly) {
+TEST_F(Content, MoviesAreMadeOfVideosOnlyAndGradedOnCommit) {
   if (!writeClip(libraryFile("one.mp4"), 2) || !writeClip(libraryFile("two.mp4"), 1)) {
     GTEST_SKIP() << "ffmpeg is not installed";
   }
