@@ -1,6 +1,6 @@
-// Test support for the application: JPEGs with real EXIF blocks written through libexif, and a
+// Test support for the application: photos with real EXIF blocks written through libvips, a
 // fixture holding an App over a temporary home and library, with a call() that goes through the
-// same request path as a socket connection.
+// same request path as a socket connection, and what the tests of the built programs share.
 #pragma once
 
 #include "app/App.h"
