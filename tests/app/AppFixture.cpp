@@ -1,5 +1,6 @@
 #include "app/AppFixture.h"
 
+#include "app/Imaging.h"
 #include "app/Library.h"
 #include "app/Methods.h"
 #include "json/Codec.h"
@@ -10,97 +11,32 @@
 #include <filesystem>
 #include <fstream>
 #include <glib.h>
-#include <libexif/exif-data.h>
+#include <sqlite3.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <thread>
 #include <unistd.h>
 #include <vips/vips8>
 
 namespace velko::app::testing {
 namespace {
 
-/// The entry for the tag, created when missing, with fresh data of `components` values.
-ExifEntry* replaceEntry(ExifData* data, ExifIfd ifd, ExifTag tag, ExifFormat format,
-                        std::size_t components) {
-  ExifEntry* e = exif_content_get_entry(data->ifd[ifd], tag);
-  if (!e) {
-    e = exif_entry_new();
-    e->tag = tag;
-    exif_content_add_entry(data->ifd[ifd], e);
-    exif_entry_unref(e);
-  }
-  free(e->data);
-  e->format = format;
-  e->components = components;
-  e->size = static_cast<unsigned>(exif_format_get_size(format) * components);
-  e->data = static_cast<unsigned char*>(malloc(e->size));
-  return e;
+/// `v` as an EXIF rational over `denominator`.
+std::string rational(double v, long denominator) {
+  return std::to_string(std::llround(v * static_cast<double>(denominator))) + "/" +
+         std::to_string(denominator);
 }
 
-void setShort(ExifData* data, ExifIfd ifd, ExifTag tag, int value) {
-  exif_set_short(replaceEntry(data, ifd, tag, EXIF_FORMAT_SHORT, 1)->data, EXIF_BYTE_ORDER_INTEL,
-                 static_cast<ExifShort>(value));
-}
-
-void setAscii(ExifData* data, ExifIfd ifd, ExifTag tag, const std::string& text) {
-  ExifEntry* e = replaceEntry(data, ifd, tag, EXIF_FORMAT_ASCII, text.size() + 1);
-  std::memcpy(e->data, text.c_str(), text.size() + 1);
-}
-
-void setRationals(ExifData* data, ExifIfd ifd, ExifTag tag, std::initializer_list<ExifRational> values) {
-  ExifEntry* e = replaceEntry(data, ifd, tag, EXIF_FORMAT_RATIONAL, values.size());
-  unsigned i = 0;
-  for (const ExifRational& r : values) {
-    exif_set_rational(e->data + 8 * i++, EXIF_BYTE_ORDER_INTEL, r);
-  }
-}
-
-ExifRational rational(double v, unsigned denominator) {
-  return {static_cast<ExifLong>(std::llround(v * denominator)), denominator};
-}
-
-void setDegrees(ExifData* data, int tag, int refTag, double value, const char* pos,
+/// Signed decimal degrees as the three rationals of a GPS tag and its reference letter.
+void setDegrees(vips::VImage& image, const std::string& tag, double value, const char* pos,
                 const char* neg) {
   const double a = std::fabs(value);
   const double d = std::floor(a);
   const double m = std::floor((a - d) * 60);
-  const double s = ((a - d) * 60 - m) * 60;
-  setRationals(data, EXIF_IFD_GPS, static_cast<ExifTag>(tag), {rational(d, 1), rational(m, 1), rational(s, 10000)});
-  setAscii(data, EXIF_IFD_GPS, static_cast<ExifTag>(refTag), value < 0 ? neg : pos);
-}
-
-std::string exifBlock(const PhotoSpec& shot) {
-  ExifData* data = exif_data_new();
-  exif_data_set_byte_order(data, EXIF_BYTE_ORDER_INTEL);
-  exif_data_set_data_type(data, EXIF_DATA_TYPE_COMPRESSED);
-  setShort(data, EXIF_IFD_0, EXIF_TAG_ORIENTATION, shot.orientation);
-  if (shot.make) setAscii(data, EXIF_IFD_0, EXIF_TAG_MAKE, *shot.make);
-  if (shot.model) setAscii(data, EXIF_IFD_0, EXIF_TAG_MODEL, *shot.model);
-  if (shot.lens) setAscii(data, EXIF_IFD_EXIF, EXIF_TAG_LENS_MODEL, *shot.lens);
-  if (shot.dateTimeOriginal)
-    setAscii(data, EXIF_IFD_EXIF, EXIF_TAG_DATE_TIME_ORIGINAL, *shot.dateTimeOriginal);
-  if (shot.iso)
-    setShort(data, EXIF_IFD_EXIF, EXIF_TAG_ISO_SPEED_RATINGS, *shot.iso);
-  if (shot.exposureSeconds) {
-    const double t = *shot.exposureSeconds;
-    setRationals(data, EXIF_IFD_EXIF, EXIF_TAG_EXPOSURE_TIME,
-                 {t < 1 ? ExifRational{1, static_cast<ExifLong>(std::llround(1 / t))}
-                        : rational(t, 10)});
-  }
-  if (shot.fNumber) setRationals(data, EXIF_IFD_EXIF, EXIF_TAG_FNUMBER, {rational(*shot.fNumber, 10)});
-  if (shot.focalLength)
-    setRationals(data, EXIF_IFD_EXIF, EXIF_TAG_FOCAL_LENGTH, {rational(*shot.focalLength, 10)});
-  if (shot.latitude && shot.longitude) {
-    setDegrees(data, EXIF_TAG_GPS_LATITUDE, EXIF_TAG_GPS_LATITUDE_REF, *shot.latitude, "N", "S");
-    setDegrees(data, EXIF_TAG_GPS_LONGITUDE, EXIF_TAG_GPS_LONGITUDE_REF, *shot.longitude, "E", "W");
-  }
-  unsigned char* bytes = nullptr;
-  unsigned int size = 0;
-  exif_data_save_data(data, &bytes, &size);
-  std::string block(reinterpret_cast<char*>(bytes), size);
-  free(bytes);
-  exif_data_unref(data);
-  return block;
+  const std::string dms =
+      rational(d, 1) + " " + rational(m, 1) + " " + rational(((a - d) * 60 - m) * 60, 10000);
+  image.set(("exif-ifd3-" + tag).c_str(), dms.c_str());
+  image.set(("exif-ifd3-" + tag + "Ref").c_str(), value < 0 ? neg : pos);
 }
 
 } // namespace
@@ -111,17 +47,45 @@ void writePhoto(const std::string& path, const PhotoSpec& shot) {
   if (shot.pattern) {
     vips::VImage x = vips::VImage::xyz(shot.width, shot.height);
     vips::VImage dx = x[0] - shot.width / 2.0, dy = x[1] - shot.height / 2.0;
-    vips::VImage disc = ((dx * dx + dy * dy) < (shot.height * shot.height / 9.0)).ifthenelse(255, 0);
-    image = vips::VImage::bandjoin({x[0] * (255.0 / shot.width), x[1] * (255.0 / shot.height), disc});
+    vips::VImage disc =
+        ((dx * dx + dy * dy) < (shot.height * shot.height / 9.0)).ifthenelse(255, 0);
+    image =
+        vips::VImage::bandjoin({x[0] * (255.0 / shot.width), x[1] * (255.0 / shot.height), disc});
   } else {
     image = vips::VImage::black(shot.width, shot.height, vips::VImage::option()->set("bands", 3)) +
             std::vector<double>{double(shot.red), double(shot.green), double(shot.blue)};
   }
-  image = image.cast(VIPS_FORMAT_UCHAR).copy(
-      vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
-  const std::string block = exifBlock(shot);
-  image.set("exif-data", nullptr, const_cast<char*>(block.data()), block.size());
-  // libvips rewrites the orientation tag from this field when it saves.
+  image = image.cast(VIPS_FORMAT_UCHAR)
+              .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+  // An empty EXIF block (an Intel TIFF header and an empty first directory), which libvips fills
+  // from the fields below when it saves.
+  static constexpr char kEmptyExif[] = "Exif\0\0II*\0\x08\0\0\0\0\0\0\0\0\0";
+  image.set(VIPS_META_EXIF_NAME, nullptr, const_cast<char*>(kEmptyExif), sizeof kEmptyExif - 1);
+  const std::pair<const char*, std::optional<std::string>> text[] = {
+      {"exif-ifd0-Make", shot.make},
+      {"exif-ifd0-Model", shot.model},
+      {"exif-ifd2-LensModel", shot.lens},
+      {"exif-ifd2-DateTimeOriginal", shot.dateTimeOriginal},
+      {"exif-ifd2-ISOSpeedRatings",
+       shot.iso ? std::optional(std::to_string(*shot.iso)) : std::nullopt},
+      {"exif-ifd2-FNumber",
+       shot.fNumber ? std::optional(rational(*shot.fNumber, 10)) : std::nullopt},
+      {"exif-ifd2-FocalLength",
+       shot.focalLength ? std::optional(rational(*shot.focalLength, 10)) : std::nullopt},
+  };
+  for (const auto& [field, value] : text) {
+    if (value) {
+      image.set(field, value->c_str());
+    }
+  }
+  if (const auto t = shot.exposureSeconds) {
+    image.set("exif-ifd2-ExposureTime",
+              (*t < 1 ? "1/" + std::to_string(std::llround(1 / *t)) : rational(*t, 10)).c_str());
+  }
+  if (shot.latitude && shot.longitude) {
+    setDegrees(image, "GPSLatitude", *shot.latitude, "N", "S");
+    setDegrees(image, "GPSLongitude", *shot.longitude, "E", "W");
+  }
   image.set("orientation", shot.orientation);
   image.write_to_file(path.c_str());
 }
@@ -137,34 +101,6 @@ vips::VImage decodeBase64Image(std::string_view base64) {
   vips::VImage image = vips::VImage::new_from_buffer(bytes, size, "").copy_memory();
   g_free(bytes);
   return image;
-}
-
-vips::VImage flat(double r, double g, double b, int width, int height) {
-  return (vips::VImage::black(width, height, vips::VImage::option()->set("bands", 3)) +
-          std::vector<double>{r, g, b})
-      .cast(VIPS_FORMAT_UCHAR)
-      .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
-}
-
-double luma(const vips::VImage& image) {
-  const vips::VImage l = image.colourspace(VIPS_INTERPRETATION_scRGB);
-  return 0.2126 * l[0].avg() + 0.7152 * l[1].avg() + 0.0722 * l[2].avg();
-}
-
-core::EditStack scalars(const std::vector<std::pair<core::AdjustmentKind, double>>& values) {
-  core::EditStack s;
-  for (auto [kind, v] : values) {
-    s.setScalar(kind, v, core::UserOrigin{}, core::nowSeconds());
-  }
-  return s;
-}
-
-std::string pixelBytes(const vips::VImage& image) {
-  std::size_t size = 0;
-  void* data = image.write_to_memory(&size);
-  std::string copy(static_cast<const char*>(data), size);
-  g_free(data);
-  return copy;
 }
 
 int connectUnix(const std::string& path) {
@@ -198,6 +134,58 @@ std::optional<std::string> roundTrip(const std::string& socketPath, std::string_
   }
   const std::size_t end = reply.find('\n');
   return end == std::string::npos ? std::nullopt : std::optional(reply.substr(0, end));
+}
+
+std::optional<json::Value> rpc(const std::string& socketPath, std::string_view method,
+                               const json::Value& params) {
+  const auto reply = roundTrip(
+      socketPath, json::toCompact(json::Object{
+                      {"jsonrpc", "2.0"}, {"id", 1}, {"method", method}, {"params", params}}) +
+                      "\n");
+  return reply ? std::optional(json::parse(*reply)) : std::nullopt;
+}
+
+bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds limit,
+             std::chrono::milliseconds every) {
+  const auto until = std::chrono::steady_clock::now() + limit;
+  while (!done()) {
+    if (std::chrono::steady_clock::now() > until) {
+      return false;
+    }
+    std::this_thread::sleep_for(every);
+  }
+  return true;
+}
+
+std::vector<std::vector<std::string>> readRows(const std::string& file, const std::string& sql) {
+  sqlite3* db = nullptr;
+  sqlite3_stmt* s = nullptr;
+  if (sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK ||
+      sqlite3_busy_timeout(db, 5000) != SQLITE_OK ||
+      sqlite3_prepare_v2(db, sql.c_str(), -1, &s, nullptr) != SQLITE_OK) {
+    const std::string why = file + ": " + sqlite3_errmsg(db);
+    sqlite3_close(db);
+    throw std::runtime_error(why);
+  }
+  std::vector<std::vector<std::string>> rows;
+  while (sqlite3_step(s) == SQLITE_ROW) {
+    std::vector<std::string>& row = rows.emplace_back();
+    for (int i = 0; i < sqlite3_column_count(s); ++i) {
+      const unsigned char* text = sqlite3_column_text(s, i);
+      row.emplace_back(text != nullptr ? reinterpret_cast<const char*>(text) : "");
+    }
+  }
+  sqlite3_finalize(s);
+  sqlite3_close(db);
+  return rows;
+}
+
+void ProgramTest::SetUp() {
+  const std::string why = velko::testing::privateHomeUnavailableReason();
+  if (!why.empty()) {
+    GTEST_SKIP() << why;
+  }
+  initImaging();
 }
 
 std::vector<std::string> ProgramRoot::headless(const std::string& headless,
@@ -270,8 +258,7 @@ json::Value McpSession::ok(std::string_view name, const json::Value& arguments) 
   return r.text;
 }
 
-AppFixture::AppFixture()
-    : home_(root_.path() + "/home"), library_(root_.path() + "/library") {
+AppFixture::AppFixture() : home_(root_.path() + "/home"), library_(root_.path() + "/library") {
   std::filesystem::create_directories(home_);
   std::filesystem::create_directories(library_);
   options_.library = library_;
@@ -279,7 +266,9 @@ AppFixture::AppFixture()
   options_.luts = home_ + "/.velko/luts";
 }
 
-AppFixture::~AppFixture() { app_.reset(); }
+AppFixture::~AppFixture() {
+  app_.reset();
+}
 
 void AppFixture::open(bool scan) {
   app_.reset();

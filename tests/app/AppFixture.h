@@ -1,17 +1,18 @@
-// Test support for the application: JPEGs with real EXIF blocks written through libexif, and a
+// Test support for the application: photos with real EXIF blocks written through libvips, a
 // fixture holding an App over a temporary home and library, with a call() that goes through the
-// same request path as a socket connection.
+// same request path as a socket connection, and what the tests of the built programs share.
 #pragma once
 
 #include "app/App.h"
-#include "core/EditStack.h"
 #include "json/Value.h"
 #include "json/Writer.h"
 #include "protocol/Rpc.h"
 #include "support/ServerProcess.h"
 #include "support/TestPeer.h"
 
+#include <chrono>
 #include <filesystem>
+#include <functional>
 #include <gtest/gtest.h>
 #include <memory>
 #include <optional>
@@ -34,7 +35,7 @@ struct PhotoSpec {
   int orientation = 1;
 };
 
-/// Writes a JPEG (or, by the extension, PNG/TIFF/WebP) of that shot; EXIF is attached for JPEG.
+/// Writes a JPEG (or, by the extension, PNG/TIFF/WebP) of that shot, with its EXIF.
 void writePhoto(const std::string& path, const PhotoSpec& shot);
 
 /// The whole of a file; empty when it cannot be read.
@@ -42,20 +43,24 @@ std::string readFile(const std::string& path);
 /// Base64 bytes (a reply's pngBase64) decoded into an image in memory.
 vips::VImage decodeBase64Image(std::string_view base64);
 
-/// An 8-bit sRGB image of one colour.
-vips::VImage flat(double r, double g, double b, int width = 96, int height = 64);
-/// Mean linear luminance.
-double luma(const vips::VImage& image);
-/// A stack of these values, set by the user.
-core::EditStack scalars(const std::vector<std::pair<core::AdjustmentKind, double>>& values);
-/// The image's pixels, for comparing two renders byte for byte.
-std::string pixelBytes(const vips::VImage& image);
-
 /// A connection to a Unix socket, with 10-second send and receive limits; -1 when refused.
 int connectUnix(const std::string& path);
 /// `bytes` sent on a connection of its own; the first reply line without its newline, or nothing
 /// when the connection closed (or the limit passed) first.
 std::optional<std::string> roundTrip(const std::string& socketPath, std::string_view bytes);
+/// One JSON-RPC request on a roundTrip; the reply, or nothing when none came.
+std::optional<json::Value> rpc(const std::string& socketPath, std::string_view method,
+                               const json::Value& params = json::Object{});
+
+/// Calls `done` every `every` until it holds or `limit` has passed; whether it held.
+bool waitFor(const std::function<bool()>& done,
+             std::chrono::milliseconds limit = std::chrono::seconds(30),
+             std::chrono::milliseconds every = std::chrono::milliseconds(50));
+
+/// Every row of `sql` over an SQLite file, each column as text (NULL as ""), through a read-only
+/// connection that leaves the file (and its write-ahead log) as it was. Throws
+/// std::runtime_error.
+std::vector<std::vector<std::string>> readRows(const std::string& file, const std::string& sql);
 
 /// A temporary root holding home/, library/ and the application's log, for tests that run the
 /// built programs in a private mount namespace whose home is root/home.
@@ -71,6 +76,14 @@ struct ProgramRoot {
   /// once the socket is there; otherwise the application is exec'd.
   std::vector<std::string> headless(const std::string& headless, const std::string& flags,
                                     const std::string& mcp = "") const;
+};
+
+/// A test of the built programs in a private mount namespace over root_, with libvips ready for
+/// writing its photos; skipped where no namespace can be made.
+class ProgramTest : public ::testing::Test {
+protected:
+  void SetUp() override;
+  ProgramRoot root_;
 };
 
 /// A tool call's reply: whether it is an error, its first text (parsed too, when it is JSON) and
@@ -122,7 +135,9 @@ protected:
   /// The ids of the catalogue, newest first.
   std::vector<std::string> ids();
 
-  std::string libraryFile(std::string_view relative) const { return library_ + "/" + std::string(relative); }
+  std::string libraryFile(std::string_view relative) const {
+    return library_ + "/" + std::string(relative);
+  }
 
   velko::testing::TempDir root_;
   std::string home_;

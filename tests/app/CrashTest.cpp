@@ -6,18 +6,13 @@
 // reply may or may not have happened), and every user file must be in exactly one place across
 // the library, the exchange folder and the trash.
 #include "app/AppFixture.h"
-#include "app/Imaging.h"
-#include "json/Value.h"
 #include "json/Writer.h"
-#include "support/ServerProcess.h"
 
 #include <atomic>
 #include <csignal>
-#include <filesystem>
 #include <map>
 #include <random>
 #include <set>
-#include <sqlite3.h>
 #include <thread>
 #include <xxhash.h>
 
@@ -37,71 +32,34 @@ std::uint64_t fileHash(const fs::path& path) {
   return XXH3_64bits(bytes.data(), bytes.size());
 }
 
-/// One request on a connection of its own; the reply envelope, or nothing when none came.
-std::optional<json::Value> request(const std::string& socketPath, std::string_view method,
-                                   json::Object params = {}) {
-  const auto reply = roundTrip(
-      socketPath,
-      json::toCompact(json::Object{
-          {"jsonrpc", "2.0"}, {"id", 1}, {"method", method}, {"params", std::move(params)}}) +
-          "\n");
-  return reply ? std::optional(json::parse(*reply)) : std::nullopt;
-}
-
-/// What the catalogue holds for one photo.
+/// What the catalogue holds for one photo; state 2 is in the trash.
 struct Row {
-  std::int64_t state = 0, rating = 0, flag = 0, version = 0;
-  bool keyword = false;
+  std::int64_t state = 0, rating = 0, flag = 0, version = 0, keyword = 0;
   std::string path;
 };
+using Field = std::int64_t Row::*;
+constexpr std::pair<const char*, Field> kFields[] = {{"state", &Row::state},
+                                                     {"rating", &Row::rating},
+                                                     {"flag", &Row::flag},
+                                                     {"stack version", &Row::version},
+                                                     {"keyword", &Row::keyword}};
 
-struct Catalogue {
-  std::string integrity;
+std::map<std::string, Row> photosIn(const std::string& catalogue) {
   std::map<std::string, Row> photos;
-  std::map<std::string, std::string> trash; ///< photo id to trash path
-};
-
-Catalogue readCatalogue(const std::string& file) {
-  Catalogue c;
-  sqlite3* db = nullptr;
-  if (sqlite3_open_v2(file.c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
-    c.integrity = std::string("cannot open: ") + sqlite3_errmsg(db);
-    sqlite3_close(db);
-    return c;
+  for (const auto& r : readRows(
+           catalogue, "SELECT id, state, rating, flag, stack_version, EXISTS(SELECT 1 FROM "
+                      "group_members m JOIN groups g ON g.id = m.group_id WHERE g.name = 'crash' "
+                      "AND m.photo_id = p.id), path FROM photos p")) {
+    photos[r[0]] = {std::stoll(r[1]), std::stoll(r[2]), std::stoll(r[3]),
+                    std::stoll(r[4]), std::stoll(r[5]), r[6]};
   }
-  sqlite3_busy_timeout(db, 5000);
-  auto each = [&](const char* sql, auto&& row) {
-    sqlite3_stmt* s = nullptr;
-    if (sqlite3_prepare_v2(db, sql, -1, &s, nullptr) != SQLITE_OK) {
-      c.integrity += std::string(" ") + sqlite3_errmsg(db);
-    }
-    while (s != nullptr && sqlite3_step(s) == SQLITE_ROW) {
-      row(s);
-    }
-    sqlite3_finalize(s);
-  };
-  auto text = [](sqlite3_stmt* s, int i) {
-    const auto* t = sqlite3_column_text(s, i);
-    return t != nullptr ? std::string(reinterpret_cast<const char*>(t)) : std::string();
-  };
-  each("PRAGMA integrity_check", [&](sqlite3_stmt* s) { c.integrity += text(s, 0); });
-  each("SELECT id, state, rating, flag, stack_version, path, EXISTS(SELECT 1 FROM group_members "
-       "m JOIN groups g ON g.id = m.group_id WHERE g.name = 'crash' AND m.photo_id = p.id) "
-       "FROM photos p",
-       [&](sqlite3_stmt* s) {
-         c.photos[text(s, 0)] = {sqlite3_column_int64(s, 1), sqlite3_column_int64(s, 2),
-                                 sqlite3_column_int64(s, 3), sqlite3_column_int64(s, 4),
-                                 sqlite3_column_int(s, 6) != 0, text(s, 5)};
-       });
-  each("SELECT photo_id, trash_path FROM trash",
-       [&](sqlite3_stmt* s) { c.trash[text(s, 0)] = text(s, 1); });
-  sqlite3_close(db);
-  return c;
+  return photos;
 }
 
-/// A change that was sent; `value` is what the field becomes if it happened.
+/// A change that was sent: `field` becomes `value` if it happened.
 struct Change {
   std::string method, id;
+  Field field = nullptr;
   std::int64_t value = 0;
 };
 
@@ -114,36 +72,13 @@ struct Worker {
   int acknowledged = 0;
 };
 
-class Crash : public ::testing::Test {
+class Crash : public ProgramTest {
 protected:
-  void SetUp() override {
-    const std::string why = velko::testing::privateHomeUnavailableReason();
-    if (!why.empty()) {
-      GTEST_SKIP() << why;
-    }
-    initImaging();
-    // Every file differs, so its content hash names it wherever it moves.
-    for (int i = 0; i < kLibraryPhotos + kStaged; ++i) {
-      const PhotoSpec shot{.width = 48 + i,
-                           .red = static_cast<unsigned char>(5 * i),
-                           .dateTimeOriginal =
-                               "2024:05:01 10:" + std::to_string(10 + i % 50) + ":00"};
-      const std::string path = i < kLibraryPhotos
-                                   ? library() + "/p" + std::to_string(i) + ".jpg"
-                                   : home() + "/.velko/exchange/s" + std::to_string(i) + ".jpg";
-      writePhoto(path, shot);
-      known_.insert(fileHash(path));
-      if (i >= kLibraryPhotos) {
-        staged_.push_back(fs::path(path).filename().string());
-      }
-    }
-    ASSERT_EQ(known_.size(), static_cast<std::size_t>(kLibraryPhotos + kStaged));
-  }
-
   std::string home() const { return root_.home(); }
   std::string library() const { return root_.library(); }
   std::string socket() const { return home() + "/.velko/ipc.sock"; }
-  std::string catalogFile() const { return home() + "/.velko/headless/catalog.sqlite"; }
+  std::string catalogue() const { return home() + "/.velko/headless/catalog.sqlite"; }
+  std::string integrity() const { return readRows(catalogue(), "PRAGMA integrity_check")[0][0]; }
   /// A path the application wrote, as this process reaches it outside the namespace.
   std::string outside(const std::string& path) const {
     const std::string real = velko::testing::passwordHome() + "/";
@@ -153,15 +88,12 @@ protected:
   /// Starts the application and waits until it answers with `photos` indexed.
   void start(std::int64_t photos) {
     app_ = std::make_unique<ServerProcess>(root_.headless(VELKO_HEADLESS_PATH, "--allow-delete"));
-    for (int tries = 0; tries < 600; ++tries) {
-      const auto ping = request(socket(), "system.ping");
-      if (ping && ping->as_object().contains("result") &&
-          ping->at("result").at("photoCount").as_int64() >= photos) {
-        return;
-      }
-      std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    }
-    FAIL() << "velko-headless did not come up:\n" << root_.log();
+    ASSERT_TRUE(waitFor([&] {
+      const auto ping = rpc(socket(), "system.ping");
+      return ping && ping->as_object().contains("result") &&
+             ping->at("result").at("photoCount").as_int64() >= photos;
+    })) << "velko-headless did not come up:\n"
+        << root_.log();
   }
 
   void kill() {
@@ -170,8 +102,9 @@ protected:
     app_.reset();
   }
 
-  /// Sends changes until the kill cuts one off.
-  void work(Worker& w, int round) {
+  /// Sends changes until the kill cuts one off; one move of a user file (an import when
+  /// `imports`, else a deletion) at a random point, which the kill follows closely.
+  void work(Worker& w, bool imports) {
     const std::string exchange = velko::testing::passwordHome() + "/.velko/exchange/";
     std::vector<std::string> live;
     for (const auto& [id, row] : w.expected) {
@@ -179,116 +112,90 @@ protected:
         live.push_back(id);
       }
     }
-    // One move of a user file a round, at a random point; the kill follows it closely.
-    const bool imports = round % 2 == (&w == &workers_[0] ? 0 : 1);
     const int moveAt = static_cast<int>(w.rng() % 150);
-    for (int n = 0;; ++n) {
+    for (int n = 0; !stopping_; ++n) {
       const int dice = static_cast<int>(w.rng() % 100);
-      const std::string id = live.empty() ? "" : live[w.rng() % live.size()];
-      if (stopping_) {
-        return; // nothing left to send before the kill
-      }
-      if (id.empty() && n != moveAt) {
-        continue;
-      }
-      Row& row = w.expected[id];
-      Change c{"", id, 0};
-      json::Object params{{"ids", json::Array{id}}};
+      const std::string id = live[w.rng() % live.size()];
+      const json::Array ids{id};
+      Change c{"keyword.assign", id, &Row::keyword, 1};
+      json::Object params{{"ids", ids}, {"name", "crash"}};
       if (n == moveAt && imports && nextStaged_ < kStaged) {
-        c = {"library.import", "", 0};
-        params = {{"paths", json::Array{exchange + staged_[static_cast<std::size_t>(nextStaged_++)]}}};
+        c = {"library.import", "", nullptr, 0};
+        params = {{"paths", json::Array{exchange + staged_.at(nextStaged_++)}}};
       } else if (n == moveAt && !imports && live.size() > 2) {
-        c = {"photo.delete", id, 2};
+        c = {"photo.delete", id, &Row::state, 2};
+        params = {{"ids", ids}};
       } else if (dice < 30) {
-        c = {"photo.rate", id, static_cast<std::int64_t>(w.rng() % 6)};
-        params["rating"] = c.value;
+        c = {"photo.rate", id, &Row::rating, static_cast<std::int64_t>(w.rng() % 6)};
+        params = {{"ids", ids}, {"rating", c.value}};
       } else if (dice < 55) {
-        static constexpr std::pair<const char*, int> kFlags[] = {{"pick", 1}, {"reject", -1}, {"none", 0}};
-        const auto& f = kFlags[w.rng() % 3];
-        c = {"photo.flag", id, f.second};
-        params["flag"] = f.first;
+        static constexpr const char* kFlags[] = {"reject", "none", "pick"};
+        c = {"photo.flag", id, &Row::flag, static_cast<std::int64_t>(w.rng() % 3) - 1};
+        params = {{"ids", ids}, {"flag", kFlags[c.value + 1]}};
       } else if (dice < 85) {
-        c = {"edit.set", id, row.version + 1};
+        const std::int64_t version = w.expected[id].version;
+        c = {"edit.set", id, &Row::version, version + 1};
         params = {{"id", id},
-                  {"ops", json::Array{json::Object{{"kind", "exposure"}, {"scalar", 0.1 * (w.rng() % 10)}}}},
-                  {"expectedVersion", row.version}};
-      } else {
-        c = {"keyword.assign", id, 1};
-        params["name"] = "crash";
+                  {"ops", json::Array{json::Object{{"kind", "exposure"},
+                                                   {"scalar", 0.1 * (w.rng() % 10)}}}},
+                  {"expectedVersion", version}};
       }
       if (n == moveAt) {
         moveSent_ = true;
       }
-      const auto reply = request(socket(), c.method, params);
+      const auto reply = rpc(socket(), c.method, params);
       if (!reply) {
         w.unanswered = c;
         return;
       }
       ++w.acknowledged;
-      if (!reply->as_object().contains("result")) {
+      const json::Value* result = reply->as_object().if_contains("result");
+      if (result == nullptr) {
         ADD_FAILURE() << c.method << " " << c.id << " failed: " << json::toCompact(*reply);
-        continue;
-      }
-      const json::Value& result = reply->at("result");
-      if (c.method == "library.import") {
-        EXPECT_TRUE(result.at("failed").as_array().empty()) << json::toCompact(result);
-        for (const json::Value& added : result.at("importedIDs").as_array()) {
-          const std::string newId(added.as_string());
-          w.expected[newId] = Row{};
-          live.push_back(newId);
-          imported_.fetch_add(1);
+      } else if (c.method == "library.import") {
+        EXPECT_TRUE(result->at("failed").as_array().empty()) << json::toCompact(*result);
+        for (const json::Value& added : result->at("importedIDs").as_array()) {
+          w.expected[std::string(added.as_string())] = Row{};
+          live.emplace_back(added.as_string());
+          ++imported_;
         }
-        continue;
-      }
-      if (c.method == "edit.set") {
-        row.version = result.at("newVersion").as_int64();
-        EXPECT_EQ(row.version, c.value);
-        continue;
-      }
-      if (result.at("updated").as_int64() != 1) {
-        continue; // a photo whose file went with a cut-off deletion
-      }
-      if (c.method == "photo.rate") {
-        row.rating = c.value;
-      } else if (c.method == "photo.flag") {
-        row.flag = c.value;
-      } else if (c.method == "keyword.assign") {
-        row.keyword = true;
-      } else {
-        row.state = 2;
-        std::erase(live, id);
-        deleted_.fetch_add(1);
+      } else if (c.method == "edit.set") {
+        w.expected[id].version = result->at("newVersion").as_int64();
+        EXPECT_EQ(w.expected[id].version, c.value);
+      } else if (result->at("updated").as_int64() == 1) { // else its file went with a deletion
+        w.expected[id].*c.field = c.value;
+        if (c.field == &Row::state) {
+          std::erase(live, id);
+          ++deleted_;
+        }
       }
     }
   }
 
   /// Checks the catalogue and the files once the application is back, then takes what they
   /// hold as the new expectation (the cut-off requests are settled one way or the other).
-  void verifyAfterRestart(std::vector<Worker>& workers) {
-    const Catalogue c = readCatalogue(catalogFile());
-    ASSERT_EQ(c.integrity, "ok");
-    for (Worker& w : workers) {
-      for (auto& entry : w.expected) {
-        const std::string& id = entry.first;
-        Row& want = entry.second;
+  void verifyAfterRestart() {
+    ASSERT_EQ(integrity(), "ok");
+    const std::map<std::string, Row> photos = photosIn(catalogue());
+    std::map<std::string, std::string> trash;
+    for (const auto& r : readRows(catalogue(), "SELECT photo_id, trash_path FROM trash")) {
+      trash[r[0]] = r[1];
+    }
+    for (Worker& w : workers_) {
+      for (auto& [id, want] : w.expected) {
         SCOPED_TRACE(id);
-        const auto found = c.photos.find(id);
-        ASSERT_NE(found, c.photos.end());
-        const Row& got = found->second;
-        const auto cutOff = [&](std::string_view method, std::int64_t value) {
-          return w.unanswered && w.unanswered->id == id && w.unanswered->method == method &&
-                 w.unanswered->value == value;
-        };
-        EXPECT_TRUE(got.rating == want.rating || cutOff("photo.rate", got.rating));
-        EXPECT_TRUE(got.flag == want.flag || cutOff("photo.flag", got.flag));
-        EXPECT_TRUE(got.version == want.version || cutOff("edit.set", got.version))
-            << got.version << " != " << want.version;
-        EXPECT_TRUE(got.keyword == want.keyword || cutOff("keyword.assign", 1));
-        EXPECT_TRUE(got.state == want.state || cutOff("photo.delete", got.state)) << got.state;
+        ASSERT_TRUE(photos.contains(id));
+        const Row& got = photos.at(id);
+        for (const auto& [name, field] : kFields) {
+          const bool cutOff = w.unanswered && w.unanswered->id == id &&
+                              w.unanswered->field == field && w.unanswered->value == got.*field;
+          EXPECT_TRUE(got.*field == want.*field || cutOff)
+              << name << " " << got.*field << ", acknowledged " << want.*field;
+        }
         // A deletion happened whole or not at all: the row and the file agree.
         if (got.state == 2) {
-          ASSERT_TRUE(c.trash.contains(id));
-          EXPECT_TRUE(fs::exists(outside(c.trash.at(id)))) << c.trash.at(id);
+          ASSERT_TRUE(trash.contains(id));
+          EXPECT_TRUE(fs::exists(outside(trash.at(id)))) << trash.at(id);
         } else {
           EXPECT_TRUE(fs::exists(got.path.starts_with("/") ? got.path : library() + "/" + got.path))
               << got.path;
@@ -317,65 +224,72 @@ protected:
     }
   }
 
-  ProgramRoot root_;
   std::set<std::uint64_t> known_;
   std::vector<std::string> staged_;
   std::vector<Worker> workers_{2};
   std::atomic<bool> stopping_{false}, moveSent_{false};
-  int nextStaged_ = 0; ///< one worker imports in a round
+  std::size_t nextStaged_ = 0; ///< one worker imports in a round
   std::atomic<int> imported_{0}, deleted_{0};
   std::unique_ptr<ServerProcess> app_;
 };
 
 TEST_F(Crash, AcknowledgedChangesAndUserFilesSurviveKills) {
-  ASSERT_NO_FATAL_FAILURE(start(kLibraryPhotos));
-  ASSERT_TRUE(request(socket(), "keyword.create", json::Object{{"name", "crash"}}));
-  std::vector<Worker>& workers = workers_;
-  {
-    const Catalogue c = readCatalogue(catalogFile());
-    ASSERT_EQ(c.photos.size(), static_cast<std::size_t>(kLibraryPhotos));
-    int i = 0;
-    for (const auto& [id, row] : c.photos) {
-      workers[static_cast<std::size_t>(i++ % 2)].expected[id] = row;
+  // Every file differs, so its content hash names it wherever it moves.
+  for (int i = 0; i < kLibraryPhotos + kStaged; ++i) {
+    const std::string name = (i < kLibraryPhotos ? "p" : "s") + std::to_string(i) + ".jpg";
+    const std::string path =
+        (i < kLibraryPhotos ? library() : home() + "/.velko/exchange") + "/" + name;
+    writePhoto(path, {.width = 48 + i,
+                      .red = static_cast<unsigned char>(5 * i),
+                      .dateTimeOriginal = "2024:05:01 10:" + std::to_string(10 + i) + ":00"});
+    known_.insert(fileHash(path));
+    if (i >= kLibraryPhotos) {
+      staged_.push_back(name);
     }
   }
+  ASSERT_EQ(known_.size(), static_cast<std::size_t>(kLibraryPhotos + kStaged));
+  ASSERT_NO_FATAL_FAILURE(start(kLibraryPhotos));
+  ASSERT_TRUE(rpc(socket(), "keyword.create", json::Object{{"name", "crash"}}));
+  const std::map<std::string, Row> photos = photosIn(catalogue());
+  ASSERT_EQ(photos.size(), static_cast<std::size_t>(kLibraryPhotos));
+  int owner = 0;
+  for (const auto& [id, row] : photos) {
+    workers_[static_cast<std::size_t>(owner++ % 2)].expected[id] = row;
+  }
   std::mt19937 rng(kSeed);
-  workers[0].rng.seed(kSeed + 1);
-  workers[1].rng.seed(kSeed + 2);
-  int kills = 0;
+  workers_[0].rng.seed(kSeed + 1);
+  workers_[1].rng.seed(kSeed + 2);
   for (int round = 0; round < kRounds; ++round) {
     SCOPED_TRACE("round " + std::to_string(round));
     stopping_ = false;
     moveSent_ = false;
     std::vector<std::thread> threads;
-    for (Worker& w : workers) {
-      threads.emplace_back([this, worker = &w, round] { work(*worker, round); });
+    for (std::size_t i = 0; i < workers_.size(); ++i) {
+      threads.emplace_back([this, i, round] { work(workers_[i], round % 2 == int(i)); });
     }
-    for (int waited = 0; !moveSent_ && waited < 2000; ++waited) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    waitFor([&] { return moveSent_.load(); }, std::chrono::seconds(2),
+            std::chrono::milliseconds(1));
     std::this_thread::sleep_for(std::chrono::microseconds(rng() % 30000));
     kill();
     stopping_ = true;
-    ++kills;
     for (std::thread& t : threads) {
       t.join();
     }
-    EXPECT_EQ(readCatalogue(catalogFile()).integrity, "ok");
+    EXPECT_EQ(integrity(), "ok");
     ASSERT_NO_FATAL_FAILURE(start(0));
-    ASSERT_NO_FATAL_FAILURE(verifyAfterRestart(workers));
+    ASSERT_NO_FATAL_FAILURE(verifyAfterRestart());
   }
   kill();
-  const int acknowledged = workers[0].acknowledged + workers[1].acknowledged;
-  const std::string text = root_.log();
+  const int acknowledged = workers_[0].acknowledged + workers_[1].acknowledged;
+  const std::string log = root_.log();
   int settled = 0;
-  for (auto at = text.find("was interrupted"); at != std::string::npos;
-       at = text.find("was interrupted", at + 1)) {
+  for (auto at = log.find("was interrupted"); at != std::string::npos;
+       at = log.find("was interrupted", at + 1)) {
     ++settled;
   }
-  std::cout << "[ crash    ] " << kRounds << " rounds, " << kills << " kills, " << acknowledged
-            << " changes acknowledged (" << imported_ << " imports, " << deleted_
-            << " deletions), " << settled << " interrupted moves settled\n";
+  std::cout << "[ crash    ] " << kRounds << " rounds, each ended by a kill: " << acknowledged
+            << " changes acknowledged (" << imported_ << " imports, " << deleted_ << " deletions), "
+            << settled << " interrupted moves settled\n";
   EXPECT_GT(acknowledged, kRounds * 4);
 }
 

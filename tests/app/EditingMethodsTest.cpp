@@ -1,8 +1,6 @@
 #include "app/AppFixture.h"
 #include "app/ColorProfiles.h"
 #include "app/Imaging.h"
-#include "core/Uuid.h"
-#include "json/Writer.h"
 
 #include <filesystem>
 #include <fstream>
@@ -16,23 +14,11 @@ class EditingMethods : public AppFixture {
 protected:
   EditingMethods() { initImaging(); }
 
-  /// A file outside the library folder, catalogued directly, so these tests need no scan.
-  std::string addPhoto(const std::string& name, const PhotoSpec& shot, bool video = false) {
-    const std::string path = root_.path() + "/files/" + name;
-    if (video) {
-      fs::create_directories(root_.path() + "/files");
-      std::ofstream(path) << "not decoded";
-    } else {
-      writePhoto(path, shot);
-    }
-    const std::string id = core::Uuid::random().str() + "/L0/001";
-    app().catalog().write([&](Database& db) {
-      auto s = db.prepare("INSERT INTO photos(id, path, size, mtime_ns, fingerprint, is_video, "
-                          "width, height, added) VALUES(?, ?, 0, 0, ?, ?, ?, ?, 0)");
-      s->bindAll(id, path, id, video, shot.width, shot.height);
-      s->run();
-    });
-    return id;
+  /// Opens a library of this one photo; its id.
+  std::string openWith(const std::string& name, const PhotoSpec& shot) {
+    writePhoto(libraryFile(name), shot);
+    open();
+    return ids().at(0);
   }
 
   json::Value set(const std::string& id, json::Array ops, json::Object extra = {}) {
@@ -46,42 +32,40 @@ protected:
   }
 };
 
-json::Object exposure(double ev) { return {{"kind", "exposure"}, {"scalar", ev}}; }
+json::Object exposure(double ev) {
+  return {{"kind", "exposure"}, {"scalar", ev}};
+}
 
-TEST_F(EditingMethods, SetRecordsTheAgentAndAdvancesTheVersion) {
-  open();
-  const std::string id = addPhoto("a.jpg", {});
+TEST_F(EditingMethods, SetRecordsTheAgentAndRefusedPatchesChangeNothing) {
+  const std::string id = openWith("a.jpg", {});
   json::Value r = set(id, {exposure(0.5), json::Object{{"kind", "contrast"}, {"scalar", 0.2}}},
                       {{"agent", "claude-mcp"}, {"sessionId", "s1"}, {"expectedVersion", 0}});
   EXPECT_EQ(r.at("newVersion").as_int64(), 2);
   EXPECT_FALSE(r.as_object().contains("preview"));
   set(id, {json::Object{{"kind", "treatment"}, {"boolean", true}}});
 
-  json::Value got = call("edit.get", json::Object{{"id", id}});
-  EXPECT_EQ(got.at("version").as_int64(), 3);
-  const json::Value& values = got.at("stack").at("values");
+  const json::Value before = call("edit.get", json::Object{{"id", id}});
+  EXPECT_EQ(before.at("version").as_int64(), 3);
+  const json::Value& values = before.at("stack").at("values");
   EXPECT_EQ(values.at("exposure").at("lastModifiedBy"),
             json::parse(R"({"ai":{"agent":"claude-mcp","sessionId":"s1"}})"));
   EXPECT_EQ(values.at("exposure").at("payload"), json::parse(R"({"scalar":{"_0":0.5}})"));
   EXPECT_EQ(values.at("treatment").at("lastModifiedBy"), json::parse(R"({"user":{}})"));
-}
 
-TEST_F(EditingMethods, RefusedPatchesChangeNothing) {
-  open();
-  const std::string id = addPhoto("a.jpg", {});
-  set(id, {exposure(1), exposure(1.5)});
-  const json::Value before = call("edit.get", json::Object{{"id", id}});
   struct Case {
     const char* name;
     json::Object params;
     std::int64_t code;
   } cases[] = {
-      {"stale version", {{"ops", json::Array{exposure(3)}}, {"expectedVersion", 1}}, -32000},
+      {"stale version", {{"ops", json::Array{exposure(3)}}, {"expectedVersion", 2}}, -32000},
       {"op without a value",
-       {{"ops", json::Array{exposure(3), json::Object{{"kind", "contrast"}}}}}, -32602},
+       {{"ops", json::Array{exposure(3), json::Object{{"kind", "contrast"}}}}},
+       -32602},
       {"missing mask after a good op",
        {{"ops", json::Array{exposure(3)}},
-        {"maskOps", json::parse(R"([{"action":"setEnabled","id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","enabled":false}])")}},
+        {"maskOps",
+         json::parse(
+             R"([{"action":"setEnabled","id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","enabled":false}])")}},
        -32602},
   };
   for (Case& c : cases) {
@@ -92,37 +76,11 @@ TEST_F(EditingMethods, RefusedPatchesChangeNothing) {
   }
 }
 
-TEST_F(EditingMethods, ResetAndSnapshots) {
-  open();
-  const std::string id = addPhoto("a.jpg", {});
-  set(id, {exposure(0.5)});
-  EXPECT_EQ(call("snapshot.save", json::Object{{"id", id}, {"name", "  Warm "}}).at("name"), "Warm");
-  set(id, {exposure(-1)});
-  call("snapshot.save", json::Object{{"id", id}, {"name", "Cool"}});
-
-  json::Value list = call("snapshot.list", json::Object{{"id", id}});
-  ASSERT_EQ(list.at("snapshots").as_array().size(), 2u);
-  EXPECT_EQ(list.at("snapshots").at(0).at("name"), "Cool");
-
-  json::Value reset = call("edit.reset", json::Object{{"id", id}});
-  EXPECT_EQ(reset.at("version").as_int64(), 3);
-  EXPECT_TRUE(reset.at("stack").at("values").as_object().empty());
-
-  json::Value restored = call("snapshot.restore", json::Object{{"id", id}, {"name", "Warm"}});
-  EXPECT_EQ(restored.at("version").as_int64(), 4);
-  EXPECT_EQ(restored.at("stack").at("values").at("exposure").at("payload").at("scalar").at("_0"), 0.5);
-  EXPECT_EQ(call("edit.get", json::Object{{"id", id}}), restored);
-
-  CallError missing = callError("snapshot.restore", json::Object{{"id", id}, {"name", "Nope"}});
-  EXPECT_EQ(missing.code, -32602);
-  EXPECT_NE(std::string(missing.what()).find("\"Nope\""), std::string::npos);
-  EXPECT_EQ(callError("snapshot.save", json::Object{{"id", id}, {"name", " "}}).code, -32602);
-}
-
 TEST_F(EditingMethods, PreviewsAreUprightPngsAtTheClampedSize) {
-  open();
   // Stored 300×200 with orientation 6: shown 200×300.
-  const std::string id = addPhoto("a.jpg", {.width = 300, .height = 200, .red = 100, .green = 100, .blue = 100, .orientation = 6});
+  const std::string id = openWith(
+      "a.jpg",
+      {.width = 300, .height = 200, .red = 100, .green = 100, .blue = 100, .orientation = 6});
   struct Case {
     std::optional<std::int64_t> longEdge;
     int width, height;
@@ -144,11 +102,11 @@ TEST_F(EditingMethods, PreviewsAreUprightPngsAtTheClampedSize) {
 
   // The global edits show: a quarter turn back to landscape, half the width cropped, a stop up.
   const double plain = decodePng(call("preview.render", json::Object{{"id", id}})).avg();
-  json::Value r = set(id,
-                      {json::Object{{"kind", "rotation"}, {"scalar", 1}},
-                       json::Object{{"kind", "crop"}, {"rect", json::parse("[[0,0],[0.5,1]]")}},
-                       exposure(1)},
-                      {{"preview", true}, {"previewLongEdge", 100}});
+  json::Value r =
+      set(id,
+          {json::Object{{"kind", "rotation"}, {"scalar", 1}},
+           json::Object{{"kind", "crop"}, {"rect", json::parse("[[0,0],[0.5,1]]")}}, exposure(1)},
+          {{"preview", true}, {"previewLongEdge", 100}});
   const json::Value& preview = r.at("preview");
   EXPECT_EQ(preview.at("appliedStackVersion"), r.at("newVersion"));
   EXPECT_EQ(preview.at("width").as_int64(), 75);
@@ -157,8 +115,8 @@ TEST_F(EditingMethods, PreviewsAreUprightPngsAtTheClampedSize) {
 }
 
 TEST_F(EditingMethods, ExportsEveryFormat) {
-  open();
-  const std::string id = addPhoto("IMG_7.jpg", {.width = 300, .height = 200, .make = "TestCam", .orientation = 6});
+  const std::string id =
+      openWith("IMG_7.jpg", {.width = 300, .height = 200, .make = "TestCam", .orientation = 6});
   struct Case {
     const char* format;
     const char* loader;
@@ -170,8 +128,9 @@ TEST_F(EditingMethods, ExportsEveryFormat) {
                {"tiff16", "tiffload", "IMG_7.tiff", VIPS_FORMAT_USHORT}};
   for (const Case& c : cases) {
     SCOPED_TRACE(c.format);
-    json::Value r = call("export.render",
-                         json::Object{{"id", id}, {"format", c.format}, {"longEdge", 150}, {"quality", 0.5}});
+    json::Value r =
+        call("export.render",
+             json::Object{{"id", id}, {"format", c.format}, {"longEdge", 150}, {"quality", 0.5}});
     EXPECT_EQ(r.at("suggestedFilename"), c.suggested);
     EXPECT_EQ(r.at("format"), c.format);
     const std::string path(r.at("path").as_string());
@@ -196,12 +155,9 @@ TEST_F(EditingMethods, ExportsEveryFormat) {
   json::Value a = call("export.render", json::Object{{"id", id}});
   json::Value b = call("export.render", json::Object{{"id", id}});
   EXPECT_NE(a.at("path"), b.at("path"));
-  EXPECT_EQ(vips::VImage::new_from_file(std::string(a.at("path").as_string()).c_str()).height(), 300);
+  EXPECT_EQ(vips::VImage::new_from_file(std::string(a.at("path").as_string()).c_str()).height(),
+            300);
 
-  CallError bad = callError("export.render", json::Object{{"id", id}, {"format", "gif"}});
-  EXPECT_EQ(bad.code, -32602);
-  EXPECT_NE(std::string(bad.what()).find("tiff16"), std::string::npos);
-  EXPECT_EQ(callError("export.render", json::Object{{"id", id}, {"colorSpace", "adobeRGB"}}).code, -32602);
   // Display P3 exports carry that profile, not sRGB's.
   for (const char* format : {"png", "jpeg"}) {
     SCOPED_TRACE(format);
@@ -216,7 +172,7 @@ TEST_F(EditingMethods, ExportsEveryFormat) {
 }
 
 TEST_F(EditingMethods, LooksFolderIsListedAndPreviewsShowTheLookAtItsIntensity) {
-  open();
+  const std::string id = openWith("a.jpg", {.red = 200, .green = 100, .blue = 20});
   EXPECT_TRUE(call("lut.list").at("luts").as_array().empty());
   fs::create_directories(options_.luts + "/film");
   std::ofstream(options_.luts + "/b.cube") << "TITLE \"Film Look\"\nLUT_1D_SIZE 2\n0 0 0\n1 1 1\n";
@@ -231,11 +187,11 @@ TEST_F(EditingMethods, LooksFolderIsListedAndPreviewsShowTheLookAtItsIntensity) 
   EXPECT_EQ(luts.at(0).at("name"), "Film Look");
   EXPECT_EQ(luts.at(1).at("name"), "Swap");
 
-  const std::string id = addPhoto("a.jpg", {.red = 200, .green = 100, .blue = 20});
   for (const auto& [intensity, red, blue] : {std::tuple{1.0, 20.0, 200.0}, {0.5, 110.0, 110.0}}) {
     SCOPED_TRACE(intensity);
-    json::Value r = set(id, {json::Object{{"kind", "lut"}, {"string", "Swap"}},
-                             json::Object{{"kind", "lutIntensity"}, {"scalar", intensity}}},
+    json::Value r = set(id,
+                        {json::Object{{"kind", "lut"}, {"string", "Swap"}},
+                         json::Object{{"kind", "lutIntensity"}, {"scalar", intensity}}},
                         {{"preview", true}});
     vips::VImage png = decodePng(r.at("preview"));
     EXPECT_NEAR(png.extract_band(0).avg(), red, 4);
@@ -243,31 +199,6 @@ TEST_F(EditingMethods, LooksFolderIsListedAndPreviewsShowTheLookAtItsIntensity) 
   }
   set(id, {json::Object{{"kind", "lut"}, {"string", "Gone"}}});
   EXPECT_EQ(callError("preview.render", json::Object{{"id", id}}).code, -32603);
-}
-
-TEST_F(EditingMethods, UnknownIdsAndVideos) {
-  open();
-  for (const char* method : {"edit.get", "edit.set", "edit.reset", "edit.commit", "preview.render",
-                             "snapshot.list", "snapshot.save", "snapshot.restore", "export.render"}) {
-    SCOPED_TRACE(method);
-    CallError e = callError(method, json::Object{{"id", "X/L0/001"}, {"ops", json::Array{}}, {"name", "n"}});
-    EXPECT_EQ(e.code, -32602);
-    EXPECT_STREQ(e.what(), "no photo with id X/L0/001");
-  }
-  // A video keeps a stack (its grade for video.commit) but has no preview, rendition or export.
-  const std::string video = addPhoto("clip.mov", {}, true);
-  EXPECT_EQ(set(video, {exposure(0.2)}).at("newVersion").as_int64(), 1);
-  const json::Object withPreview{{"id", video}, {"ops", json::Array{exposure(1)}}, {"preview", true}};
-  for (auto [method, params] : {std::pair{"preview.render", json::Object{{"id", video}}},
-                                {"edit.commit", json::Object{{"id", video}}},
-                                {"export.render", json::Object{{"id", video}}},
-                                {"edit.set", withPreview}}) {
-    SCOPED_TRACE(method);
-    CallError e = callError(method, params);
-    EXPECT_EQ(e.code, -32602);
-    EXPECT_NE(std::string(e.what()).find("is a video"), std::string::npos);
-  }
-  EXPECT_EQ(call("edit.get", json::Object{{"id", video}}).at("version").as_int64(), 1);
 }
 
 } // namespace

@@ -1,0 +1,728 @@
+// What each kind of edit does to pixels: a table per stage (adjustments, geometry and frame, local
+// masks), each case a small synthetic picture and the property the kind must have on it.
+#include "app/AppFixture.h"
+#include "app/Imaging.h"
+#include "app/Masks.h"
+#include "app/RenderGeometry.h"
+#include "app/RenderPipeline.h"
+#include "support/TestPeer.h"
+
+#include <cmath>
+#include <functional>
+#include <gtest/gtest.h>
+#include <limits>
+#include <numbers>
+#include <string>
+#include <vector>
+
+namespace velko::app::testing {
+namespace {
+
+using core::CompositeMode;
+using vips::VImage;
+using K = core::AdjustmentKind;
+using Scalar = std::pair<K, double>;
+using Check = std::function<void(const VImage& before, const VImage& after)>;
+
+constexpr int kW = 96;
+constexpr int kH = 64;
+
+VImage srgb(const VImage& i) {
+  return i.cast(VIPS_FORMAT_UCHAR)
+      .copy(VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+}
+/// An 8-bit sRGB image of one colour.
+VImage flat(double r, double g, double b, int width = kW, int height = kH) {
+  return srgb(VImage::black(width, height, VImage::option()->set("bands", 3)) +
+              std::vector<double>{r, g, b});
+}
+/// Mean linear luminance.
+double luma(const VImage& image) {
+  const VImage l = image.colourspace(VIPS_INTERPRETATION_scRGB);
+  return 0.2126 * l[0].avg() + 0.7152 * l[1].avg() + 0.0722 * l[2].avg();
+}
+/// A stack of these values, set by the user.
+core::EditStack stackOf(const std::vector<Scalar>& values) {
+  core::EditStack s;
+  for (auto [kind, v] : values) {
+    s.setScalar(kind, v, core::UserOrigin{}, core::nowSeconds());
+  }
+  return s;
+}
+
+struct Area {
+  int x, y, w, h;
+};
+constexpr Area kLeft{0, 0, kW / 2, kH};
+constexpr Area kRight{kW / 2, 0, kW / 2, kH};
+constexpr Area kCentre{kW / 2 - 8, kH / 2 - 8, 16, 16};
+constexpr Area kCorner{0, 0, 8, 8};
+
+VImage in(const VImage& i, Area a) {
+  return i.extract_area(a.x, a.y, a.w, a.h);
+}
+double lumaIn(const VImage& i, Area a) {
+  return luma(in(i, a));
+}
+double mean(const VImage& i, int band) {
+  return i[band].avg();
+}
+VImage lab(const VImage& i) {
+  return i.colourspace(VIPS_INTERPRETATION_LAB);
+}
+/// Mean 8-bit sRGB value of the first band.
+double encoded(const VImage& i, Area a) {
+  return mean(in(i, a).colourspace(VIPS_INTERPRETATION_sRGB), 0);
+}
+double chroma(const VImage& i, Area a = {0, 0, kW, kH}) {
+  return mean(in(i, a).colourspace(VIPS_INTERPRETATION_LCH), 1);
+}
+/// The spread of lightness over the left half, away from the middle and the borders.
+double spread(const VImage& i) {
+  return lab(i.extract_area(4, 4, kW / 2 - 16, kH - 8))[0].deviate();
+}
+/// The lightness step across the middle of a halves image.
+double step(const VImage& i) {
+  return mean(lab(i.extract_area(kW / 2, 0, 2, kH)), 0) -
+         mean(lab(i.extract_area(kW / 2 - 2, 0, 2, kH)), 0);
+}
+/// How unevenly grain is spread (spread over mean of its power in 8 × 8 blocks), and its power.
+std::pair<double, double> grainBlocks(const VImage& i) {
+  const VImage l = i.colourspace(VIPS_INTERPRETATION_scRGB)[1];
+  const VImage power = ((l - l.avg()) * (l - l.avg())).shrink(8, 8);
+  return {power.deviate() / power.avg(), power.avg()};
+}
+
+/// Left half `dark`, right half `bright`, grey.
+VImage halves(double dark, double bright) {
+  return flat(dark, dark, dark).insert(flat(bright, bright, bright, kW / 2), kW / 2, 0);
+}
+/// Red on the left, blue on the right.
+VImage redBlue() {
+  return flat(200, 40, 40).insert(flat(40, 60, 200, kW / 2), kW / 2, 0);
+}
+/// `image` plus seeded Gaussian noise of `sigma` 8-bit levels, the same in every band.
+VImage noisy(const VImage& image, double sigma) {
+  const VImage n = VImage::gaussnoise(
+      kW, kH, VImage::option()->set("sigma", sigma)->set("mean", 0.0)->set("seed", 7));
+  return srgb(image + VImage::bandjoin({n, n, n}));
+}
+/// A centred square of `size` in colour (r, g, b) on `ground`.
+VImage patch(const VImage& ground, double r, double g, double b, int size) {
+  return ground.insert(flat(r, g, b, size, size), (kW - size) / 2, (kH - size) / 2);
+}
+/// Grey from black at the left to white at the right.
+VImage rampX() {
+  const VImage v = VImage::xyz(kW, kH)[0] * (255.0 / (kW - 1));
+  return srgb(VImage::bandjoin({v, v, v}));
+}
+/// Hue all the way round the Lab wheel from left to right, at one lightness and chroma.
+VImage hueRampX() {
+  const VImage h = VImage::xyz(kW, kH)[0] * (360.0 / kW);
+  return srgb(VImage::bandjoin({h * 0 + 60, h * 0 + 40, h})
+                  .copy(VImage::option()->set("interpretation", VIPS_INTERPRETATION_LCH))
+                  .colourspace(VIPS_INTERPRETATION_sRGB));
+}
+
+class Render : public ::testing::Test {
+protected:
+  static void SetUpTestSuite() { initImaging(); }
+  const VImage grey_ = flat(118, 118, 118);
+};
+
+// One case per family of kinds: tone, white balance, colour, colour bands, point colour,
+// vignette, noise reduction, sharpening, defringing, grain.
+TEST_F(Render, EachKindFamilyHasItsEffect) {
+  core::EditStack pointHue;
+  // A sky blue (HSL hue 216°, saturation 0.68, lightness 0.57) turned; the orange beside it not.
+  pointHue.setPointColors({{0.6, 0.68, 0.57, 1, 0, 0, 0.3}}, core::UserOrigin{},
+                          core::nowSeconds());
+  const auto lch = [](const VImage& i, Area a, int band) {
+    return mean(in(i, a).colourspace(VIPS_INTERPRETATION_LCH), band);
+  };
+  struct Case {
+    const char* name;
+    VImage input;
+    core::EditStack stack;
+    Check check;
+  };
+  const std::vector<Case> cases = {
+      {"exposure +1 doubles mid-grey in linear light", grey_, stackOf({{K::Exposure, 1}}),
+       [](const VImage& b, const VImage& a) {
+         EXPECT_NEAR(luma(a) / luma(b), 2.0, 0.04);
+       }},
+      {"shadows + lifts dark more than bright", halves(50, 200), stackOf({{K::Shadows, 0.6}}),
+       [](const VImage& b, const VImage& a) {
+         const double dark = encoded(a, kLeft) - encoded(b, kLeft);
+         EXPECT_GT(dark, 10);
+         EXPECT_GT(dark, 2 * (encoded(a, kRight) - encoded(b, kRight)));
+       }},
+      {"temperature + raises red over blue, keeps brightness", flat(128, 128, 128),
+       stackOf({{K::Temperature, 0.5}}),
+       [](const VImage& b, const VImage& a) {
+         const VImage l = a.colourspace(VIPS_INTERPRETATION_scRGB);
+         EXPECT_GT(mean(l, 0) / mean(l, 2), 1.2);
+         EXPECT_NEAR(luma(a) / luma(b), 1.0, 0.03);
+       }},
+      {"saturation -1 leaves no chroma", flat(200, 60, 40), stackOf({{K::Saturation, -1}}),
+       [](const VImage&, const VImage& a) {
+         EXPECT_LT(chroma(a), 0.5);
+       }},
+      {"red band saturation touches red, not blue", redBlue(), stackOf({{K::HslRedSat, -1}}),
+       [](const VImage& b, const VImage& a) {
+         EXPECT_LT(chroma(a, kLeft), chroma(b, kLeft) * 0.2);
+         EXPECT_NEAR(chroma(a, kRight), chroma(b, kRight), 1);
+       }},
+      {"point colour turns the target hue only",
+       flat(70, 130, 220).insert(flat(220, 120, 40, kW / 2), kW / 2, 0), pointHue,
+       [&](const VImage& b, const VImage& a) {
+         EXPECT_GT(std::abs(lch(a, kLeft, 2) - lch(b, kLeft, 2)), 15);
+         for (int band = 0; band < 3; ++band) {
+           EXPECT_NEAR(lch(a, kRight, band), lch(b, kRight, band), 0.5);
+         }
+       }},
+      {"vignette - darkens the corners, not the centre", flat(128, 128, 128),
+       stackOf({{K::VignetteAmount, -1}}),
+       [](const VImage& b, const VImage& a) {
+         EXPECT_LT(lumaIn(a, kCorner), 0.7 * lumaIn(b, kCorner));
+         EXPECT_NEAR(lumaIn(a, kCentre) / lumaIn(b, kCentre), 1.0, 0.02);
+       }},
+      {"luminanceNR smooths flat noise and keeps a step", noisy(halves(70, 180), 5),
+       stackOf({{K::LuminanceNR, 1}}),
+       [](const VImage& b, const VImage& a) {
+         EXPECT_LT(spread(a), 0.5 * spread(b));
+         EXPECT_GT(step(a), 0.9 * step(b));
+       }},
+      {"sharpenDetail sharpens the step, not the flat noise", noisy(halves(70, 180), 4),
+       stackOf({{K::SharpenAmount, 1}, {K::SharpenDetail, 1}}),
+       [](const VImage& b, const VImage& a) {
+         const VImage everywhere = applyAdjustments(b, stackOf({{K::SharpenAmount, 1}}));
+         EXPECT_GT(spread(everywhere), 1.4 * spread(b));
+         EXPECT_LT(spread(a), 1.15 * spread(b));
+         EXPECT_GT(step(a), 0.9 * step(everywhere));
+       }},
+      // On the dark side of a step, a purple fringe above an orange band; far from the step, a
+      // purple patch.
+      {"defringeAmount greys fringe colours on edges only",
+       halves(20, 235)
+           .insert(flat(160, 60, 220, 2, kH / 2), kW / 2 - 2, 0)
+           .insert(flat(220, 120, 40, 2, kH / 2), kW / 2 - 2, kH / 2)
+           .insert(flat(160, 60, 220, 24, 24), 8, 20),
+       stackOf({{K::DefringeAmount, 1}}),
+       [](const VImage& b, const VImage& a) {
+         const Area fringe{kW / 2 - 2, 0, 2, kH / 2}, band{kW / 2 - 2, kH / 2, 2, kH / 2};
+         EXPECT_LT(chroma(a, fringe), 0.4 * chroma(b, fringe));
+         EXPECT_GT(chroma(a, band), 0.95 * chroma(b, band));
+         EXPECT_NEAR(chroma(a, {16, 28, 8, 8}), chroma(b, {16, 28, 8, 8}), 1);
+       }},
+      {"grainRoughness makes the grain uneven, not stronger", flat(128, 128, 128),
+       stackOf({{K::GrainAmount, 0.6}, {K::GrainSize, 0}, {K::GrainRoughness, 1}}),
+       [](const VImage& b, const VImage& a) {
+         const auto [evenSpread, evenPower] =
+             grainBlocks(applyAdjustments(b, stackOf({{K::GrainAmount, 0.6}, {K::GrainSize, 0}})));
+         const auto [roughSpread, roughPower] = grainBlocks(a);
+         EXPECT_GT(roughSpread, 2 * evenSpread);
+         EXPECT_NEAR(roughPower / evenPower, 1, 0.5);
+       }},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    c.check(c.input, applyAdjustments(c.input, c.stack));
+  }
+}
+
+TEST_F(Render, KeepsAlphaAndTakesEveryInputFormat) {
+  const VImage grey = flat(100, 100, 100).colourspace(VIPS_INTERPRETATION_B_W);
+  const std::vector<std::pair<VImage, int>> cases = {
+      {grey, 3},
+      {grey.bandjoin_const({255}), 4},
+      {flat(100, 100, 100).bandjoin_const({128}), 4},
+      {flat(100, 100, 100).colourspace(VIPS_INTERPRETATION_RGB16), 3},
+  };
+  for (const auto& [input, bands] : cases) {
+    SCOPED_TRACE(vips_enum_nick(VIPS_TYPE_INTERPRETATION, input.interpretation()) +
+                 std::to_string(input.bands()));
+    const VImage out = applyAdjustments(input, stackOf({{K::Exposure, 1}, {K::Contrast, 0.2}}));
+    ASSERT_EQ(out.bands(), bands);
+    EXPECT_GT(luma(out), 1.8 * luma(input.colourspace(VIPS_INTERPRETATION_sRGB)));
+    if (bands == 4) {
+      // Alpha is carried through untouched, whatever scale scRGB gives it.
+      EXPECT_NEAR(mean(out, 3), mean(input.colourspace(VIPS_INTERPRETATION_scRGB), 3), 1e-3);
+    }
+  }
+}
+
+// ---- Geometry and frame, on a 240 × 160 picture ----
+
+constexpr int kGW = 240;
+constexpr int kGH = 160;
+
+/// Black, with white where `inside(x, y)` (normalised coordinates) holds.
+VImage shape(const std::function<VImage(const VImage& x, const VImage& y)>& inside) {
+  const VImage xy = VImage::xyz(kGW, kGH);
+  return inside((xy[0] + 0.5) / kGW, (xy[1] + 0.5) / kGH)
+      .ifthenelse(255, 0)
+      .cast(VIPS_FORMAT_UCHAR)
+      .copy(VImage::option()->set("interpretation", VIPS_INTERPRETATION_B_W));
+}
+
+/// The stack's geometry on `image` at full size, as renderStack does it.
+VImage geometryOf(const VImage& image, const core::EditStack& stack) {
+  const GeometrySettings g(stack);
+  const Warp warp(g, static_cast<double>(image.width()) / image.height());
+  return applyGeometry(
+      image, g, warp,
+      planRender(image.width(), image.height(), g, warp, FrameSettings(stack), std::nullopt));
+}
+
+/// The row of the centre of brightness in column `x`.
+double brightRow(const VImage& image, int x) {
+  const VImage column = image.extract_area(x, 0, 1, image.height()).cast(VIPS_FORMAT_DOUBLE);
+  return (column * VImage::xyz(1, image.height())[1]).avg() / column.avg();
+}
+
+TEST_F(Render, GeometryKindsMoveLinesAsNamed) {
+  const auto line = [](double y) {
+    return shape([y](const VImage&, const VImage& v) { return (v - y).abs() < 0.01; });
+  };
+  // Clockwise on screen (y down) is a positive slope.
+  const auto slope = [](const VImage& out) {
+    const int x0 = out.width() / 4, x1 = 3 * out.width() / 4;
+    return std::atan2(brightRow(out, x1) - brightRow(out, x0), x1 - x0) * 180 / std::numbers::pi;
+  };
+  // Correcting barrel pushes the periphery out: the line's ends rise above its middle.
+  const auto sag = [](const VImage& out) {
+    return brightRow(out, out.width() / 2) - brightRow(out, out.width() / 10);
+  };
+  // How much wider the bright run of the first row is than that of the last.
+  const auto widening = [](const VImage& out) {
+    return out.extract_area(0, 2, out.width(), 1).avg() /
+           out.extract_area(0, out.height() - 3, out.width(), 1).avg();
+  };
+  const VImage column = shape([](const VImage& x, const VImage&) { return (x - 0.5).abs() < 0.2; });
+  const VImage band = shape([](const VImage&, const VImage& y) { return (y - 0.5).abs() < 0.2; });
+  ASSERT_NEAR(sag(line(0.2)), 0, 0.01);
+  struct Case {
+    const char* name;
+    VImage input;
+    std::vector<Scalar> stack;
+    std::function<double(const VImage& out)> measure;
+    double low, high;
+  };
+  const std::vector<Case> cases = {
+      {"straighten 10", line(0.5), {{K::Straighten, 10}}, slope, 9.5, 10.5},
+      {"straighten -10", line(0.5), {{K::Straighten, -10}}, slope, -10.5, -9.5},
+      {"vertical perspective +1 widens the top",
+       column,
+       {{K::PerspectiveVertical, 1}},
+       widening,
+       1.3,
+       100},
+      {"horizontal perspective +1 widens the right",
+       band,
+       {{K::PerspectiveHorizontal, 1}},
+       [&](const VImage& out) { return widening(out.rot(VIPS_ANGLE_D90)); },
+       0,
+       1 / 1.3},
+      {"lens distortion +1 bends a straight line",
+       line(0.2),
+       {{K::LensDistortion, 1}},
+       sag,
+       2,
+       100},
+      {"lens distortion -1 bends it the other way",
+       line(0.2),
+       {{K::LensDistortion, -1}},
+       sag,
+       -100,
+       -2},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const core::EditStack stack = stackOf(c.stack);
+    const VImage out = geometryOf(c.input, stack);
+    const double measured = c.measure(out);
+    EXPECT_TRUE(measured >= c.low && measured <= c.high) << measured;
+    // The picture keeps its aspect, cropped to what the warp fills.
+    EXPECT_NEAR(static_cast<double>(out.width()) / out.height(), 1.5, 0.02);
+    EXPECT_NEAR(out.width(), kGW * Warp(GeometrySettings(stack), 1.5).autoCrop(), 1);
+  }
+}
+
+TEST_F(Render, AutoCropIsTheLargestRectangleWithNothingEmpty) {
+  const std::vector<std::vector<Scalar>> cases = {
+      {{K::Straighten, -45}},
+      {{K::PerspectiveVertical, 1}},
+      {{K::PerspectiveHorizontal, -1}},
+      {{K::LensDistortion, -1}},
+      {{K::Straighten, 7},
+       {K::PerspectiveVertical, -0.6},
+       {K::PerspectiveHorizontal, 0.4},
+       {K::LensDistortion, -0.5}},
+  };
+  for (std::size_t i = 0; i < cases.size(); ++i) {
+    SCOPED_TRACE(i);
+    const Warp warp(GeometrySettings(stackOf(cases[i])), 1.5);
+    ASSERT_LT(warp.autoCrop(), 1);
+    // Every point of the picture's edge comes from inside the frame, and some comes from its
+    // very edge: a larger rectangle would show emptiness.
+    double reach = 0;
+    for (int j = 0; j <= 100; ++j) {
+      const double t = j / 100.0;
+      for (core::Point p :
+           {core::Point{t, 0}, core::Point{t, 1}, core::Point{0, t}, core::Point{1, t}}) {
+        const core::Point s = warp.source(p);
+        reach = std::max({reach, std::abs(2 * s.x - 1), std::abs(2 * s.y - 1)});
+      }
+    }
+    EXPECT_LE(reach, 1 + 1e-6);
+    EXPECT_GT(reach, 0.995);
+  }
+  // For a turn alone the rectangle is known: 1 / (cos θ + aspect · sin θ).
+  const double theta = 10 * std::numbers::pi / 180;
+  EXPECT_NEAR(Warp(GeometrySettings(stackOf({{K::Straighten, 10}})), 1.5).autoCrop(),
+              1 / (std::cos(theta) + 1.5 * std::sin(theta)), 1e-3);
+  EXPECT_EQ(Warp(GeometrySettings(stackOf({{K::LensDistortion, 1}})), 1.5).autoCrop(), 1);
+}
+
+TEST_F(Render, CropIsARectangleOfTheStraightenedPicture) {
+  const VImage picture = shape(
+      [](const VImage& x, const VImage& y) { return ((x * 7).sin() + (y * 11).cos()) > 0.3; });
+  core::EditStack straightened = stackOf({{K::Straighten, 12}});
+  const VImage whole = geometryOf(picture, straightened);
+  straightened.setRect(K::Crop, {0.5, 0.25, 0.5, 0.5}, core::UserOrigin{}, core::nowSeconds());
+  const VImage quarter = geometryOf(picture, straightened);
+  ASSERT_NEAR(quarter.width(), whole.width() / 2.0, 1);
+  ASSERT_NEAR(quarter.height(), whole.height() / 2.0, 1);
+  const VImage same = whole.extract_area(whole.width() - quarter.width(), whole.height() / 4,
+                                         quarter.width(), quarter.height());
+  EXPECT_LT((same.cast(VIPS_FORMAT_FLOAT) - quarter.cast(VIPS_FORMAT_FLOAT)).abs().avg(), 4);
+}
+
+TEST_F(Render, FramePadsToItsAspectInItsColour) {
+  struct Case {
+    const char* name;
+    std::vector<Scalar> frame;
+    double aspect;
+    bool linked = true;
+  };
+  const std::vector<Case> cases = {
+      {"4:5, linked inset", {{K::FrameAspect, 0.8}, {K::FrameInset, 0.05}}, 0.8},
+      {"square, filled, inset",
+       {{K::FrameAspect, 1}, {K::FrameFitMode, 1}, {K::FrameInset, 0.1}},
+       1},
+      {"source aspect, deep bottom",
+       {{K::FrameAspect, -1}, {K::FrameInsetBottom, 0.2}, {K::FrameInsetTop, 0.02}},
+       1.5,
+       false},
+  };
+  const VImage grey = (VImage::black(kGW, kGH) + 90)
+                          .cast(VIPS_FORMAT_UCHAR)
+                          .copy(VImage::option()->set("interpretation", VIPS_INTERPRETATION_B_W));
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    core::EditStack stack = stackOf(c.frame);
+    stack.setString(K::FrameColor, "#FF2000", core::UserOrigin{}, core::nowSeconds());
+    stack.setBoolean(K::FrameInsetLinked, c.linked, core::UserOrigin{}, core::nowSeconds());
+    const GeometrySettings g(stack);
+    const Warp warp(g, 1.5);
+    const FrameSettings frame(stack);
+    const RenderPlan plan = planRender(kGW, kGH, g, warp, frame, 200);
+    const VImage out = applyFrame(applyGeometry(grey, g, warp, plan), plan, frame.color)
+                           .colourspace(VIPS_INTERPRETATION_sRGB);
+    EXPECT_NEAR(static_cast<double>(out.width()) / out.height(), c.aspect, 0.01);
+    EXPECT_EQ(std::max(out.width(), out.height()), 200);
+    // The frame colour at the bottom edge, the photo in the middle.
+    EXPECT_EQ(out.getpoint(out.width() / 2, out.height() - 1), (std::vector<double>{255, 32, 0}));
+    EXPECT_EQ(out.getpoint(out.width() / 2, out.height() / 2), (std::vector<double>{90, 90, 90}));
+    if (frame.fill) {
+      // Filling leaves no colour bands inside the insets.
+      EXPECT_EQ(plan.photoWidth, plan.canvasWidth - 2 * plan.photoLeft);
+      EXPECT_EQ(plan.photoHeight, plan.canvasHeight - 2 * plan.photoTop);
+    }
+  }
+}
+
+// ---- Local masks ----
+
+core::LocalMask maskOf(core::MaskShape shape,
+                       core::MaskAdjustments adjustments = {{K::Exposure, 1}},
+                       std::vector<core::MaskComponent> refinements = {}) {
+  core::LocalMask m;
+  m.id = core::Uuid::random();
+  m.shape = std::move(shape);
+  m.adjustments = std::move(adjustments);
+  if (!refinements.empty()) {
+    m.refinementList = std::move(refinements);
+  }
+  return m;
+}
+core::MaskComponent refine(core::MaskShape shape, CompositeMode mode) {
+  return {core::Uuid::random(), std::move(shape), mode};
+}
+core::EditStack masked(std::vector<core::LocalMask> masks) {
+  core::EditStack s;
+  s.setMasks(std::move(masks));
+  return s;
+}
+core::RadialShape radial(double cx, double cy, double r, double feather, bool inverted = false) {
+  return {{cx, cy}, {r, r}, feather, inverted};
+}
+core::BrushStroke stroke(std::vector<core::Point> points, double radius, bool erase = false) {
+  return {std::move(points), radius, erase};
+}
+
+TEST_F(Render, MaskExposureLandsWhereEachShapeIs) {
+  struct Case {
+    const char* name;
+    VImage input;
+    core::MaskShape shape;
+    Area inside;  ///< must brighten by about a stop
+    Area outside; ///< must stay as it was
+  };
+  const VImage object = patch(grey_, 200, 50, 40, 24);
+  const Area lineStart{16, kH / 2 - 1, 24, 2};
+  const core::BrushStroke line = stroke({{0.1, 0.5}, {0.9, 0.5}}, 0.04);
+  const std::vector<Case> cases = {
+      {"inverted radial", grey_, radial(0.5, 0.5, 0.3, 0.2, true), kCorner, kCentre},
+      {"linear: start side, not end side",
+       grey_,
+       core::LinearShape{{0.5, 0.1}, {0.5, 0.9}},
+       {0, 0, kW, 5},
+       {0, kH - 5, kW, 5}},
+      {"luminance: the bright end of a ramp",
+       rampX(),
+       core::LuminanceRangeShape{0.5, 1.0, 0},
+       {kW * 2 / 3, 0, kW / 3, kH},
+       {0, 0, kW / 3, kH}},
+      {"colour: red, not blue", redBlue(), core::ColorRangeShape{0.0, 0.08, 0.04}, kLeft, kRight},
+      {"brush: along the stroke", grey_, core::BrushShape{{line}, 0}, lineStart, {0, 0, kW, 5}},
+      {"brush: erased where erased",
+       grey_,
+       core::BrushShape{{line, stroke({{0.62, 0.5}, {1.0, 0.5}}, 0.1, true)}, 0},
+       lineStart,
+       {62, kH / 2 - 1, 22, 2}},
+      {"subject: the distinct object", object, core::AiSubjectShape{}, kCentre, kCorner},
+      {"inverted subject: the ground", object, core::AiSubjectShape{true}, kCorner, kCentre},
+      {"people: skin, not sky", patch(flat(100, 150, 230), 224, 172, 140, 28),
+       core::AiPeopleShape{}, kCentre, kCorner},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const VImage out = applyAdjustments(c.input, masked({maskOf(c.shape)}));
+    EXPECT_GT(lumaIn(out, c.inside) / lumaIn(c.input, c.inside), 1.9);
+    EXPECT_LT(lumaIn(out, c.outside) / lumaIn(c.input, c.outside), 1.03);
+  }
+}
+
+TEST_F(Render, MaskRefinementsCombineInListOrder) {
+  const core::RadialShape big = radial(0.5, 0.5, 0.4, 0); // covers the centre and both rings
+  const core::RadialShape hole = radial(0.5, 0.5, 0.15, 0);
+  const core::RadialShape dot = radial(0, 0, 0.1, 0); // the top-left corner
+  struct Case {
+    const char* name;
+    std::vector<core::MaskComponent> refinements;
+    double centre, leftRing, rightRing, topLeft;
+  };
+  const std::vector<Case> cases = {
+      {"subtract cuts a hole", {refine(hole, CompositeMode::Subtract)}, 0, 1, 1, 0},
+      {"intersect keeps the overlap", {refine(hole, CompositeMode::Intersect)}, 1, 0, 0, 0},
+      {"add joins a region", {refine(dot, CompositeMode::Add)}, 1, 1, 1, 1},
+      {"intersect with a gradient",
+       {refine(core::LinearShape{{0.3, 0.5}, {0.7, 0.5}}, CompositeMode::Intersect)},
+       0.5,
+       1,
+       0,
+       0},
+      {"subtract, then add",
+       {refine(dot, CompositeMode::Subtract), refine(dot, CompositeMode::Add)},
+       1,
+       1,
+       1,
+       1},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const VImage m = maskMatte(maskOf(big, {}, c.refinements), grey_);
+    ASSERT_EQ(m.bands(), 1);
+    EXPECT_NEAR(m.getpoint(kW / 2, kH / 2)[0], c.centre, 0.1);
+    EXPECT_NEAR(m.getpoint(kW / 2 - 24, kH / 2)[0], c.leftRing, 0.02);
+    EXPECT_NEAR(m.getpoint(kW / 2 + 24, kH / 2)[0], c.rightRing, 0.02);
+    EXPECT_NEAR(m.getpoint(1, 1)[0], c.topLeft, 0.02);
+  }
+}
+
+TEST_F(Render, MaskFeatherZeroIsAHardEdgeAndMoreFeatherASoftRamp) {
+  struct Case {
+    const char* name;
+    VImage input;
+    core::MaskShape hard, soft;
+  };
+  const core::BrushStroke down = stroke({{0.5, 0.1}, {0.5, 0.9}}, 0.3);
+  const std::vector<Case> cases = {
+      {"radial", grey_, radial(0.5, 0.5, 0.4, 0), radial(0.5, 0.5, 0.4, 1)},
+      {"brush", grey_, core::BrushShape{{down}, 0}, core::BrushShape{{down}, 1}},
+      {"luminance", rampX(), core::LuminanceRangeShape{0.4, 0.6, 0},
+       core::LuminanceRangeShape{0.4, 0.6, 0.2}},
+      {"colour", hueRampX(), core::ColorRangeShape{0.15, 0.02, 0},
+       core::ColorRangeShape{0.15, 0.02, 0.2}},
+  };
+  // Pixels along the middle row that are neither in nor out.
+  const auto partial = [](const core::MaskShape& shape, const VImage& input) {
+    const VImage row = maskMatte(maskOf(shape), input).extract_area(0, kH / 2, kW, 1);
+    return ((row > 0.02) & (row < 0.98)).avg() / 255 * kW;
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_LE(partial(c.hard, c.input), 4);
+    EXPECT_GE(partial(c.soft, c.input), 12);
+  }
+}
+
+TEST_F(Render, MattesStayInRangeForAnyNumbersAndFrameSize) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  const double inf = std::numeric_limits<double>::infinity();
+  const std::vector<core::MaskShape> shapes = {
+      core::LinearShape{{nan, 0.5}, {0.5, inf}},
+      core::LinearShape{{0.5, 0.5}, {0.5, 0.5}},
+      core::RadialShape{{1e300, -1e300}, {0, inf}, nan, false},
+      core::LuminanceRangeShape{0.9, 0.1, -3},
+      core::ColorRangeShape{-7.25, inf, nan},
+      core::BrushShape{{stroke({{nan, 0.5}, {1e300, 1e300}, {0.5, -inf}}, 1e300),
+                        stroke({{0.5, 0.5}}, -1), stroke({}, 0.1),
+                        stroke({{0.2, 0.2}, {0.2, 0.2}, {0.9, 0.9}}, 0.1, true)},
+                       nan},
+      core::AiSubjectShape{},
+      core::AiPeopleShape{true},
+  };
+  for (const auto& [w, h] :
+       {std::pair{kW, kH}, std::pair{1, 1}, std::pair{3, 2}, std::pair{1, 40}}) {
+    for (std::size_t i = 0; i < shapes.size(); ++i) {
+      SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h) + ", shape " + std::to_string(i));
+      const VImage m =
+          maskMatte(maskOf(shapes[i]), patch(rampX(), 224, 172, 140, 20).extract_area(0, 0, w, h))
+              .copy_memory();
+      ASSERT_EQ(m.width(), w);
+      ASSERT_EQ(m.height(), h);
+      EXPECT_EQ((m != m).max(), 0) << "NaN in the matte";
+      EXPECT_GE(m.min(), 0);
+      EXPECT_LE(m.max(), 1);
+    }
+  }
+}
+
+TEST_F(Render, LaterMasksWorkOnTheEarlierOnesResult) {
+  // The larger frame is shared between readers through the tile cache, not in memory.
+  for (const auto& [w, h] : {std::pair{kW, kH}, std::pair{2200, 2000}}) {
+    SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h));
+    const VImage grey = flat(60, 60, 60, w, h);
+    const VImage out = applyAdjustments(grey, masked({maskOf(radial(0.5, 0.5, 0.3, 0)),
+                                                      maskOf(radial(0.5, 0.5, 0.3, 0))}))
+                           .copy_memory();
+    const Area middle{w / 2 - 4, h / 2 - 4, 8, 8};
+    EXPECT_NEAR(lumaIn(out, middle) / lumaIn(grey, middle), 4.0, 0.05);
+    EXPECT_NEAR(lumaIn(out, kCorner) / lumaIn(grey, kCorner), 1.0, 0.01);
+  }
+}
+
+TEST_F(Render, WhatAMaskRendersDecidesTheShortcuts) {
+  core::LocalMask disabled = maskOf(core::AiSubjectShape{});
+  disabled.isEnabled = false;
+  struct Case {
+    const char* name;
+    core::LocalMask mask;
+    bool renders, readsNeighbours;
+  };
+  const std::vector<Case> cases = {
+      {"radial clarity", maskOf(radial(0.5, 0.5, 0.3, 0), {{K::Clarity, 0.5}}), true, true},
+      {"people as a refinement",
+       maskOf(radial(0.5, 0.5, 0.3, 0), {{K::Exposure, 1}},
+              {refine(core::AiPeopleShape{}, CompositeMode::Intersect)}),
+       true, true},
+      {"disabled", disabled, false, false},
+      {"whole-frame kinds only",
+       maskOf(radial(0.5, 0.5, 0.3, 0),
+              {{K::VignetteAmount, -1}, {K::Rotation, 1}, {K::LutIntensity, 0.5}}),
+       false, false},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const core::EditStack stack = masked({c.mask});
+    EXPECT_EQ(rendersMasks(stack), c.renders);
+    EXPECT_EQ(readsNeighbours(stack), c.readsNeighbours);
+    // A stack whose masks render nothing hands back the very image it was given.
+    EXPECT_EQ(applyAdjustments(grey_, stack).get_image() == grey_.get_image(), !c.renders);
+  }
+}
+
+TEST_F(Render, MaskCoordinatesBelongToTheRenderedFrame) {
+  // Through the streaming decoder: the crop keeps the right half, and a mask at the centre
+  // lands at the centre of what is shown. The AI shape reads the decode out of order.
+  const velko::testing::TempDir dir;
+  const std::string path = dir.file("grey.jpg");
+  flat(118, 118, 118, 2 * kW, kH).jpegsave(path.c_str());
+  for (const bool ai : {false, true}) {
+    SCOPED_TRACE(ai ? "inverted subject" : "radial");
+    core::EditStack stack = masked(
+        {maskOf(ai ? core::MaskShape{core::AiSubjectShape{true}} : radial(0.5, 0.5, 0.2, 0))});
+    stack.setRect(K::Crop, {0.5, 0, 0.5, 1}, core::UserOrigin{}, core::nowSeconds());
+    // Read once, as an encoder does.
+    const VImage out = renderStack(path, stack, std::nullopt, dir.path()).copy_memory();
+    ASSERT_EQ(out.width(), kW);
+    // A flat frame has no subject, so the inverted subject covers all of it.
+    const double before = luma(grey_);
+    EXPECT_NEAR(lumaIn(out, kCentre) / before, 2, 0.05);
+    EXPECT_NEAR(lumaIn(out, kCorner) / before, ai ? 2 : 1, 0.05);
+  }
+}
+
+// A file rendered through every stage: geometry, a translucent frame at the long edge asked for,
+// every kind that reads neighbours or draws noise, and every mask shape. Two renders of one stack
+// give the same bytes.
+TEST_F(Render, WholeStackFromAFileIsFramedAndRepeats) {
+  velko::testing::TempDir dir;
+  const std::string path = dir.file("shot.png");
+  writePhoto(path, {.width = 600, .height = 400, .pattern = true});
+  core::EditStack stack = stackOf({{K::Straighten, 8},
+                                   {K::PerspectiveVertical, 0.4},
+                                   {K::LensDistortion, 0.3},
+                                   {K::FrameAspect, 1},
+                                   {K::FrameInset, 0.05},
+                                   {K::Exposure, 0.3},
+                                   {K::Clarity, 0.5},
+                                   {K::Dehaze, 0.3},
+                                   {K::SharpenAmount, 0.5},
+                                   {K::CgShadowSat, 0.4},
+                                   {K::HslOrangeHue, 0.3},
+                                   {K::GrainAmount, 0.5},
+                                   {K::VignetteAmount, -0.4},
+                                   {K::LuminanceNR, 0.4},
+                                   {K::ColorNR, 0.5},
+                                   {K::SharpenDetail, 0.5},
+                                   {K::DefringeAmount, 0.5},
+                                   {K::GrainRoughness, 0.5}});
+  stack.setString(K::FrameColor, "#00000080", core::UserOrigin{}, core::nowSeconds());
+  stack.setPointColors({{0.1, 0.5, 0.5, 0.2, -0.3, 0.1, 0.4}}, core::UserOrigin{},
+                       core::nowSeconds());
+  stack.setMasks({
+      maskOf(core::AiSubjectShape{}, {{K::Exposure, 0.4}, {K::Clarity, 0.3}}),
+      maskOf(core::AiPeopleShape{}, {{K::Saturation, -0.5}}),
+      maskOf(core::BrushShape{{stroke({{0.1, 0.1}, {0.8, 0.7}, {0.3, 0.9}}, 0.05)}, 0.5},
+             {{K::Temperature, 0.4}},
+             {refine(core::LuminanceRangeShape{0.2, 0.8, 0.1}, CompositeMode::Intersect),
+              refine(core::ColorRangeShape{0.1, 0.1, 0.1}, CompositeMode::Add),
+              refine(core::LinearShape{{0, 0}, {1, 1}}, CompositeMode::Subtract)}),
+  });
+  const VImage out = renderStack(path, stack, 400, {});
+  EXPECT_EQ(out.width(), 400);
+  EXPECT_EQ(out.height(), 400);
+  ASSERT_EQ(out.bands(), 4);
+  EXPECT_NEAR(out.getpoint(0, 0)[3], 128, 1); // a translucent frame
+  EXPECT_NEAR(out.getpoint(200, 200)[3], 255, 1);
+  const std::string first = encodePng(out).bytes;
+  EXPECT_TRUE(first == encodePng(renderStack(path, stack, 400, {})).bytes)
+      << "two renders of one stack differ";
+}
+
+} // namespace
+} // namespace velko::app::testing
