@@ -182,15 +182,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
   }
 
-  const auto& order = server::kToolOrder;
-  if (mode < order.size()) {
+  const auto& table = server::toolTable();
+  if (mode < table.size()) {
     json::Value arguments;
     if (std::optional<json::Object> parsed =
             server::parseMessage("{\"a\":" + std::string(first) + "}")) {
       arguments = std::move((*parsed)["a"]);
     } // else the call goes out without arguments
     blankStrings(arguments);
-    json::Object params{{"name", order[mode]}, {"arguments", std::move(arguments)}};
+    json::Object params{{"name", table[mode].name}, {"arguments", std::move(arguments)}};
     json::Object message{
         {"jsonrpc", "2.0"}, {"id", 1}, {"method", "tools/call"}, {"params", std::move(params)}};
     checkWritable(w.dispatcher->handle(json::Value(std::move(message))));

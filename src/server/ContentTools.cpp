@@ -50,10 +50,10 @@ ToolResult runImportFromHome(const ToolArgs& args, ipc::Caller& caller) {
 
 } // namespace
 
-void addContentTools(std::vector<Tool>& table) {
+void addContentTools(std::vector<ToolRow>& table) {
   // clang-format off
-  table.push_back(Tool{"velko_find_similar", kFindSimilarText, parseSchema(kFindSimilarSchema), runFindSimilar});
-  table.push_back(Tool{"velko_import", kImportText, parseSchema(kImportSchema), runImportFromHome});
+  table.push_back({16, "velko_find_similar", kFindSimilarText, kFindSimilarSchema, runFindSimilar});
+  table.push_back({43, "velko_import", kImportText, kImportSchema, runImportFromHome});
   // clang-format on
 }
 

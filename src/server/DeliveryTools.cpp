@@ -81,17 +81,17 @@ ToolResult runExportFromHome(const ToolArgs& args, ipc::Caller& caller) {
 
 } // namespace
 
-void addDeliveryTools(std::vector<Tool>& table) {
+void addDeliveryTools(std::vector<ToolRow>& table) {
   using protocol::CommitResult;
   using protocol::MovieInfo;
   using protocol::MovieListResult;
   using protocol::MovieMakeParams;
   using protocol::VideoCommitParams;
   // clang-format off
-  table.push_back(Tool{"velko_export", kExportText, parseSchema(kExportSchema), runExportFromHome});
-  table.push_back(directTool<VideoCommitParams, CommitResult>("velko_video_commit", kVideoCommitText, kVideoCommitSchema, IPCMethod::VideoCommit));
-  table.push_back(directTool<MovieMakeParams, MovieInfo>("velko_make_movie", kMakeMovieText, kMakeMovieSchema, IPCMethod::MovieMake));
-  table.push_back(listTool<MovieListResult>("velko_movie_list", kMovieListText, kMovieListSchema, IPCMethod::MovieList));
+  table.push_back({40, "velko_export", kExportText, kExportSchema, runExportFromHome});
+  table.push_back({44, "velko_video_commit", kVideoCommitText, kVideoCommitSchema, direct<VideoCommitParams, CommitResult, IPCMethod::VideoCommit>});
+  table.push_back({49, "velko_make_movie", kMakeMovieText, kMakeMovieSchema, direct<MovieMakeParams, MovieInfo, IPCMethod::MovieMake>});
+  table.push_back({50, "velko_movie_list", kMovieListText, kMovieListSchema, noParams<MovieListResult, IPCMethod::MovieList>});
   // clang-format on
 }
 

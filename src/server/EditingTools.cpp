@@ -581,31 +581,27 @@ ToolResult runPointColor(const ToolArgs& args, ipc::Caller& caller) {
 
 } // namespace
 
-void addEditingTools(std::vector<Tool>& table) {
+void addEditingTools(std::vector<ToolRow>& table) {
   using protocol::EditGetResult;
   using protocol::LUTListResult;
   using protocol::SnapshotInfo;
   using protocol::SnapshotListParams;
   using protocol::SnapshotListResult;
   using protocol::SnapshotRefParams;
-  auto row = [](std::string_view name, std::string_view text, std::string_view schema,
-                auto handler) {
-    return Tool{name, text, parseSchema(schema), handler};
-  };
   // clang-format off
-  table.push_back(row("velko_edit_get", kEditGetText, kEditGetSchema, runStackRead<protocol::EditGetParams, IPCMethod::EditGet>));
-  table.push_back(row("velko_edit_set", kEditSetText, kEditSetSchema, runEditSet));
-  table.push_back(row("velko_mask", kMaskText, kMaskSchema, runMask));
-  table.push_back(row("velko_edit_commit", kEditCommitText, kEditCommitSchema, runEditCommit));
-  table.push_back(row("velko_preview_render", kPreviewRenderText, kPreviewRenderSchema, runPreviewRender));
-  table.push_back(row("velko_edit_reset", kEditResetText, kEditResetSchema, runStackRead<protocol::EditResetParams, IPCMethod::EditReset>));
-  table.push_back(directTool<SnapshotListParams, SnapshotListResult>("velko_snapshot_list", kSnapshotListText, kSnapshotListSchema, IPCMethod::SnapshotList));
-  table.push_back(directTool<SnapshotRefParams, SnapshotInfo>("velko_snapshot_save", kSnapshotSaveText, kSnapshotSaveSchema, IPCMethod::SnapshotSave));
-  table.push_back(directTool<SnapshotRefParams, EditGetResult>("velko_snapshot_restore", kSnapshotRestoreText, kSnapshotRestoreSchema, IPCMethod::SnapshotRestore));
-  table.push_back(row("velko_crop", kCropText, kCropSchema, runCrop));
-  table.push_back(listTool<LUTListResult>("velko_lut_list", kLutListText, kLutListSchema, IPCMethod::LutList));
-  table.push_back(row("velko_lut", kLutText, kLutSchema, runLut));
-  table.push_back(row("velko_point_color", kPointColorText, kPointColorSchema, runPointColor));
+  table.push_back({9, "velko_edit_get", kEditGetText, kEditGetSchema, runStackRead<protocol::EditGetParams, IPCMethod::EditGet>});
+  table.push_back({10, "velko_edit_set", kEditSetText, kEditSetSchema, runEditSet});
+  table.push_back({11, "velko_mask", kMaskText, kMaskSchema, runMask});
+  table.push_back({12, "velko_edit_commit", kEditCommitText, kEditCommitSchema, runEditCommit});
+  table.push_back({13, "velko_preview_render", kPreviewRenderText, kPreviewRenderSchema, runPreviewRender});
+  table.push_back({24, "velko_edit_reset", kEditResetText, kEditResetSchema, runStackRead<protocol::EditResetParams, IPCMethod::EditReset>});
+  table.push_back({37, "velko_snapshot_list", kSnapshotListText, kSnapshotListSchema, direct<SnapshotListParams, SnapshotListResult, IPCMethod::SnapshotList>});
+  table.push_back({38, "velko_snapshot_save", kSnapshotSaveText, kSnapshotSaveSchema, direct<SnapshotRefParams, SnapshotInfo, IPCMethod::SnapshotSave>});
+  table.push_back({39, "velko_snapshot_restore", kSnapshotRestoreText, kSnapshotRestoreSchema, direct<SnapshotRefParams, EditGetResult, IPCMethod::SnapshotRestore>});
+  table.push_back({42, "velko_crop", kCropText, kCropSchema, runCrop});
+  table.push_back({45, "velko_lut_list", kLutListText, kLutListSchema, noParams<LUTListResult, IPCMethod::LutList>});
+  table.push_back({46, "velko_lut", kLutText, kLutSchema, runLut});
+  table.push_back({47, "velko_point_color", kPointColorText, kPointColorSchema, runPointColor});
   // clang-format on
 }
 

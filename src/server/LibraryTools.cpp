@@ -178,19 +178,19 @@ ToolResult runContext(const ToolArgs&, ipc::Caller& caller) {
 
 } // namespace
 
-void addLibraryTools(std::vector<Tool>& table) {
+void addLibraryTools(std::vector<ToolRow>& table) {
   using namespace protocol;
   // clang-format off
-  table.push_back(Tool{"velko_ping", kPingText, parseSchema(kPingSchema), runPing});
-  table.push_back(directTool<ListParams, ListResult>("velko_list", kListText, kListSchema, IPCMethod::List));
-  table.push_back(Tool{"velko_context", kContextText, parseSchema(kContextSchema), runContext});
-  table.push_back(listTool<SelectionResult>("velko_selection", kSelectionText, kSelectionSchema, IPCMethod::Selection));
-  table.push_back(directTool<GetParams, GetResult>("velko_get", kGetText, kGetSchema, IPCMethod::Get));
-  table.push_back(directTool<QueryParams, QueryResult>("velko_query", kQueryText, kQuerySchema, IPCMethod::Query));
-  table.push_back(directTool<ShowParams, ShowResult>("velko_show", kShowText, kShowSchema, IPCMethod::Show));
-  table.push_back(directTool<SelectParams, SelectResult>("velko_select", kSelectText, kSelectSchema, IPCMethod::Select));
-  table.push_back(directTool<OpenEditorParams, OpenEditorResult>("velko_open", kOpenText, kOpenSchema, IPCMethod::EditorOpen));
-  table.push_back(directTool<GetParams, core::PhotoInfo>("velko_exif", kExifText, kExifSchema, IPCMethod::Exif));
+  table.push_back({1, "velko_ping", kPingText, kPingSchema, runPing});
+  table.push_back({2, "velko_list", kListText, kListSchema, direct<ListParams, ListResult, IPCMethod::List>});
+  table.push_back({3, "velko_context", kContextText, kContextSchema, runContext});
+  table.push_back({4, "velko_selection", kSelectionText, kSelectionSchema, noParams<SelectionResult, IPCMethod::Selection>});
+  table.push_back({5, "velko_get", kGetText, kGetSchema, direct<GetParams, GetResult, IPCMethod::Get>});
+  table.push_back({17, "velko_query", kQueryText, kQuerySchema, direct<QueryParams, QueryResult, IPCMethod::Query>});
+  table.push_back({18, "velko_show", kShowText, kShowSchema, direct<ShowParams, ShowResult, IPCMethod::Show>});
+  table.push_back({19, "velko_select", kSelectText, kSelectSchema, direct<SelectParams, SelectResult, IPCMethod::Select>});
+  table.push_back({20, "velko_open", kOpenText, kOpenSchema, direct<OpenEditorParams, OpenEditorResult, IPCMethod::EditorOpen>});
+  table.push_back({41, "velko_exif", kExifText, kExifSchema, direct<GetParams, core::PhotoInfo, IPCMethod::Exif>});
   // clang-format on
 }
 

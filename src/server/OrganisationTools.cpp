@@ -220,27 +220,6 @@ constexpr std::string_view kGeotagSchema = R"json({
 })json";
 // clang-format on
 
-/// Changes to many photos, answered with how many were changed (rate, flag, label, favorite,
-/// hide, delete).
-template <class P>
-Tool updatedCountTool(std::string_view name, std::string_view description, std::string_view schema,
-                      IPCMethod method) {
-  return directTool<P, protocol::UpdatedResult>(name, description, schema, method);
-}
-
-/// A new collection, keyword or album, answered with its record.
-template <class R>
-Tool createTool(std::string_view name, std::string_view description, std::string_view schema,
-                IPCMethod method) {
-  return directTool<protocol::GroupCreateParams, R>(name, description, schema, method);
-}
-
-/// Photos added to or removed from a group named by id or by name.
-Tool membershipTool(std::string_view name, std::string_view description, IPCMethod method) {
-  return directTool<protocol::GroupMembershipParams, protocol::UpdatedResult>(
-      name, description, kMembershipSchema, method);
-}
-
 /// velko_annotate_set: the annotation is read leniently, since the assistant leaves out what it
 /// is not sure of; only its caption is required.
 ToolResult runAnnotateSet(const ToolArgs& args, ipc::Caller& caller) {
@@ -253,30 +232,30 @@ ToolResult runAnnotateSet(const ToolArgs& args, ipc::Caller& caller) {
 
 } // namespace
 
-void addOrganisationTools(std::vector<Tool>& table) {
+void addOrganisationTools(std::vector<ToolRow>& table) {
   using namespace protocol;
   // clang-format off
-  table.push_back(updatedCountTool<RateParams>("velko_rate", kRateText, kRateSchema, IPCMethod::Rate));
-  table.push_back(updatedCountTool<FlagParams>("velko_flag", kFlagText, kFlagSchema, IPCMethod::Flag));
-  table.push_back(updatedCountTool<LabelParams>("velko_label", kLabelText, kLabelSchema, IPCMethod::Label));
-  table.push_back(directTool<AnnotatePendingParams, AnnotatePendingResult>("velko_annotate_pending", kAnnotatePendingText, kAnnotatePendingSchema, IPCMethod::AnnotatePending));
-  table.push_back(Tool{"velko_annotate_set", kAnnotateSetText, parseSchema(kAnnotateSetSchema), runAnnotateSet});
-  table.push_back(updatedCountTool<FavoriteParams>("velko_favorite", kFavoriteText, kFavoriteSchema, IPCMethod::Favorite));
-  table.push_back(updatedCountTool<HideParams>("velko_hide", kHideText, kHideSchema, IPCMethod::Hide));
-  table.push_back(updatedCountTool<DeleteParams>("velko_delete", kDeleteText, kDeleteSchema, IPCMethod::Delete));
-  table.push_back(listTool<CollectionListResult>("velko_collection_list", kCollectionListText, kNoArgumentsSchema, IPCMethod::CollectionList));
-  table.push_back(createTool<CollectionInfo>("velko_collection_create", kCollectionCreateText, kCollectionCreateSchema, IPCMethod::CollectionCreate));
-  table.push_back(membershipTool("velko_collection_add", kCollectionAddText, IPCMethod::CollectionAdd));
-  table.push_back(membershipTool("velko_collection_remove", kCollectionRemoveText, IPCMethod::CollectionRemove));
-  table.push_back(listTool<KeywordListResult>("velko_keyword_list", kKeywordListText, kNoArgumentsSchema, IPCMethod::KeywordList));
-  table.push_back(createTool<KeywordInfo>("velko_keyword_create", kKeywordCreateText, kKeywordCreateSchema, IPCMethod::KeywordCreate));
-  table.push_back(membershipTool("velko_keyword_assign", kKeywordAssignText, IPCMethod::KeywordAssign));
-  table.push_back(membershipTool("velko_keyword_remove", kKeywordRemoveText, IPCMethod::KeywordRemove));
-  table.push_back(listTool<AlbumListResult>("velko_album_list", kAlbumListText, kNoArgumentsSchema, IPCMethod::AlbumList));
-  table.push_back(createTool<AlbumInfo>("velko_album_create", kAlbumCreateText, kAlbumCreateSchema, IPCMethod::AlbumCreate));
-  table.push_back(membershipTool("velko_album_add", kAlbumAddText, IPCMethod::AlbumAdd));
-  table.push_back(membershipTool("velko_album_remove", kAlbumRemoveText, IPCMethod::AlbumRemove));
-  table.push_back(directTool<GeotagParams, GeotagResult>("velko_geotag", kGeotagText, kGeotagSchema, IPCMethod::Geotag));
+  table.push_back({6, "velko_rate", kRateText, kRateSchema, direct<RateParams, UpdatedResult, IPCMethod::Rate>});
+  table.push_back({7, "velko_flag", kFlagText, kFlagSchema, direct<FlagParams, UpdatedResult, IPCMethod::Flag>});
+  table.push_back({8, "velko_label", kLabelText, kLabelSchema, direct<LabelParams, UpdatedResult, IPCMethod::Label>});
+  table.push_back({14, "velko_annotate_pending", kAnnotatePendingText, kAnnotatePendingSchema, direct<AnnotatePendingParams, AnnotatePendingResult, IPCMethod::AnnotatePending>});
+  table.push_back({15, "velko_annotate_set", kAnnotateSetText, kAnnotateSetSchema, runAnnotateSet});
+  table.push_back({21, "velko_favorite", kFavoriteText, kFavoriteSchema, direct<FavoriteParams, UpdatedResult, IPCMethod::Favorite>});
+  table.push_back({22, "velko_hide", kHideText, kHideSchema, direct<HideParams, UpdatedResult, IPCMethod::Hide>});
+  table.push_back({23, "velko_delete", kDeleteText, kDeleteSchema, direct<DeleteParams, UpdatedResult, IPCMethod::Delete>});
+  table.push_back({25, "velko_collection_list", kCollectionListText, kNoArgumentsSchema, noParams<CollectionListResult, IPCMethod::CollectionList>});
+  table.push_back({26, "velko_collection_create", kCollectionCreateText, kCollectionCreateSchema, direct<GroupCreateParams, CollectionInfo, IPCMethod::CollectionCreate>});
+  table.push_back({27, "velko_collection_add", kCollectionAddText, kMembershipSchema, direct<GroupMembershipParams, UpdatedResult, IPCMethod::CollectionAdd>});
+  table.push_back({28, "velko_collection_remove", kCollectionRemoveText, kMembershipSchema, direct<GroupMembershipParams, UpdatedResult, IPCMethod::CollectionRemove>});
+  table.push_back({29, "velko_keyword_list", kKeywordListText, kNoArgumentsSchema, noParams<KeywordListResult, IPCMethod::KeywordList>});
+  table.push_back({30, "velko_keyword_create", kKeywordCreateText, kKeywordCreateSchema, direct<GroupCreateParams, KeywordInfo, IPCMethod::KeywordCreate>});
+  table.push_back({31, "velko_keyword_assign", kKeywordAssignText, kMembershipSchema, direct<GroupMembershipParams, UpdatedResult, IPCMethod::KeywordAssign>});
+  table.push_back({32, "velko_keyword_remove", kKeywordRemoveText, kMembershipSchema, direct<GroupMembershipParams, UpdatedResult, IPCMethod::KeywordRemove>});
+  table.push_back({33, "velko_album_list", kAlbumListText, kNoArgumentsSchema, noParams<AlbumListResult, IPCMethod::AlbumList>});
+  table.push_back({34, "velko_album_create", kAlbumCreateText, kAlbumCreateSchema, direct<GroupCreateParams, AlbumInfo, IPCMethod::AlbumCreate>});
+  table.push_back({35, "velko_album_add", kAlbumAddText, kMembershipSchema, direct<GroupMembershipParams, UpdatedResult, IPCMethod::AlbumAdd>});
+  table.push_back({36, "velko_album_remove", kAlbumRemoveText, kMembershipSchema, direct<GroupMembershipParams, UpdatedResult, IPCMethod::AlbumRemove>});
+  table.push_back({48, "velko_geotag", kGeotagText, kGeotagSchema, direct<GeotagParams, GeotagResult, IPCMethod::Geotag>});
   // clang-format on
 }
 

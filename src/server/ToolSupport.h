@@ -1,7 +1,7 @@
 // What every tool handler shares: the MCP tool-result builders, the numeric and string argument
-// readers, the `ids` schema fragment, schema parsing and the two generic handler forms
-// (`directTool`: arguments decoded straight into a params record; `listTool`: no parameters).
-// Area files include this header and append rows built from these pieces.
+// readers, the `ids` schema fragment, schema parsing and the two generic handlers (`direct`:
+// arguments decoded straight into a params record; `noParams`: no parameters). Area files
+// include this header and append their rows, naming a generic handler or one of their own.
 #pragma once
 
 #include "ipc/Caller.h"
@@ -162,26 +162,17 @@ json::Value parseSchema(std::string_view text);
 
 // ---- Handler forms --------------------------------------------------------------------------
 
-/// A tool whose arguments decode straight into P, sent as `method`, answered with R and shown
-/// with jsonTextResult.
-template <class P, class R>
-Tool directTool(std::string_view name, std::string_view description, std::string_view schema,
-                protocol::IPCMethod method) {
-  return Tool{name, description, parseSchema(schema),
-              [method](const ToolArgs& args, ipc::Caller& caller) {
-                const P params = decodeArguments<P>(args);
-                return jsonTextResult(ipc::call<R>(caller, method, params));
-              }};
+/// The handler of a tool whose arguments decode straight into P, sent as `method`, answered
+/// with R and shown with jsonTextResult.
+template <class P, class R, protocol::IPCMethod method>
+ToolResult direct(const ToolArgs& args, ipc::Caller& caller) {
+  const P params = decodeArguments<P>(args);
+  return jsonTextResult(ipc::call<R>(caller, method, params));
 }
 
-/// A tool that reads no arguments and sends `method` without parameters.
-template <class R>
-Tool listTool(std::string_view name, std::string_view description, std::string_view schema,
-              protocol::IPCMethod method) {
-  return Tool{name, description, parseSchema(schema),
-              [method](const ToolArgs&, ipc::Caller& caller) {
-                return jsonTextResult(ipc::call<R>(caller, method));
-              }};
+/// The handler of a tool that reads no arguments and sends `method` without parameters.
+template <class R, protocol::IPCMethod method> ToolResult noParams(const ToolArgs&, ipc::Caller& caller) {
+  return jsonTextResult(ipc::call<R>(caller, method));
 }
 
 } // namespace velko::server
