@@ -41,7 +41,8 @@ std::string listReply(int photos) {
     result.photos.push_back(std::move(p));
   }
   result.nextCursor = photos;
-  return json::toCompact(json::Object{{"jsonrpc", "2.0"}, {"id", 7}, {"result", json::encode(result)}});
+  return json::toCompact(
+      json::Object{{"jsonrpc", "2.0"}, {"id", 7}, {"result", json::encode(result)}});
 }
 
 void BM_ListReplyToText(benchmark::State& state) {
@@ -73,46 +74,48 @@ private:
   std::string line_;
 };
 
-// A preview's way through the server after the reply line is read: decoded, made into the tool
-// result, written as the output line. Bytes per second are of the reply.
-void BM_PreviewReplyToLine(benchmark::State& state) {
+/// Calls the tool `name` with `arguments` for as long as the benchmark runs, each call answered
+/// with `line`, and writes each result as the server's output line. Bytes per second are of
+/// `payload`.
+void runToolOnReply(benchmark::State& state, std::string_view name, std::string_view arguments,
+                    std::string line, std::size_t payload) {
+  // As velko-mcp's main sets them: large buffers stay in the heap from call to call.
   mallopt(M_MMAP_THRESHOLD, 32 << 20);
   mallopt(M_TRIM_THRESHOLD, 128 << 20);
+  ReplayCaller caller(std::move(line));
+  const server::Tool* tool = server::findTool(name);
+  const server::ToolArgs args = json::parse(arguments);
+  std::ostringstream sink;
+  std::ostringstream log;
+  server::Transport transport(sink, log);
+  for (auto _ : state) {
+    transport.sendResult(json::Value(7), tool->invoke(args, caller));
+    sink.str(std::string());
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * payload));
+}
+
+// A preview's way through the server after the reply line is read: decoded, made into the tool
+// result, written as the output line. Bytes per second are of the image's base64.
+void BM_PreviewReplyToLine(benchmark::State& state) {
   std::string base64(static_cast<std::size_t>(state.range(0)), 'A');
   for (std::size_t i = 0; i < base64.size(); i += 7) {
     base64[i] = "+/09az"[i % 6];
   }
-  ReplayCaller caller(R"({"jsonrpc":"2.0","id":3,"result":{"pngBase64":")" + base64 +
-                      R"(","width":1024,"height":683,"appliedStackVersion":3,"basedOnOriginal":true}})");
-  const server::Tool* tool = server::findTool("velko_preview_render");
-  const server::ToolArgs args = json::parse(R"({"id":"A/L0/001"})");
-  std::ostringstream sink;
-  std::ostringstream log;
-  server::Transport transport(sink, log);
-  for (auto _ : state) {
-    transport.sendResult(json::Value(7), tool->invoke(args, caller));
-    sink.str(std::string());
-  }
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * base64.size()));
+  runToolOnReply(state, "velko_preview_render", R"({"id":"A/L0/001"})",
+                 R"({"jsonrpc":"2.0","id":3,"result":{"pngBase64":")" + base64 +
+                     R"(","width":1024,"height":683,"appliedStackVersion":3,)"
+                     R"("basedOnOriginal":true}})",
+                 base64.size());
 }
 BENCHMARK(BM_PreviewReplyToLine)->Arg(6 << 20)->Unit(benchmark::kMillisecond);
 
-// velko_list's way through the server after the reply line is read, to the output line.
+// velko_list's way through the server after the reply line is read, to the output line. Bytes
+// per second are of the reply.
 void BM_ListReplyToLine(benchmark::State& state) {
-  mallopt(M_MMAP_THRESHOLD, 32 << 20);
-  mallopt(M_TRIM_THRESHOLD, 128 << 20);
-  const std::string line = listReply(static_cast<int>(state.range(0)));
-  ReplayCaller caller(line);
-  const server::Tool* tool = server::findTool("velko_list");
-  const server::ToolArgs args = json::parse(R"({"limit":100})");
-  std::ostringstream sink;
-  std::ostringstream log;
-  server::Transport transport(sink, log);
-  for (auto _ : state) {
-    transport.sendResult(json::Value(7), tool->invoke(args, caller));
-    sink.str(std::string());
-  }
-  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * line.size()));
+  std::string line = listReply(static_cast<int>(state.range(0)));
+  const std::size_t size = line.size();
+  runToolOnReply(state, "velko_list", R"({"limit":100})", std::move(line), size);
 }
 BENCHMARK(BM_ListReplyToLine)->Arg(100)->Unit(benchmark::kMicrosecond);
 

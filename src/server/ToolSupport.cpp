@@ -34,13 +34,7 @@ void setImagePayload(ToolResult& result, std::size_t index, json::Value pngBase6
 }
 
 ToolResult jsonValueTextResult(const json::Value& value) {
-  std::string text;
-  try {
-    text = json::toPretty(value);
-  } catch (const json::EncodeError&) {
-    return encodingFailedResult();
-  }
-  return toolResult({textItem(std::move(text))});
+  return prettyTextResult([&] { return json::toPretty(value); });
 }
 
 // What could not be written is not worth more to the assistant than this.

@@ -92,18 +92,24 @@ ToolResult jsonValueTextResult(const json::Value& value);
 /// "encoding failed" (isError true): what a text result says when its JSON cannot be written.
 ToolResult encodingFailedResult();
 
+/// The text `write()` returns as a text result, or encodingFailedResult() when it throws
+/// json::EncodeError.
+template <class F> ToolResult prettyTextResult(F&& write) {
+  std::string text;
+  try {
+    text = write();
+  } catch (const json::EncodeError&) {
+    return encodingFailedResult();
+  }
+  return toolResult({textItem(std::move(text))});
+}
+
 /// A reply record (or a JSON value) shown to the assistant as pretty, key-sorted JSON text.
 template <class T> ToolResult jsonTextResult(const T& record) {
   if constexpr (std::is_same_v<T, json::Object>) {
     return jsonValueTextResult(json::Value(record));
   } else {
-    std::string text;
-    try {
-      text = json::toPrettyText(record);
-    } catch (const json::EncodeError&) {
-      return encodingFailedResult();
-    }
-    return toolResult({textItem(std::move(text))});
+    return prettyTextResult([&] { return json::toPrettyText(record); });
   }
 }
 
@@ -171,7 +177,8 @@ ToolResult direct(const ToolArgs& args, ipc::Caller& caller) {
 }
 
 /// The handler of a tool that reads no arguments and sends `method` without parameters.
-template <class R, protocol::IPCMethod method> ToolResult noParams(const ToolArgs&, ipc::Caller& caller) {
+template <class R, protocol::IPCMethod method>
+ToolResult noParams(const ToolArgs&, ipc::Caller& caller) {
   return jsonTextResult(ipc::call<R>(caller, method));
 }
 
