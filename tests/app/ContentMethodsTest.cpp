@@ -10,7 +10,6 @@
 #include <fstream>
 #include <glib.h>
 #include <set>
-#include <sys/stat.h>
 #include <vips/vips8>
 
 namespace velko::app::testing {
@@ -95,33 +94,6 @@ TEST_F(Content, SimilarRanksAResizedReencodedCopyFirst) {
   EXPECT_NE(r.at("matches").as_array()[0].at("id").as_string(), copy);
 }
 
-TEST_F(Content, DeleteNeedsTheFlagThenMovesToTrash) {
-  writePhoto(libraryFile("a.jpg"), {});
-  writePhoto(libraryFile("sub/b.jpg"), {});
-  open();
-  const std::string a = idOf(libraryFile("a.jpg"));
-  const CallError off = callError("photo.delete", json::Object{{"ids", json::Array{a}}});
-  EXPECT_EQ(off.code, -32603);
-  EXPECT_NE(std::string(off.what()).find("--allow-delete"), std::string::npos);
-  EXPECT_TRUE(fs::exists(libraryFile("a.jpg")));
-
-  options_.allowDelete = true;
-  open();
-  json::Value r = call("photo.delete", json::Object{{"ids", json::Array{a, "nope", a}}});
-  EXPECT_EQ(r.at("updated").as_int64(), 1);
-  EXPECT_EQ(r.at("skipped"), (json::Array{"nope", a}));
-  EXPECT_FALSE(fs::exists(libraryFile("a.jpg")));
-  EXPECT_EQ(ids(), std::vector<std::string>{idOf(libraryFile("sub/b.jpg"))});
-
-  auto db = app().catalog().access();
-  auto s = db->prepare("SELECT original_path, trash_path FROM trash WHERE photo_id = ?");
-  s->bind(1, a);
-  ASSERT_TRUE(s->step());
-  EXPECT_EQ(s->text(0), libraryFile("a.jpg"));
-  EXPECT_TRUE(s->text(1).starts_with(app().folders().trash + "/"));
-  EXPECT_TRUE(fs::is_regular_file(s->text(1)));
-}
-
 TEST_F(Content, ImportTakesGoodStagedFilesAndRefusesTheRest) {
   char date[16];
   const std::time_t now = std::time(nullptr);
@@ -168,11 +140,8 @@ TEST_F(Content, MoviesAreMadeOfVideosOnlyAndGradedOnCommit) {
   EXPECT_EQ(reel.at("name").as_string(), "Reel");
   EXPECT_EQ(reel.at("clipCount").as_int64(), 2);
   EXPECT_NEAR(reel.at("durationSeconds").to_number<double>(), 3, 0.2);
-  json::Value unnamed = call("movie.make", json::Object{{"ids", json::Array{two}}});
-  EXPECT_TRUE(unnamed.at("name").as_string().starts_with("Movie "));
   EXPECT_EQ(callError("movie.make", json::Object{{"ids", json::Array{still}}}).code, -32602);
-
-  EXPECT_EQ(call("movie.list").at("movies"), (json::Array{unnamed, reel}));
+  EXPECT_EQ(call("movie.list").at("movies"), json::Array{reel});
 
   // video.commit: refused without the flag, then trims into a rendition.
   const json::Object trim{{"id", one}, {"startSeconds", 0.5}, {"endSeconds", 1.5}};
@@ -180,10 +149,8 @@ TEST_F(Content, MoviesAreMadeOfVideosOnlyAndGradedOnCommit) {
             std::string::npos);
   options_.allowSaving = true;
   open();
-  for (const json::Object& bad :
-       {json::Object{{"id", one}, {"startSeconds", 1.5}, {"endSeconds", 1.0}},
-        json::Object{{"id", one}, {"endSeconds", 9.0}},
-        json::Object{{"id", one}, {"startSeconds", -1.0}}, json::Object{{"id", still}}}) {
+  for (const json::Object& bad : {json::Object{{"id", one}, {"endSeconds", 9.0}},
+                                  json::Object{{"id", still}}}) {
     SCOPED_TRACE(json::toCompact(bad));
     EXPECT_EQ(callError("video.commit", bad).code, -32602);
   }

@@ -135,7 +135,6 @@ TEST_F(LibraryScan, IdsSurviveReopenRenameMoveAndDeletion) {
   const std::string c = first[0], b = first[1], a = first[2];
   call("photo.rate", json::Object{{"ids", json::Array{a, b}}, {"rating", 4}});
 
-  close();
   open();
   EXPECT_EQ(ids(), first);
 
