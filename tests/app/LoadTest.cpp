@@ -1,16 +1,10 @@
-// Eight velko-mcp processes at once against one velko-headless, for a bounded time, each sending a
-// mixed stream of reads, changes, previews and exports, the way eight assistant sessions would.
-// Both programs run in private mount namespaces over a temporary home and library.
-//
-// Afterwards every acknowledged change must be in the catalogue: each client alone rates and
-// flags the photos it owns, so its last acknowledged values are known; all clients edit a few
-// shared photos with expectedVersion, so a photo's stack version must equal the number of edits
-// acknowledged on it (version conflicts are the one failure expected). Every acknowledged export
-// is a file. The application's descriptors, counted while idle after a warm-up phase and again
-// after a second phase of the same length, must be the same, and its memory must not grow.
-//
-// VELKO_LOAD_SECONDS sets the length of each phase (default 10). Throughput and latency
-// percentiles are printed for the note and the README.
+// Eight velko-mcp processes at once against one velko-headless (in private mount namespaces), each
+// sending a mixed stream of reads, changes, previews and exports for two phases of
+// VELKO_LOAD_SECONDS (default 10). Each client alone rates and flags the photos it owns; all edit
+// a few shared photos with expectedVersion, so a stack version must equal the edits acknowledged
+// on it. Afterwards every acknowledged change is in the catalogue, every acknowledged export is a
+// file, and the application's idle descriptors and peak memory did not grow in the second phase.
+// Throughput and latency percentiles are printed for the README.
 #include "app/AppFixture.h"
 #include "support/Sanitizer.h"
 

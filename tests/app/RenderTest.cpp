@@ -542,8 +542,6 @@ TEST_F(Render, MaskFeatherZeroIsAHardEdgeAndMoreFeatherASoftRamp) {
   const std::vector<Case> cases = {
       {"radial", grey_, radial(0.5, 0.5, 0.4, 0), radial(0.5, 0.5, 0.4, 1)},
       {"brush", grey_, core::BrushShape{{down}, 0}, core::BrushShape{{down}, 1}},
-      {"luminance", rampX(), core::LuminanceRangeShape{0.4, 0.6, 0},
-       core::LuminanceRangeShape{0.4, 0.6, 0.2}},
       {"colour", hueRampX(), core::ColorRangeShape{0.15, 0.02, 0},
        core::ColorRangeShape{0.15, 0.02, 0.2}},
   };
