@@ -159,7 +159,6 @@ TEST(CommandLine, ParsesAndRefuses) {
   EXPECT_EQ(o.library, "/home/u/Pictures");
   EXPECT_EQ(o.catalog, "/home/u/.velko/headless/catalog.sqlite");
   EXPECT_EQ(o.luts, "/l");
-  EXPECT_FALSE(o.allowDelete);
 }
 
 } // namespace
