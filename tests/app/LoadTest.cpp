@@ -1,16 +1,10 @@
-// Eight velko-mcp processes at once against one velko-headless, for a bounded time, each sending a
-// mixed stream of reads, changes, previews and exports, the way eight assistant sessions would.
-// Both programs run in private mount namespaces over a temporary home and library.
-//
-// Afterwards every acknowledged change must be in the catalogue: each client alone rates and
-// flags the photos it owns, so its last acknowledged values are known; all clients edit a few
-// shared photos with expectedVersion, so a photo's stack version must equal the number of edits
-// acknowledged on it (version conflicts are the one failure expected). Every acknowledged export
-// is a file. The application's descriptors, counted while idle after a warm-up phase and again
-// after a second phase of the same length, must be the same, and its memory must not grow.
-//
-// VELKO_LOAD_SECONDS sets the length of each phase (default 10). Throughput and latency
-// percentiles are printed for the note and the README.
+// Eight velko-mcp processes at once against one velko-headless (in private mount namespaces), each
+// sending a mixed stream of reads, changes, previews and exports for two phases of
+// VELKO_LOAD_SECONDS (default 10). Each client alone rates and flags the photos it owns; all edit
+// a few shared photos with expectedVersion, so a stack version must equal the edits acknowledged
+// on it. Afterwards every acknowledged change is in the catalogue, every acknowledged export is a
+// file, and the application's idle descriptors and peak memory did not grow in the second phase.
+// Throughput and latency percentiles are printed for the README.
 #include "app/AppFixture.h"
 #include "support/Sanitizer.h"
 
@@ -90,7 +84,7 @@ protected:
       } else {
         kind = "export", name = "velko_export";
         args = {{"ids", json::Array{id}},
-                {"directory", root_.root.file("exports/c" + std::to_string(index))},
+                {"directory", root_.file("exports/c" + std::to_string(index))},
                 {"format", "jpeg"},
                 {"longEdge", 1024}};
       }
@@ -154,19 +148,18 @@ double percentile(std::vector<double> v, double p) {
 
 TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
   for (int i = 0; i < kPhotos; ++i) {
-    writePhoto(root_.library() + "/p" + std::to_string(i) + ".jpg",
+    writePhoto(library() + "/p" + std::to_string(i) + ".jpg",
                {.width = 1600,
                 .height = 1067,
                 .red = static_cast<unsigned char>(11 * i),
                 .pattern = true,
                 .dateTimeOriginal = "2024:06:" + std::to_string(10 + i) + " 09:00:00"});
   }
-  const std::string home = root_.home();
-  ServerProcess app(root_.headless(VELKO_HEADLESS_PATH, "--allow-saving"));
+  ServerProcess app(headless(VELKO_HEADLESS_PATH, "--allow-saving"));
   std::vector<std::unique_ptr<McpSession>> clients;
   for (int i = 0; i < kClients; ++i) {
     clients.push_back(
-        std::make_unique<McpSession>(velko::testing::withPrivateHome(home, VELKO_MCP_PATH)));
+        std::make_unique<McpSession>(velko::testing::withPrivateHome(home(), VELKO_MCP_PATH)));
   }
   // Once the first scan is done, the ids in file order: photo i was taken on day 10 + i, and the
   // list is newest first.
@@ -179,9 +172,9 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
       edits_[ids_.front()] = 0;
     }
     return ids_.size() == kPhotos;
-  })) << root_.log();
+  })) << log();
   const pid_t pid = static_cast<pid_t>(
-      json::parse(readFile(home + "/.velko/ipc-endpoint.json")).at("pid").as_int64());
+      json::parse(readFile(home() + "/.velko/ipc-endpoint.json")).at("pid").as_int64());
 
   const char* setting = std::getenv("VELKO_LOAD_SECONDS");
   const int seconds = setting != nullptr && std::atoi(setting) > 0 ? std::atoi(setting) : 10;
@@ -227,8 +220,8 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
 
   // Every acknowledged change is in the catalogue once the application has stopped.
   ::kill(pid, SIGTERM);
-  EXPECT_EQ(app.waitExit(std::chrono::seconds(30)), 0) << root_.log();
-  const auto rows = readRows(home + "/.velko/headless/catalog.sqlite",
+  EXPECT_EQ(app.waitExit(std::chrono::seconds(30)), 0) << log();
+  const auto rows = readRows(home() + "/.velko/headless/catalog.sqlite",
                              "SELECT id, rating, flag, stack_version FROM photos");
   EXPECT_EQ(rows.size(), static_cast<std::size_t>(kPhotos));
   for (const auto& row : rows) {
@@ -240,7 +233,7 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
     EXPECT_EQ(std::stoll(row[3]), edits_.at(row[0]).load());
   }
   std::size_t files = 0;
-  for (const auto& entry : fs::recursive_directory_iterator(root_.root.file("exports"))) {
+  for (const auto& entry : fs::recursive_directory_iterator(root_.file("exports"))) {
     files += entry.is_regular_file() ? 1 : 0;
   }
   EXPECT_EQ(files, static_cast<std::size_t>(exports));

