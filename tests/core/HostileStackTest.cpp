@@ -2,15 +2,14 @@
 // and patch fuzzers (fuzz/), kept here so they run in every build.
 #include "core/EditPatch.h"
 #include "core/EditStack.h"
-#include "core/EditStackMerge.h"
 
 #include <chrono>
 #include <cstdint>
-#include <exception>
 #include <functional>
 #include <gtest/gtest.h>
 #include <limits>
 #include <optional>
+#include <stdexcept>
 #include <string>
 
 namespace velko::core {
@@ -35,14 +34,6 @@ TEST(HostileStack, ChangesAtTheLargestVersionAreRefusedUntouched) {
       {"setScalar",
        [&](EditStack& s) {
          s.setScalar(AdjustmentKind::Exposure, 1, UserOrigin{}, at);
-       }},
-      {"applyPreset",
-       [&](EditStack& s) {
-         applyPreset(s, presetSubset(s));
-       }},
-      {"merged",
-       [&](EditStack& s) {
-         s = merged(s, s);
        }},
       {"patch",
        [&](EditStack& s) {
