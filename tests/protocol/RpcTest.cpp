@@ -15,33 +15,24 @@ TEST(Rpc, DecodesResponseOutcomes) {
   struct Case {
     const char* name;
     const char* line;
-    std::optional<UpdatedResult> result;
-    std::optional<RPCError> error;
+    Outcome<json::Value> outcome;
   } cases[] = {
       {"error wins over result",
        R"({"id":1,"result":{"updated":1,"skipped":[]},"error":{"code":-32001,"message":"x"}})",
-       std::nullopt, RPCError{-32001, "x"}},
-      {"neither", R"({"jsonrpc":"2.0","id":1})", std::nullopt,
+       RPCError{-32001, "x"}},
+      {"neither", R"({"jsonrpc":"2.0","id":1})",
        RPCError{-32603, "response carried neither result nor error"}},
-      {"other id accepted", R"({"jsonrpc":"2.0","id":"zz","result":{"updated":0,"skipped":["a"]}})",
-       UpdatedResult{0, {"a"}}, std::nullopt},
+      {"other id accepted", R"({"jsonrpc":"2.0","id":"zz","result":[]})",
+       json::Value(json::Array{})},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    Outcome<UpdatedResult> typed = decodeResponse<UpdatedResult>(c.line);
-    Outcome<json::Value> untyped = decodeResponse(c.line);
-    if (c.result) {
-      ASSERT_TRUE(std::holds_alternative<UpdatedResult>(typed));
-      EXPECT_EQ(std::get<UpdatedResult>(typed), *c.result);
-      ASSERT_TRUE(std::holds_alternative<json::Value>(untyped));
-      EXPECT_EQ(std::get<json::Value>(untyped), json::encode(*c.result));
-    } else {
-      ASSERT_TRUE(std::holds_alternative<RPCError>(typed));
-      EXPECT_EQ(std::get<RPCError>(typed), *c.error);
-      ASSERT_TRUE(std::holds_alternative<RPCError>(untyped));
-      EXPECT_EQ(std::get<RPCError>(untyped), *c.error);
-    }
+    EXPECT_EQ(decodeResponse(c.line), c.outcome);
   }
+  // Only the response fuzzer reads typed results.
+  EXPECT_EQ(std::get<UpdatedResult>(decodeResponse<UpdatedResult>(
+                R"({"id":1,"result":{"updated":1,"skipped":["a"]}})")),
+            (UpdatedResult{1, {"a"}}));
 }
 
 TEST(Rpc, IdsDecodeIntegerFirstThenString) {
