@@ -48,7 +48,8 @@ TEST(EditPatchOpJson, LiteralsDecodeAndEncodeExactly) {
 }
 
 // The application's editing test refuses a stale version, an op without a value and a missing
-// mask; these are the other malformed forms, each after a valid op.
+// mask; these are the other malformed forms, each after a valid op. A mask op's error names its
+// action.
 TEST(EditPatch, MalformedOperationsChangeNothing) {
   struct Case {
     const char* name;
@@ -66,7 +67,16 @@ TEST(EditPatch, MalformedOperationsChangeNothing) {
        EditPatchError::Kind::MalformedOp},
       {"remove without id",
        {scalarOp(K::Exposure, 0.5)},
-       {maskOp(Action::SetEnabled, kId), maskOp(Action::Remove)},
+       {{.action = Action::SetEnabled, .id = kId, .enabled = false}, maskOp(Action::Remove)},
+       EditPatchError::Kind::MalformedMaskOp},
+      {"add without shape", {}, {maskOp(Action::Add, kId)}, EditPatchError::Kind::MalformedMaskOp},
+      {"setAdjustment without kind",
+       {},
+       {maskOp(Action::SetAdjustment, kId)},
+       EditPatchError::Kind::MalformedMaskOp},
+      {"setShape without id",
+       {},
+       {{.action = Action::SetShape, .shape = LinearShape{}}},
        EditPatchError::Kind::MalformedMaskOp},
   };
   for (const Case& c : cases) {
@@ -79,6 +89,9 @@ TEST(EditPatch, MalformedOperationsChangeNothing) {
       ADD_FAILURE() << "applied";
     } catch (const EditPatchError& e) {
       EXPECT_EQ(e.kind(), c.kind);
+      if (!c.maskOps.empty()) {
+        EXPECT_EQ(e.action(), c.maskOps.back().action);
+      }
     }
     EXPECT_EQ(bytes(s), before);
   }
@@ -106,33 +119,6 @@ TEST(EditPatch, VersionCountsEachChangeAndValuesAreStoredUnclamped) {
   s.apply({{.kind = K::Exposure, .remove = true}}, {}, kAgent, kNoon, std::nullopt);
   EXPECT_EQ(s.version, 5);
   EXPECT_FALSE(s.values.contains(K::Exposure));
-}
-
-TEST(MaskPatch, ValidateNamesTheActionAndIgnoresUnusedFields) {
-  struct Case {
-    const char* name;
-    MaskPatchOp op;
-    bool valid;
-  } cases[] = {
-      {"add without shape", maskOp(Action::Add, kId), false},
-      {"setAdjustment without kind", maskOp(Action::SetAdjustment, kId), false},
-      {"remove with a shape", {.action = Action::Remove, .id = kId, .shape = LinearShape{}}, true},
-      {"setShape without id", {.action = Action::SetShape, .shape = LinearShape{}}, false},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    if (c.valid) {
-      EXPECT_NO_THROW(c.op.validate());
-      continue;
-    }
-    try {
-      c.op.validate();
-      ADD_FAILURE() << "validated";
-    } catch (const EditPatchError& e) {
-      EXPECT_EQ(e.kind(), EditPatchError::Kind::MalformedMaskOp);
-      EXPECT_EQ(e.action(), c.op.action);
-    }
-  }
 }
 
 // Adds with and without an id, tunes, reshapes, disables and removes, in the order given, each
