@@ -3,10 +3,7 @@
 # from its seed corpus in fuzz/corpus/<name>. Fails on the first crash, leak, time-out or
 # out-of-memory; the input that caused it is left in build-fuzz/artifacts/.
 #
-#   fuzz/run.sh                          every target, 20 seconds each
-#   fuzz/run.sh --time 600 mcp_line      one target for ten minutes
-#   fuzz/run.sh --seed 0 …               a fresh random seed each run (the default is 1)
-#   fuzz/run.sh --build build-test       use a build tree configured with -DVELKO_FUZZ=ON already
+#   fuzz/run.sh [--time SECONDS (20)] [--seed N (1; 0 is random)] [--build DIR] [TARGET…]
 #   build-fuzz/fuzz/fuzz_mcp_line build-fuzz/artifacts/crash-…   replay one input
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)

@@ -48,15 +48,6 @@ TEST(PhotoSummary, JsonFormMatchesGolden) {
                               "C1"};
   EXPECT_EQ(json::decodeAs<PhotoSummary>(json::parse(kFullSummary)), expected);
   EXPECT_EQ(json::toCompact(json::encode(expected)), kFullSummary);
-
-  // A still with no optional data leaves every optional key out.
-  const char* minimal = R"({"id":"s","pixelWidth":1,"pixelHeight":2,"isFavorite":false,)"
-                        R"("isHidden":true,"durationSeconds":0,"playbackStyle":1,"sourceType":1,)"
-                        R"("representsBurst":false,"canEditContent":true,)"
-                        R"("canEditProperties":true,"canDelete":false,"hasAdjustments":false})";
-  auto still = json::decodeAs<PhotoSummary>(json::parse(minimal));
-  EXPECT_FALSE(still.creationDate || still.latitude || still.cloudIdentifier);
-  EXPECT_EQ(json::toCompact(json::encode(still)), minimal);
 }
 
 TEST(PhotoInfo, JsonFormMatchesGolden) {
@@ -69,13 +60,6 @@ TEST(PhotoInfo, JsonFormMatchesGolden) {
                      2.8,          35.0,       7728,   5152,      "RAF", "DSCF0001.RAF"};
   EXPECT_EQ(json::decodeAs<PhotoInfo>(json::parse(golden)), expected);
   EXPECT_EQ(json::toCompact(json::encode(expected)), golden);
-
-  // Only the dimensions are required; null reads as absent.
-  auto bare =
-      json::decodeAs<PhotoInfo>(json::parse(R"({"pixelWidth":1,"pixelHeight":1,"iso":null})"));
-  EXPECT_EQ(bare, (PhotoInfo{.pixelWidth = 1, .pixelHeight = 1}));
-  EXPECT_EQ(json::toCompact(json::encode(bare)), R"({"pixelWidth":1,"pixelHeight":1})");
-  EXPECT_THROW(json::decodeAs<PhotoInfo>(json::parse(R"({"pixelWidth":1})")), json::DecodeError);
 }
 
 } // namespace

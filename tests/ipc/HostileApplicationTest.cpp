@@ -58,6 +58,7 @@ TEST(HostileApplication, ReplyOfExactlyTheLimitIsAcceptedAndOneBytePastItIsAFram
   }
 }
 
+// fuzz_rpc_response decodes any bytes; these go through the socket.
 TEST(HostileApplication, GarbageRepliesAreDecodeErrors) {
   struct Case {
     const char* name;
@@ -67,15 +68,10 @@ TEST(HostileApplication, GarbageRepliesAreDecodeErrors) {
       {"empty line", ""},
       {"NUL bytes", std::string("\0\0\0", 3)},
       {"bytes that are not UTF-8", "\xff\xfe\xfd"},
-      {"invalid UTF-8 inside a result string", "{\"id\":1,\"result\":\"\xc3\x28\"}"},
       {"overlong encoding of a slash", "{\"id\":1,\"result\":\"\xc0\xaf\"}"},
-      {"UTF-16 surrogate in UTF-8", "{\"id\":1,\"result\":\"\xed\xa0\x80\"}"},
       {"lone escaped surrogate", R"({"id":1,"error":{"code":1,"message":"\udc00"}})"},
-      {"truncated object", R"({"jsonrpc":"2.0","id":1,"result":{"n":)"},
       {"two objects on one line", R"({"id":1,"result":1}{"id":1,"result":2})"},
       {"top-level array", R"([{"id":1,"result":1}])"},
-      {"top-level string", R"("result")"},
-      {"error code not a number", R"({"id":1,"error":{"code":"x","message":"m"}})"},
       {"error code past 64 bits",
        R"({"id":1,"error":{"code":99999999999999999999,"message":"m"}})"},
       {"error without message", R"({"id":1,"error":{"code":-32000}})"},
@@ -93,12 +89,8 @@ TEST(HostileApplication, GarbageRepliesAreDecodeErrors) {
 TEST(HostileApplication, WellFormedRepliesOfTheWrongShapeAreDecodeErrors) {
   // The untyped call accepts any result; the typed one names what is wrong.
   const char* replies[] = {
-      R"({"result":{}})",
       R"({"result":[]})",
       R"({"result":{"appVersion":"2.1","buildStamp":"b7","protocolVersion":"1","libraryAuthorized":true,"photoCount":12}})",
-      R"({"result":{"appVersion":"2.1","buildStamp":"b7","protocolVersion":1.5,"libraryAuthorized":true,"photoCount":12}})",
-      R"({"result":{"appVersion":"\u0000","buildStamp":"b7","protocolVersion":1,"libraryAuthorized":null,"photoCount":12}})",
-      R"({"result":{"appVersion":"2.1","buildStamp":"b7","protocolVersion":1,"libraryAuthorized":true,"photoCount":1e999999}})",
   };
   for (const char* reply : replies) {
     SCOPED_TRACE(reply);

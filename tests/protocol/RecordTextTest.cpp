@@ -1,6 +1,7 @@
 // Records written straight to pretty text must read exactly as their encoded values do: the
 // assistant's texts, and the tool reference built from them, depend on it.
 #include "json/RecordText.h"
+
 #include "protocol/DeliveryRecords.h"
 #include "protocol/EditingRecords.h"
 #include "protocol/LibraryRecords.h"
