@@ -515,4 +515,33 @@ VImage applyMasks(const VImage& rgb, const core::EditStack& stack) {
   return withInterpretation(current.cast(VIPS_FORMAT_FLOAT), VIPS_INTERPRETATION_scRGB);
 }
 
+std::optional<std::vector<PixelMask>> pixelMasks(const core::EditStack& stack, int width,
+                                                 int height) {
+  const auto drawn = [](const core::MaskShape& shape) {
+    return std::holds_alternative<core::LinearShape>(shape) ||
+           std::holds_alternative<core::RadialShape>(shape) ||
+           std::holds_alternative<core::BrushShape>(shape);
+  };
+  std::vector<PixelMask> masks;
+  // Drawn shapes never read the image, so the source is a stand-in of the right size.
+  MatteSource source(VImage::black(width, height, VImage::option()->set("bands", 3)));
+  for (const core::LocalMask& mask : stack.masks()) {
+    if (!mask.isEnabled) {
+      continue;
+    }
+    core::EditStack own = maskStack(mask);
+    if (own.isEmpty()) {
+      continue;
+    }
+    if (readsNeighbours(own) || !drawn(mask.shape) ||
+        !std::all_of(mask.refinements().begin(), mask.refinements().end(),
+                     [&](const core::MaskComponent& c) { return drawn(c.shape); })) {
+      return std::nullopt;
+    }
+    VImage m = coverage(mask, source);
+    masks.push_back({std::move(own), std::move(m)});
+  }
+  return masks;
+}
+
 } // namespace velko::app

@@ -33,6 +33,8 @@
 #include "core/EditStack.h"
 #include "core/LocalMask.h"
 
+#include <optional>
+#include <vector>
 #include <vips/vips8>
 
 namespace velko::app {
@@ -58,5 +60,18 @@ vips::VImage maskMatte(const core::LocalMask& mask, const vips::VImage& image);
 /// float) in list order, out = in · (1 − m) + masked · m, each mask seeing the previous ones'
 /// result. Mattes are taken from `rgb` as it enters the stage. Returns scRGB float.
 vips::VImage applyMasks(const vips::VImage& rgb, const core::EditStack& stack);
+
+/// A mask whose rendering is a function of each pixel alone: its own stack and its coverage.
+struct PixelMask {
+  core::EditStack stack;
+  vips::VImage coverage; ///< one float band, 0..1
+};
+
+/// The stack's enabled masks that render something, with their coverage at `width` × `height`,
+/// when every one of them renders pixel by pixel (no kind that reads around a pixel) and is
+/// drawn from shapes that do not read the image (linear, radial, brush); nothing otherwise.
+/// The pipeline then blends them in the same pass as the effects, with no copy of the image.
+std::optional<std::vector<PixelMask>> pixelMasks(const core::EditStack& stack, int width,
+                                                 int height);
 
 } // namespace velko::app

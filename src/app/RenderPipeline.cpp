@@ -1,11 +1,16 @@
 #include "app/RenderPipeline.h"
 
 #include "app/Masks.h"
+#include "app/PixelOp.h"
 #include "app/RenderMath.h"
 
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <optional>
 #include <numbers>
 #include <vector>
 
@@ -259,7 +264,7 @@ struct Settings {
   }
 
   /// The tone functions on one perceptual value, before the per-channel curve.
-  /// It runs for every entry of a 65,536-entry table, so integer powers are products and the
+  /// It runs for every entry of a 4,097-entry table, so integer powers are products and the
   /// powers that change nothing are skipped.
   double tone(double x) const {
     x = clamp01(x + whites * 0.2 * (x * x) * (x * x));
@@ -310,46 +315,126 @@ VImage blur(const VImage& band, double sigma) {
   }
   const double shrink = sigma / kDirect * 1.5;
   const VImage small = band.resize(1 / shrink);
+  // The reduced blur is held in memory (it is small): scaling it back reads it a few rows at a
+  // time, and left lazy every strip of output would shrink a large band of the input again.
   const VImage blurred =
-      small.gaussblur(sigma / shrink, VImage::option()->set("precision", VIPS_PRECISION_FLOAT));
+      small.gaussblur(sigma / shrink, VImage::option()->set("precision", VIPS_PRECISION_FLOAT))
+          .copy_memory();
   return resizeTo(blurred, band.width(), band.height());
 }
 
-// ---- develop and tone: linear scRGB in and out --------------------------------------------
+// ---- develop, tone, colour and grade: one function per pixel --------------------------------
 
-constexpr int kToneEntries = 65536;
+constexpr int kToneEntries = 4097; ///< interpolated linearly between entries
+constexpr int kHueSteps = 10;         ///< table entries per degree of hue
+constexpr int kLightnessSteps = 100;  ///< table entries per unit of Lab lightness
+constexpr double kDegree = kPi / 180;
+
+// libvips' D65 white and matrices, so that our Lab is the Lab libvips converts to.
+constexpr float kX0 = 95.047F, kY0 = 100.0F, kZ0 = 108.8827F;
+
+/// The cube root of a positive float: an estimate from the exponent bits, then three Newton
+/// steps (each squares the relative error: 5 %, 0.25 %, 6e-6, then float precision).
+inline float cubeRoot(float x) {
+  std::uint32_t bits = 0;
+  std::memcpy(&bits, &x, sizeof bits);
+  bits = bits / 3 + 709921077U;
+  float y = 0;
+  std::memcpy(&y, &bits, sizeof y);
+  for (int i = 0; i < 3; ++i) {
+    y = (2 * y + x / (y * y)) * (1.0F / 3);
+  }
+  return y;
+}
+
+/// The angle of (a, b) in degrees, 0..360, within 0.001°.
+inline float hueDegrees(float b, float a) {
+  const float ax = std::abs(a), ay = std::abs(b);
+  const float big = std::max(ax, ay);
+  if (big == 0) {
+    return 0;
+  }
+  const float t = std::min(ax, ay) / big;
+  const float t2 = t * t;
+  // atan(t) on 0..1 within 1.2e-5 radians (Hastings' odd polynomial).
+  float r = t * (0.9998660F +
+                 t2 * (-0.3302995F + t2 * (0.1801410F + t2 * (-0.0851330F + t2 * 0.0208351F))));
+  if (ay > ax) {
+    r = static_cast<float>(kPi / 2) - r;
+  }
+  if (a < 0) {
+    r = static_cast<float>(kPi) - r;
+  }
+  float degrees = r * static_cast<float>(180 / kPi);
+  if (b < 0) {
+    degrees = 360 - degrees;
+  }
+  return degrees >= 360 ? 0 : degrees;
+}
+
+/// Linear scRGB to CIE Lab.
+inline void linearToLab(const float* rgb, float* lab) {
+  const float r = rgb[0] * kY0, g = rgb[1] * kY0, b = rgb[2] * kY0;
+  const float x = (0.4124F * r + 0.3576F * g + 0.1805F * b) / kX0;
+  const float y = (0.2126F * r + 0.7152F * g + 0.0722F * b) / kY0;
+  const float z = (0.0193F * r + 0.1192F * g + 0.9505F * b) / kZ0;
+  const auto f = [](float t) { return t > 0.008856F ? cubeRoot(t) : 7.787F * t + 16.0F / 116; };
+  const float fx = f(x), fy = f(y), fz = f(z);
+  lab[0] = y > 0.008856F ? 116 * fy - 16 : 903.3F * y;
+  lab[1] = 500 * (fx - fy);
+  lab[2] = 200 * (fy - fz);
+}
+
+/// CIE Lab to linear scRGB.
+inline void labToLinear(const float* lab, float* rgb) {
+  float y, fy;
+  if (lab[0] < 8) {
+    y = lab[0] / 903.3F;
+    fy = 7.787F * y + 16.0F / 116;
+  } else {
+    fy = (lab[0] + 16) / 116;
+    y = fy * fy * fy;
+  }
+  const float fx = lab[1] / 500 + fy;
+  const float fz = fy - lab[2] / 200;
+  const auto inverse = [](float t) { return t < 0.2069F ? (t - 16.0F / 116) / 7.787F : t * t * t; };
+  const float x = inverse(fx) * kX0, z = inverse(fz) * kZ0;
+  y *= kY0;
+  rgb[0] = (3.2406F * x - 1.5372F * y - 0.4986F * z) / kY0;
+  rgb[1] = (-0.9689F * x + 1.8758F * y + 0.0415F * z) / kY0;
+  rgb[2] = (0.0557F * x - 0.2040F * y + 1.0570F * z) / kY0;
+}
+
+/// A table index: `v` scaled by `steps`, rounded, and held within the table.
+inline std::size_t entry(float v, int steps, int entries) {
+  const float i = v * static_cast<float>(steps) + 0.5F;
+  return i <= 0 ? 0 : std::min(static_cast<std::size_t>(i), static_cast<std::size_t>(entries - 1));
+}
 
 /// One lookup per channel, indexed by the square root of the linear value (fine steps in the
 /// shadows), giving the toned linear value. Values past white are clipped to white.
-VImage applyTone(const VImage& rgb, const Settings& s) {
+std::vector<float> toneTable(const Settings& s) {
   std::vector<float> table(static_cast<std::size_t>(kToneEntries) * 3);
   const bool sameForAll = !s.channel[0] && !s.channel[1] && !s.channel[2];
   for (int i = 0; i < kToneEntries; ++i) {
     const double root = static_cast<double>(i) / (kToneEntries - 1);
     const double toned = s.tone(toPerceptual(root * root));
-    float* entry = &table[static_cast<std::size_t>(i) * 3];
+    float* e = &table[static_cast<std::size_t>(i) * 3];
     if (sameForAll) {
-      entry[0] = entry[1] = entry[2] = static_cast<float>(toLinear(toned));
+      e[0] = e[1] = e[2] = static_cast<float>(toLinear(toned));
       continue;
     }
     for (std::size_t c = 0; c < 3; ++c) {
       const auto& curve = s.channel[c];
-      entry[c] = static_cast<float>(toLinear(curve ? (*curve)(toned) : toned));
+      e[c] = static_cast<float>(toLinear(curve ? (*curve)(toned) : toned));
     }
   }
-  const VImage index = (positive(rgb).pow(0.5) * (kToneEntries - 1) + 0.5).cast(VIPS_FORMAT_USHORT);
-  return withInterpretation(index.maplut(lutImage(table, kToneEntries, 3)),
-                            VIPS_INTERPRETATION_scRGB);
+  return table;
 }
-
-// ---- colour: LCh, then Lab ----------------------------------------------------------------
-
-constexpr int kHueSteps = 10; ///< table entries per degree of hue
-
 
 /// Per hue: the mixer's hue shift in degrees, its chroma factor and its lightness shift, each
 /// a smooth blend of the two nearest bands.
-VImage mixerTable(const Settings& s) {
+std::vector<float> mixerTable(const Settings& s) {
   std::vector<float> table;
   const int entries = 360 * kHueSteps + 1;
   table.reserve(static_cast<std::size_t>(entries) * 3);
@@ -378,125 +463,12 @@ VImage mixerTable(const Settings& s) {
     table.insert(table.end(), {static_cast<float>(shift), static_cast<float>(std::max(0.0, factor)),
                                static_cast<float>(lum)});
   }
-  return lutImage(table, entries, 3);
+  return table;
 }
-
-/// A picked colour (hue, saturation and lightness of sRGB, 0..1 each) in LCh, converted by
-/// libvips as the pixels are.
-std::array<double, 3> lchOf(const core::PointColorTarget& t) {
-  const double c = (1 - std::abs(2 * t.targetLum - 1)) * t.targetSat;
-  const double sector = t.targetHue * 6;
-  const double x = c * (1 - std::abs(std::fmod(sector, 2) - 1));
-  static constexpr std::array<std::array<int, 3>, 6> kOrder{
-      {{0, 1, 2}, {1, 0, 2}, {2, 0, 1}, {2, 1, 0}, {1, 2, 0}, {0, 2, 1}}};
-  const auto& order = kOrder[static_cast<std::size_t>(std::min(5.0, std::floor(sector)))];
-  const std::array<double, 3> parts{c, x, 0};
-  std::vector<double> linear(3);
-  for (std::size_t i = 0; i < 3; ++i) {
-    linear[i] = toLinear(parts[static_cast<std::size_t>(order[i])] + t.targetLum - c / 2);
-  }
-  const std::vector<double> lch =
-      withInterpretation(
-          (VImage::black(1, 1, VImage::option()->set("bands", 3)) + linear).cast(VIPS_FORMAT_FLOAT),
-          VIPS_INTERPRETATION_scRGB)
-          .colourspace(VIPS_INTERPRETATION_LCH)
-          .getpoint(0, 0);
-  return {lch[0], lch[1], lch[2]};
-}
-
-/// Point colour: each target moves the colours near its picked one, weighted by closeness in
-/// hue, chroma and lightness (each 1 near the pick, fading to 0 at a distance that grows with
-/// the range). A shift of 1 turns hue by 30°, scales chroma by 2 (−1 removes it) and moves
-/// lightness by 20. Weights come from the colours before any target moves them.
-void applyPointColor(VImage& l, VImage& c, VImage& h,
-                     const std::vector<core::PointColorTarget>& targets) {
-  constexpr int kChromaSteps = 10; ///< table entries per unit of chroma, up to 200
-  constexpr int kLumSteps = 100;   ///< per unit of lightness, up to 100
-  const int hueEntries = 360 * kHueSteps + 1;
-  const int chromaEntries = 200 * kChromaSteps + 1;
-  const int lumEntries = 100 * kLumSteps + 1;
-  const auto n = static_cast<int>(targets.size());
-  std::vector<float> hueTable(static_cast<std::size_t>(hueEntries * n));
-  std::vector<float> chromaTable(static_cast<std::size_t>(chromaEntries * n));
-  std::vector<float> lumTable(static_cast<std::size_t>(lumEntries * n));
-  const auto near = [](double distance, double width) {
-    return 1 - smoothstep(0.3 * width, width, distance);
-  };
-  std::vector<double> hueShift, chromaShift, lumShift;
-  for (int t = 0; t < n; ++t) {
-    const core::PointColorTarget& target = targets[static_cast<std::size_t>(t)];
-    const auto [pickL, pickC, pickH] = lchOf(target);
-    // A grey pick has no hue to match: its hue weight fades to 1.
-    const double hueCertainty = smoothstep(2, 10, pickC);
-    const auto at = [n, t](int entry) {
-      return static_cast<std::size_t>(entry * n + t);
-    };
-    for (int i = 0; i < hueEntries; ++i) {
-      const double d = std::abs(std::remainder(static_cast<double>(i) / kHueSteps - pickH, 360));
-      hueTable[at(i)] =
-          static_cast<float>(1 - hueCertainty * (1 - near(d, 20 + 60 * target.range)));
-    }
-    for (int i = 0; i < chromaEntries; ++i) {
-      chromaTable[at(i)] = static_cast<float>(
-          near(std::abs(static_cast<double>(i) / kChromaSteps - pickC), 15 + 45 * target.range));
-    }
-    for (int i = 0; i < lumEntries; ++i) {
-      lumTable[at(i)] = static_cast<float>(
-          near(std::abs(static_cast<double>(i) / kLumSteps - pickL), 20 + 50 * target.range));
-    }
-    hueShift.push_back(30 * target.hue);
-    chromaShift.push_back(target.sat);
-    lumShift.push_back(20 * target.lum);
-  }
-  const auto index = [](const VImage& v, int steps, int entries) {
-    const VImage i = (positive(v) * steps + 0.5).cast(VIPS_FORMAT_USHORT);
-    return (i > entries - 1).ifthenelse(entries - 1, i).cast(VIPS_FORMAT_USHORT);
-  };
-  const VImage weight =
-      index(h, kHueSteps, hueEntries).maplut(lutImage(hueTable, hueEntries, n)) *
-      index(c, kChromaSteps, chromaEntries).maplut(lutImage(chromaTable, chromaEntries, n)) *
-      index(l, kLumSteps, lumEntries).maplut(lutImage(lumTable, lumEntries, n));
-  const auto total = [&](const std::vector<double>& shifts) {
-    return n == 1 ? weight * shifts : (weight * shifts).bandmean() * n;
-  };
-  const VImage turned = h + total(hueShift);
-  // Back onto 0..360, where the mixer's table expects it.
-  h = (turned < 0).ifthenelse(turned + 360, (turned >= 360).ifthenelse(turned - 360, turned));
-  c = positive(c * (1 + total(chromaShift)));
-  l = l + total(lumShift);
-}
-
-VImage applyColour(const VImage& rgb, const Settings& s) {
-  const VImage lch = rgb.colourspace(VIPS_INTERPRETATION_LCH);
-  VImage l = lch[0];
-  VImage c = lch[1];
-  VImage h = lch[2];
-  if (!s.pointColors.empty()) {
-    applyPointColor(l, c, h, s.pointColors);
-  }
-  if (s.mixer()) {
-    const VImage index = (h * kHueSteps + 0.5).cast(VIPS_FORMAT_USHORT);
-    const VImage mix = index.maplut(mixerTable(s));
-    // Lightness moves only where there is colour: a grey pixel's hue means nothing.
-    const VImage colourful = 1 - positive(1 - c / 20);
-    l = l + mix[2] * colourful;
-    c = c * mix[1];
-    h = h + mix[0];
-  }
-  if (s.vibrance != 0) {
-    // Vibrance favours the muted colours: full effect at no chroma, none from chroma 70 up.
-    c = c * (1 + s.vibrance * positive(1 - c / 70));
-  }
-  c = s.monochrome ? c * 0 : c * s.chroma;
-  return withInterpretation(VImage::bandjoin({l, c, h}), VIPS_INTERPRETATION_LCH)
-      .colourspace(VIPS_INTERPRETATION_LAB);
-}
-
-constexpr int kLightnessSteps = 100; ///< table entries per unit of Lab lightness
 
 /// Per lightness: the grade's (L, a, b) offset, from the shadow, midtone and highlight weights
 /// (a partition of unity whose pivot cgBalance moves) and the global wheel.
-VImage gradeTable(const Settings& s) {
+std::vector<float> gradeTable(const Settings& s) {
   std::vector<float> table;
   const int entries = 100 * kLightnessSteps + 1;
   table.reserve(static_cast<std::size_t>(entries) * 3);
@@ -513,17 +485,201 @@ VImage gradeTable(const Settings& s) {
     table.insert(table.end(),
                  {static_cast<float>(dl), static_cast<float>(da), static_cast<float>(db)});
   }
-  return lutImage(table, entries, 3);
+  return table;
 }
 
-VImage applyGrade(const VImage& lab, const Settings& s) {
-  // Lightness past 100 (values past white) takes the table's last entry.
-  const VImage index = (lab[0] * kLightnessSteps + 0.5).cast(VIPS_FORMAT_USHORT);
-  const VImage lastEntry = index > 100 * kLightnessSteps;
-  const VImage clamped =
-      lastEntry.ifthenelse(100 * kLightnessSteps, index).cast(VIPS_FORMAT_USHORT);
-  return withInterpretation(lab + clamped.maplut(gradeTable(s)), VIPS_INTERPRETATION_LAB);
+/// A picked colour (hue, saturation and lightness of sRGB, 0..1 each) in LCh, converted as the
+/// pixels are.
+std::array<double, 3> lchOf(const core::PointColorTarget& t) {
+  const double c = (1 - std::abs(2 * t.targetLum - 1)) * t.targetSat;
+  const double sector = t.targetHue * 6;
+  const double x = c * (1 - std::abs(std::fmod(sector, 2) - 1));
+  static constexpr std::array<std::array<int, 3>, 6> kOrder{
+      {{0, 1, 2}, {1, 0, 2}, {2, 0, 1}, {2, 1, 0}, {1, 2, 0}, {0, 2, 1}}};
+  const auto& order = kOrder[static_cast<std::size_t>(std::min(5.0, std::floor(sector)))];
+  const std::array<double, 3> parts{c, x, 0};
+  std::array<float, 3> linear{};
+  for (std::size_t i = 0; i < 3; ++i) {
+    linear[i] = static_cast<float>(
+        toLinear(parts[static_cast<std::size_t>(order[i])] + t.targetLum - c / 2));
+  }
+  std::array<float, 3> lab{};
+  linearToLab(linear.data(), lab.data());
+  double h = std::atan2(lab[2], lab[1]) / kDegree;
+  if (h < 0) {
+    h += 360;
+  }
+  return {lab[0], std::hypot(lab[1], lab[2]), h};
 }
+
+/// Point colour as tables: for each target, its weight by closeness in hue, chroma and
+/// lightness (each 1 near the pick, fading to 0 at a distance that grows with the range), and
+/// its shifts. A shift of 1 turns hue by 30°, scales chroma by 2 (−1 removes it) and moves
+/// lightness by 20. Weights come from the colours before any target moves them.
+struct PointColors {
+  static constexpr int kChromaSteps = 10; ///< table entries per unit of chroma, up to 200
+  static constexpr int kLumSteps = 100;   ///< per unit of lightness, up to 100
+  static constexpr int kHueEntries = 360 * kHueSteps + 1;
+  static constexpr int kChromaEntries = 200 * kChromaSteps + 1;
+  static constexpr int kLumEntries = 100 * kLumSteps + 1;
+  std::size_t n = 0;
+  std::vector<float> hue, chroma, lum;            ///< entry-major, n per entry
+  std::vector<float> hueShift, chromaShift, lumShift;
+
+  explicit PointColors(const std::vector<core::PointColorTarget>& targets) : n(targets.size()) {
+    hue.resize(kHueEntries * n);
+    chroma.resize(kChromaEntries * n);
+    lum.resize(kLumEntries * n);
+    const auto near = [](double distance, double width) {
+      return 1 - smoothstep(0.3 * width, width, distance);
+    };
+    for (std::size_t t = 0; t < n; ++t) {
+      const core::PointColorTarget& target = targets[t];
+      const auto [pickL, pickC, pickH] = lchOf(target);
+      // A grey pick has no hue to match: its hue weight fades to 1.
+      const double hueCertainty = smoothstep(2, 10, pickC);
+      const auto at = [this, t](int i) { return static_cast<std::size_t>(i) * n + t; };
+      for (int i = 0; i < kHueEntries; ++i) {
+        const double d = std::abs(std::remainder(static_cast<double>(i) / kHueSteps - pickH, 360));
+        hue[at(i)] = static_cast<float>(1 - hueCertainty * (1 - near(d, 20 + 60 * target.range)));
+      }
+      for (int i = 0; i < kChromaEntries; ++i) {
+        chroma[at(i)] = static_cast<float>(
+            near(std::abs(static_cast<double>(i) / kChromaSteps - pickC), 15 + 45 * target.range));
+      }
+      for (int i = 0; i < kLumEntries; ++i) {
+        lum[at(i)] = static_cast<float>(
+            near(std::abs(static_cast<double>(i) / kLumSteps - pickL), 20 + 50 * target.range));
+      }
+      hueShift.push_back(static_cast<float>(30 * target.hue));
+      chromaShift.push_back(static_cast<float>(target.sat));
+      lumShift.push_back(static_cast<float>(20 * target.lum));
+    }
+  }
+
+  void apply(float& l, float& c, float& h) const {
+    const float* wh = &hue[entry(h, kHueSteps, kHueEntries) * n];
+    const float* wc = &chroma[entry(c, kChromaSteps, kChromaEntries) * n];
+    const float* wl = &lum[entry(l, kLumSteps, kLumEntries) * n];
+    float dh = 0, dc = 0, dl = 0;
+    for (std::size_t t = 0; t < n; ++t) {
+      const float w = wh[t] * wc[t] * wl[t];
+      dh += w * hueShift[t];
+      dc += w * chromaShift[t];
+      dl += w * lumShift[t];
+    }
+    const float turned = h + dh;
+    // Back onto 0..360, where the mixer's table expects it.
+    h = turned < 0 ? turned + 360 : turned >= 360 ? turned - 360 : turned;
+    c = std::max(0.0F, c * (1 + dc));
+    l += dl;
+  }
+};
+
+/// The develop, tone, colour and grade stages of one stack as a function of one pixel: gains,
+/// then the tone tables on linear light, then (in LCh) point colour, the mixer, vibrance and
+/// saturation, then the grade's Lab offsets. Built once per render; read by every thread.
+class PixelStages {
+public:
+  explicit PixelStages(const Settings& s)
+      : gains_{static_cast<float>(s.gains[0]), static_cast<float>(s.gains[1]),
+               static_cast<float>(s.gains[2])},
+        develop_(s.developOrExposure()), colour_(s.colour()), vibrance_(static_cast<float>(s.vibrance)),
+        chroma_(s.monochrome ? 0.0F : static_cast<float>(s.chroma)) {
+    if (s.tone()) {
+      tone_ = toneTable(s);
+    }
+    if (s.mixer()) {
+      mixer_ = mixerTable(s);
+    }
+    if (!s.pointColors.empty()) {
+      points_.emplace(s.pointColors);
+    }
+    if (s.grade()) {
+      grade_ = gradeTable(s);
+    }
+  }
+
+  bool any() const { return develop_ || !tone_.empty() || lab(); }
+  /// Whether the stages need Lab (colour or grade).
+  bool lab() const { return colour_ || !grade_.empty(); }
+
+  /// One pixel of linear light through the stages: Lab out when `labOut`, else linear light.
+  void apply(float* p, bool labOut) const {
+    if (develop_) {
+      p[0] *= gains_[0];
+      p[1] *= gains_[1];
+      p[2] *= gains_[2];
+    }
+    if (!tone_.empty()) {
+      for (std::size_t c = 0; c < 3; ++c) {
+        const float root = p[c] > 0 ? std::sqrt(p[c]) : 0.0F;
+        const float position = std::min(root, 1.0F) * (kToneEntries - 1);
+        const std::size_t i =
+            std::min(static_cast<std::size_t>(position), static_cast<std::size_t>(kToneEntries - 2));
+        const float* e = &tone_[i * 3 + c];
+        p[c] = e[0] + (e[3] - e[0]) * (position - static_cast<float>(i));
+      }
+    }
+    if (!lab() && !labOut) {
+      return;
+    }
+    float lab[3];
+    linearToLab(p, lab);
+    if (colour_) {
+      float l = lab[0];
+      const float chroma = std::sqrt(lab[1] * lab[1] + lab[2] * lab[2]);
+      float c = chroma;
+      // Hue is only needed by the tables indexed by it; chroma alone scales a and b.
+      const float hue = points_ || !mixer_.empty() ? hueDegrees(lab[2], lab[1]) : 0.0F;
+      float h = hue;
+      if (points_) {
+        points_->apply(l, c, h);
+      }
+      if (!mixer_.empty()) {
+        const float* mix = &mixer_[entry(h, kHueSteps, 360 * kHueSteps + 1) * 3];
+        // Lightness moves only where there is colour: a grey pixel's hue means nothing.
+        l += mix[2] * std::min(1.0F, c / 20);
+        c *= mix[1];
+        h += mix[0];
+      }
+      // Vibrance favours the muted colours: full effect at no chroma, none from chroma 70 up.
+      c *= 1 + vibrance_ * std::max(0.0F, 1 - c / 70);
+      c *= chroma_;
+      lab[0] = l;
+      if (h != hue) {
+        const float radians = h * static_cast<float>(kDegree);
+        lab[1] = c * std::cos(radians);
+        lab[2] = c * std::sin(radians);
+      } else {
+        const float scale = chroma > 0 ? c / chroma : 0.0F;
+        lab[1] *= scale;
+        lab[2] *= scale;
+      }
+    }
+    if (!grade_.empty()) {
+      const float* offset = &grade_[entry(lab[0], kLightnessSteps, 100 * kLightnessSteps + 1) * 3];
+      lab[0] += offset[0];
+      lab[1] += offset[1];
+      lab[2] += offset[2];
+    }
+    if (labOut) {
+      p[0] = lab[0];
+      p[1] = lab[1];
+      p[2] = lab[2];
+    } else {
+      labToLinear(lab, p);
+    }
+  }
+
+private:
+  std::array<float, 3> gains_;
+  bool develop_;
+  bool colour_;
+  float vibrance_, chroma_;
+  std::vector<float> tone_, mixer_, grade_;
+  std::optional<PointColors> points_;
+};
 
 // ---- detail and presence: Lab lightness ---------------------------------------------------
 
@@ -588,8 +744,8 @@ VImage applyLightness(const VImage& lab, const Settings& s) {
       (s.luminanceNR > 0 ? suppressNoise(lab[0], 1 + 1.5 * s.luminanceNR, 8 * s.luminanceNR)
                          : lab[0])
           .copy_memory();
-  VImage a = lab[1];
-  VImage b = lab[2];
+  // a and b travel as one image, so that what computes them is read once.
+  VImage ab = lab.extract_band(1, VImage::option()->set("n", 2));
   VImage out = l;
   std::optional<VImage> deviation;
   const auto edges = [&] {
@@ -615,18 +771,15 @@ VImage applyLightness(const VImage& lab, const Settings& s) {
   }
   if (s.colorNR > 0) {
     // Colour noise is coarser than lightness noise: a wider neighbourhood, same rule.
-    const VImage ab = suppressNoise(a.bandjoin(b), 1 + 3 * s.colorNR, 12 * s.colorNR);
-    a = ab[0];
-    b = ab[1];
+    ab = suppressNoise(ab, 1 + 3 * s.colorNR, 12 * s.colorNR);
   }
   if (s.defringe > 0) {
     // Chroma is taken out of fringe hues where lightness changes sharply nearby.
-    const VImage hue = withInterpretation(VImage::bandjoin({l, a, b}), VIPS_INTERPRETATION_LAB)
+    const VImage hue = withInterpretation(VImage::bandjoin({l, ab}), VIPS_INTERPRETATION_LAB)
                            .colourspace(VIPS_INTERPRETATION_LCH)[2];
     const VImage fringe = (hue * kHueSteps + 0.5).cast(VIPS_FORMAT_USHORT).maplut(fringeTable());
     const VImage keep = 1 - fringe * smoothstep(3, 10, edges()) * s.defringe;
-    a = a * keep;
-    b = b * keep;
+    ab = ab * keep;
   }
   detail(std::max(1.0, longEdge * 0.004), 0.8 * s.texture);
   detail(std::max(2.0, longEdge * 0.015), 0.6 * s.clarity);
@@ -637,62 +790,216 @@ VImage applyLightness(const VImage& lab, const Settings& s) {
     // contrast above stands in for a per-region haze estimate.
     const double veil = 0.2 * s.dehaze;
     out = (out - 100 * veil) / (1 - veil);
-    a = a / (1 - veil);
-    b = b / (1 - veil);
+    ab = ab / (1 - veil);
   }
-  return withInterpretation(VImage::bandjoin({out, a, b}), VIPS_INTERPRETATION_LAB);
+  return withInterpretation(VImage::bandjoin({out, ab}).cast(VIPS_FORMAT_FLOAT),
+                            VIPS_INTERPRETATION_LAB);
 }
 
 // ---- effects: linear scRGB ----------------------------------------------------------------
 
 constexpr int kRadiusSteps = 1000; ///< table entries per unit of normalised radius
 
-/// A gain that falls (or rises) with the distance from the centre: radius 1 is a corner.
-/// Nothing changes inside the midpoint; the feather sets how gradually the full amount arrives.
-VImage applyVignette(const VImage& rgb, const Settings& s) {
-  const int w = rgb.width();
-  const int h = rgb.height();
-  const VImage xy = VImage::xyz(w, h);
-  const VImage dx = (xy[0] + 0.5 - w / 2.0) / (w / 2.0);
-  const VImage dy = (xy[1] + 0.5 - h / 2.0) / (h / 2.0);
-  const VImage radius = ((dx * dx + dy * dy) * 0.5).pow(0.5);
-  const double inner = 0.8 * s.vignetteMidpoint;
-  const double outer = inner + (1.05 - inner) * (0.15 + 0.85 * s.vignetteFeather);
-  std::vector<float> table;
-  const int entries = kRadiusSteps + 2;
-  for (int i = 0; i < entries; ++i) {
-    const double weight = smoothstep(inner, outer, static_cast<double>(i) / kRadiusSteps);
-    table.push_back(static_cast<float>(std::exp2(1.5 * s.vignetteAmount * weight)));
-  }
-  const VImage gain =
-      (radius * kRadiusSteps + 0.5).cast(VIPS_FORMAT_USHORT).maplut(lutImage(table, entries, 1));
-  return withInterpretation(rgb * gain, VIPS_INTERPRETATION_scRGB);
+/// Catmull-Rom weights of the four lattice points around a fraction `t` of the way between the
+/// middle two (the kernel of libvips' bicubic upsizing).
+inline std::array<float, 4> catmullRom(float t) {
+  const float t2 = t * t, t3 = t2 * t;
+  return {(-t3 + 2 * t2 - t) / 2, (3 * t3 - 5 * t2 + 2) / 2, (-3 * t3 + 4 * t2 + t) / 2,
+          (t3 - t2) / 2};
 }
 
-/// Monochrome film grain: seeded Gaussian noise (the same for the same size, so renders repeat),
-/// clumped by `grainSize`, as a multiplicative ripple in linear light.
-VImage applyGrain(const VImage& rgb, const Settings& s) {
-  constexpr int kSeed = 0x6a41;
-  const int w = rgb.width();
-  const int h = rgb.height();
-  const double cell = 1 + 3 * s.grainSize;
-  const VImage noise = VImage::gaussnoise(
-      std::max(1, static_cast<int>(w / cell)), std::max(1, static_cast<int>(h / cell)),
-      VImage::option()->set("sigma", 1.0)->set("mean", 0.0)->set("seed", kSeed));
-  VImage grain = resizeTo(noise, w, h);
-  if (s.grainRoughness > 0) {
-    // Rough grain is uneven: its strength varies in clumps four times the grain's size, by
-    // exp(σZ − σ²v), where v is the variance of unit noise once resized up (libvips' default
-    // kernel leaves 2/3 of it, whatever the factor): that keeps the grain's mean power.
-    constexpr double kResizedVariance = 0.67;
-    const double spread = 1.2 * s.grainRoughness;
-    const VImage clumps = VImage::gaussnoise(
-        std::max(1, static_cast<int>(w / (4 * cell))),
-        std::max(1, static_cast<int>(h / (4 * cell))),
-        VImage::option()->set("sigma", 1.0)->set("mean", 0.0)->set("seed", kSeed + 1));
-    grain = grain * (resizeTo(clumps, w, h) * spread - spread * spread * kResizedVariance).exp();
+/// Seeded noise on a coarse lattice, interpolated (Catmull-Rom) to every pixel. Each lattice
+/// point holds an approximately Gaussian value of unit variance (the sum of four uniform ones,
+/// centred and scaled) drawn from a hash of its position and the seed, so any part of the
+/// image can be computed alone, on any thread, in any order, with the same result.
+class LatticeNoise {
+public:
+  /// Variance left of the lattice's unit variance once interpolated, over the image: the mean
+  /// of the squared kernel weights, (Σw²)² averaged over the fractions, 0.663.
+  static constexpr double kInterpolatedVariance = 0.663;
+
+  LatticeNoise(int width, int height, double cell, std::uint64_t seed)
+      : columns_(std::max(1, static_cast<int>(width / cell))),
+        rows_(std::max(1, static_cast<int>(height / cell))),
+        scaleX_(static_cast<float>(columns_) / static_cast<float>(width)),
+        scaleY_(static_cast<float>(rows_) / static_cast<float>(height)), seed_(seed) {}
+
+  /// The noise along row `y`, from pixel `x0`, `n` pixels, into `out`.
+  void row(int x0, int y, int n, float* out) const {
+    const float v = (static_cast<float>(y) + 0.5F) * scaleY_ - 0.5F;
+    const int j = static_cast<int>(std::floor(v));
+    const std::array<float, 4> wy = catmullRom(v - static_cast<float>(j));
+    const auto lattice = [this](float x) { return (x + 0.5F) * scaleX_ - 0.5F; };
+    const int first = static_cast<int>(std::floor(lattice(static_cast<float>(x0)))) - 1;
+    const int last = static_cast<int>(std::floor(lattice(static_cast<float>(x0 + n - 1)))) + 2;
+    // Each lattice column the row needs, interpolated down to the row first.
+    thread_local std::vector<float> column;
+    column.resize(static_cast<std::size_t>(last - first + 1));
+    for (int i = first; i <= last; ++i) {
+      float sum = 0;
+      for (int k = 0; k < 4; ++k) {
+        sum += wy[static_cast<std::size_t>(k)] * at(i, j - 1 + k);
+      }
+      column[static_cast<std::size_t>(i - first)] = sum;
+    }
+    for (int x = 0; x < n; ++x) {
+      const float u = lattice(static_cast<float>(x0 + x));
+      const int i = static_cast<int>(std::floor(u));
+      const std::array<float, 4> wx = catmullRom(u - static_cast<float>(i));
+      const float* c = &column[static_cast<std::size_t>(i - 1 - first)];
+      out[x] = wx[0] * c[0] + wx[1] * c[1] + wx[2] * c[2] + wx[3] * c[3];
+    }
   }
-  return withInterpretation(rgb * (1 + grain * (0.3 * s.grainAmount)), VIPS_INTERPRETATION_scRGB);
+
+private:
+  /// The lattice point (i, j), the edges repeated outside.
+  float at(int i, int j) const {
+    const auto ci = static_cast<std::uint64_t>(std::clamp(i, 0, columns_ - 1));
+    const auto cj = static_cast<std::uint64_t>(std::clamp(j, 0, rows_ - 1));
+    // splitmix64 of the seed and the position.
+    std::uint64_t z = seed_ * 0x9e3779b97f4a7c15ULL + (cj << 32 | ci);
+    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ULL;
+    z = (z ^ (z >> 27)) * 0x94d049bb133111ebULL;
+    z ^= z >> 31;
+    float sum = 0;
+    for (int k = 0; k < 4; ++k) {
+      sum += static_cast<float>((z >> (16 * k)) & 0xffff) + 0.5F;
+    }
+    // Four uniforms on 0..1 have mean 2 and variance 1/3.
+    return (sum / 65536.0F - 2) * 1.7320508F;
+  }
+
+  int columns_, rows_;
+  float scaleX_, scaleY_;
+  std::uint64_t seed_;
+};
+
+/// The effect stage: a vignette (a gain that falls or rises with the distance from the centre,
+/// radius 1 at a corner: nothing changes inside the midpoint, the feather sets how gradually
+/// the full amount arrives) and monochrome film grain (seeded noise clumped by `grainSize`, as
+/// a multiplicative ripple in linear light, made uneven by `grainRoughness`).
+class Effects {
+public:
+  Effects(const Settings& s, int width, int height) : width_(width), height_(height) {
+    if (s.vignetteAmount != 0) {
+      const double inner = 0.8 * s.vignetteMidpoint;
+      const double outer = inner + (1.05 - inner) * (0.15 + 0.85 * s.vignetteFeather);
+      for (int i = 0; i < kRadiusSteps + 2; ++i) {
+        const double weight = smoothstep(inner, outer, static_cast<double>(i) / kRadiusSteps);
+        vignette_.push_back(static_cast<float>(std::exp2(1.5 * s.vignetteAmount * weight)));
+      }
+    }
+    if (s.grainAmount != 0) {
+      constexpr std::uint64_t kSeed = 0x6a41;
+      const double cell = 1 + 3 * s.grainSize;
+      grain_.emplace(width, height, cell, kSeed);
+      strength_ = static_cast<float>(0.3 * s.grainAmount);
+      if (s.grainRoughness > 0) {
+        // Rough grain is uneven: its strength varies in clumps four times the grain's size, by
+        // exp(σZ − σ²v), v the variance the interpolation leaves of the clumps' unit noise:
+        // that keeps the grain's mean power.
+        clumps_.emplace(width, height, 4 * cell, kSeed + 1);
+        spread_ = static_cast<float>(1.2 * s.grainRoughness);
+      }
+    }
+  }
+
+  bool any() const { return !vignette_.empty() || grain_; }
+
+  /// Row `y` of linear light (three bands), from pixel `x0`, `n` pixels, in place.
+  void apply(float* rgb, int x0, int y, int n) const {
+    if (!vignette_.empty()) {
+      const float halfW = static_cast<float>(width_) / 2, halfH = static_cast<float>(height_) / 2;
+      const float dy = (static_cast<float>(y) + 0.5F - halfH) / halfH;
+      for (int x = 0; x < n; ++x) {
+        const float dx = (static_cast<float>(x0 + x) + 0.5F - halfW) / halfW;
+        const float radius = std::sqrt((dx * dx + dy * dy) * 0.5F);
+        const float gain = vignette_[entry(radius, kRadiusSteps, kRadiusSteps + 2)];
+        float* p = rgb + 3 * x;
+        p[0] *= gain;
+        p[1] *= gain;
+        p[2] *= gain;
+      }
+    }
+    if (grain_) {
+      thread_local std::vector<float> noise, clumps;
+      noise.resize(static_cast<std::size_t>(n));
+      grain_->row(x0, y, n, noise.data());
+      if (clumps_) {
+        clumps.resize(static_cast<std::size_t>(n));
+        clumps_->row(x0, y, n, clumps.data());
+        const auto bias =
+            static_cast<float>(spread_ * spread_ * LatticeNoise::kInterpolatedVariance);
+        for (int x = 0; x < n; ++x) {
+          noise[static_cast<std::size_t>(x)] *=
+              std::exp(clumps[static_cast<std::size_t>(x)] * spread_ - bias);
+        }
+      }
+      for (int x = 0; x < n; ++x) {
+        const float ripple = 1 + noise[static_cast<std::size_t>(x)] * strength_;
+        float* p = rgb + 3 * x;
+        p[0] *= ripple;
+        p[1] *= ripple;
+        p[2] *= ripple;
+      }
+    }
+  }
+
+private:
+  int width_, height_;
+  std::vector<float> vignette_;
+  std::optional<LatticeNoise> grain_, clumps_;
+  float strength_ = 0, spread_ = 0;
+};
+
+/// What is left of a render after the neighbourhood stages, in one pass over the pixels: the
+/// per-pixel stages if they have not run yet (`front`), Lab back to linear light (`lab`), the
+/// masks that render pixel by pixel, each blended through its coverage, and the effects.
+VImage finish(const VImage& image, bool lab, std::shared_ptr<const PixelStages> front,
+              const std::vector<PixelMask>& masks, std::shared_ptr<const Effects> effects) {
+  std::vector<VImage> inputs{image};
+  auto stages = std::make_shared<std::vector<PixelStages>>();
+  for (const PixelMask& mask : masks) {
+    PixelStages own{Settings(mask.stack)};
+    if (own.any()) {
+      stages->push_back(std::move(own));
+      inputs.push_back(mask.coverage);
+    }
+  }
+  if (front && !front->any()) {
+    front.reset();
+  }
+  if (effects && !effects->any()) {
+    effects.reset();
+  }
+  if (!lab && !front && stages->empty() && !effects) {
+    return image;
+  }
+  return pixelOp(inputs, 3, VIPS_INTERPRETATION_scRGB,
+                 [lab, front, stages, effects](const float* const* in, float* out, int x, int y,
+                                               int n) {
+                   std::copy(in[0], in[0] + 3 * n, out);
+                   for (int i = 0; i < n; ++i) {
+                     float* p = out + 3 * i;
+                     if (lab) {
+                       const std::array<float, 3> l{p[0], p[1], p[2]};
+                       labToLinear(l.data(), p);
+                     } else if (front) {
+                       front->apply(p, false);
+                     }
+                     for (std::size_t m = 0; m < stages->size(); ++m) {
+                       std::array<float, 3> masked{p[0], p[1], p[2]};
+                       (*stages)[m].apply(masked.data(), false);
+                       const float coverage = in[m + 1][i];
+                       for (std::size_t c = 0; c < 3; ++c) {
+                         p[c] += (masked[c] - p[c]) * coverage;
+                       }
+                     }
+                   }
+                   if (effects) {
+                     effects->apply(out, x, y, n);
+                   }
+                 });
 }
 
 } // namespace
@@ -717,36 +1024,45 @@ VImage applyAdjustments(VImage image, const core::EditStack& stack, const Look& 
       alpha ? image.extract_band(3, VImage::option()->set("n", image.bands() - 3)) : VImage();
   VImage rgb = alpha ? image.extract_band(0, VImage::option()->set("n", 3)) : image;
 
-  if (s.developOrExposure()) {
-    rgb = rgb.linear(std::vector<double>(s.gains.begin(), s.gains.end()), {0.0, 0.0, 0.0});
-  }
-  if (s.tone()) {
-    rgb = applyTone(rgb, s);
-  }
-  if (s.colour() || s.grade() || s.lightness()) {
-    VImage lab = s.colour() ? applyColour(rgb, s) : rgb.colourspace(VIPS_INTERPRETATION_LAB);
-    if (s.grade()) {
-      lab = applyGrade(lab, s);
-    }
-    if (s.lightness()) {
-      lab = applyLightness(lab, s);
-    }
-    rgb = lab.colourspace(VIPS_INTERPRETATION_scRGB);
+  // The per-pixel stages (develop, tone, colour, grade) run in one pass with whatever follows
+  // them up to the next stage that reads around pixels or works in another encoding.
+  std::shared_ptr<const PixelStages> front = std::make_shared<const PixelStages>(s);
+  bool lab = false; // whether rgb holds Lab, still to be turned back into linear light
+  if (s.lightness()) {
+    rgb = applyLightness(
+        pixelOp({rgb}, 3, VIPS_INTERPRETATION_LAB,
+                [front](const float* const* in, float* out, int, int, int n) {
+                  std::copy(in[0], in[0] + 3 * n, out);
+                  for (int i = 0; i < n; ++i) {
+                    front->apply(out + 3 * i, true);
+                  }
+                }),
+        s);
+    front.reset();
+    lab = true;
   }
   if (look) {
+    rgb = finish(rgb, lab, front, {}, nullptr);
+    front.reset();
+    lab = false;
     // Looks are made for display-referred 8-bit sRGB.
     rgb = withInterpretation(look(rgb.colourspace(VIPS_INTERPRETATION_sRGB)), VIPS_INTERPRETATION_sRGB)
               .colourspace(VIPS_INTERPRETATION_scRGB);
+    if (rgb.format() != VIPS_FORMAT_FLOAT) {
+      rgb = withInterpretation(rgb.cast(VIPS_FORMAT_FLOAT), VIPS_INTERPRETATION_scRGB);
+    }
   }
-  if (masks) {
-    rgb = applyMasks(rgb, stack);
+  std::optional<std::vector<PixelMask>> perPixel =
+      masks ? pixelMasks(stack, rgb.width(), rgb.height()) : std::vector<PixelMask>{};
+  if (!perPixel) {
+    // Masks that read the image or around each pixel: the general mask stage.
+    rgb = applyMasks(finish(rgb, lab, front, {}, nullptr), stack);
+    front.reset();
+    lab = false;
+    perPixel.emplace();
   }
-  if (s.vignetteAmount != 0) {
-    rgb = applyVignette(rgb, s);
-  }
-  if (s.grainAmount != 0) {
-    rgb = applyGrain(rgb, s);
-  }
+  rgb = finish(rgb, lab, front, *perPixel,
+               std::make_shared<const Effects>(s, rgb.width(), rgb.height()));
   rgb = withInterpretation(rgb.cast(VIPS_FORMAT_FLOAT), VIPS_INTERPRETATION_scRGB);
   return alpha ? rgb.bandjoin(extra) : rgb;
 }

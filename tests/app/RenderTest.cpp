@@ -629,6 +629,45 @@ TEST_F(Render, WhatAMaskRendersDecidesTheShortcuts) {
   }
 }
 
+// The per-pixel stages and the drawn masks run in one pass of our own code; each must give what
+// the libvips colour conversions and the general mask stage give.
+TEST_F(Render, OnePassMatchesLibvipsAndTheGeneralMaskStage) {
+  const auto largestDifference = [](const VImage& a, const VImage& b) {
+    const auto eight = [](const VImage& i) {
+      return i.colourspace(VIPS_INTERPRETATION_sRGB).cast(VIPS_FORMAT_FLOAT);
+    };
+    return (eight(a) - eight(b)).abs().max();
+  };
+  // Covers every pixel, but reads the image, so the mask goes through the general stage.
+  const core::MaskComponent everywhere =
+      refine(core::LuminanceRangeShape{-1, 2, 0}, CompositeMode::Intersect);
+  const core::LinearShape ramp{{0.2, 0.2}, {0.8, 0.7}};
+  struct Case {
+    const char* name;
+    VImage input;
+    core::EditStack stack;
+    VImage expected;
+  };
+  const std::vector<Case> cases = {
+      {"Lab and back, chroma only", hueRampX(), stackOf({{K::Vibrance, 1e-9}}), hueRampX()},
+      {"Lab and back through a hue turn", hueRampX(), stackOf({{K::HslRedHue, 1e-7}}),
+       hueRampX()},
+      {"grade off the ramp's lightness", rampX(), stackOf({{K::CgMidLum, 1e-9}}), rampX()},
+      {"radial and linear masks", rampX(),
+       masked({maskOf(radial(0.4, 0.5, 0.3, 0.5), {{K::Exposure, 0.7}, {K::Saturation, 0.4}}),
+               maskOf(ramp, {{K::Contrast, 0.5}})}),
+       applyAdjustments(
+           rampX(),
+           masked({maskOf(radial(0.4, 0.5, 0.3, 0.5), {{K::Exposure, 0.7}, {K::Saturation, 0.4}},
+                          {everywhere}),
+                   maskOf(ramp, {{K::Contrast, 0.5}}, {everywhere})}))},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_LE(largestDifference(applyAdjustments(c.input, c.stack), c.expected), 1.0);
+  }
+}
+
 TEST_F(Render, MaskCoordinatesBelongToTheRenderedFrame) {
   // Through the streaming decoder: the crop keeps the right half, and a mask at the centre
   // lands at the centre of what is shown. The AI shape reads the decode out of order.

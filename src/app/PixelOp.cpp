@@ -1,0 +1,91 @@
+#include "app/PixelOp.h"
+
+#include <memory>
+#include <stdexcept>
+
+namespace velko::app {
+namespace {
+
+/// What an image made by pixelOp holds until it is closed: its inputs and the row function.
+struct Program {
+  std::vector<VipsImage*> inputs; ///< referenced, NULL-terminated as vips_start_many wants
+  PixelRow row;
+
+  ~Program() {
+    for (VipsImage* in : inputs) {
+      if (in != nullptr) {
+        g_object_unref(in);
+      }
+    }
+  }
+};
+
+int generate(VipsRegion* out, void* sequence, void* /*inputs*/, void* program, gboolean* /*stop*/) {
+  auto** regions = static_cast<VipsRegion**>(sequence);
+  const auto& p = *static_cast<const Program*>(program);
+  const VipsRect& area = out->valid;
+  if (vips_reorder_prepare_many(out->im, regions, const_cast<VipsRect*>(&area)) != 0) {
+    return -1;
+  }
+  const std::size_t n = p.inputs.size() - 1;
+  std::vector<const float*> rows(n);
+  for (int y = area.top; y < area.top + area.height; ++y) {
+    for (std::size_t i = 0; i < n; ++i) {
+      rows[i] = reinterpret_cast<const float*>(VIPS_REGION_ADDR(regions[i], area.left, y));
+    }
+    p.row(rows.data(), reinterpret_cast<float*>(VIPS_REGION_ADDR(out, area.left, y)), area.left,
+          y, area.width);
+  }
+  return 0;
+}
+
+void release(VipsImage* /*image*/, void* program) {
+  delete static_cast<Program*>(program);
+}
+
+} // namespace
+
+vips::VImage pixelOp(const std::vector<vips::VImage>& inputs, int bands,
+                     VipsInterpretation interpretation, PixelRow row) {
+  if (inputs.empty()) {
+    throw std::invalid_argument("pixelOp needs an input");
+  }
+  auto program = std::make_unique<Program>();
+  program->row = std::move(row);
+  for (const vips::VImage& in : inputs) {
+    if (in.format() != VIPS_FORMAT_FLOAT || in.width() != inputs[0].width() ||
+        in.height() != inputs[0].height()) {
+      throw std::invalid_argument("pixelOp inputs must be float images of one size");
+    }
+    VipsImage* image = in.get_image();
+    g_object_ref(image);
+    program->inputs.push_back(image);
+  }
+  program->inputs.push_back(nullptr);
+
+  VipsImage* out = vips_image_new();
+  VipsImage** array = program->inputs.data();
+  for (std::size_t i = 0; array[i] != nullptr; ++i) {
+    if (vips_image_pio_input(array[i]) != 0) {
+      g_object_unref(out);
+      throw vips::VError();
+    }
+  }
+  if (vips_image_pipeline_array(out, VIPS_DEMAND_STYLE_THINSTRIP, array) != 0) {
+    g_object_unref(out);
+    throw vips::VError();
+  }
+  out->Bands = bands;
+  out->BandFmt = VIPS_FORMAT_FLOAT;
+  out->Type = interpretation;
+  Program* owned = program.release();
+  // The program (and its references to the inputs) lives as long as the image.
+  g_signal_connect(out, "close", G_CALLBACK(release), owned);
+  if (vips_image_generate(out, vips_start_many, generate, vips_stop_many, array, owned) != 0) {
+    g_object_unref(out);
+    throw vips::VError();
+  }
+  return vips::VImage(out);
+}
+
+} // namespace velko::app

@@ -1,0 +1,24 @@
+// Our own per-pixel code as a lazy libvips image: computed a region at a time, on libvips'
+// worker threads, when something downstream reads it. A chain of many libvips operations
+// evaluates an intermediate image once for every operation that reads it; one PixelOp reads
+// each input once and computes everything the pixel needs in one go.
+#pragma once
+
+#include <functional>
+#include <vector>
+#include <vips/vips8>
+
+namespace velko::app {
+
+/// One row of a region: `in[i]` points at input i's pixels (float, band-interleaved), `out` at
+/// the output's; `x`, `y` are the row's first pixel in the image, `width` its length. Called
+/// from several threads at once, so it must only read shared state.
+using PixelRow =
+    std::function<void(const float* const* in, float* out, int x, int y, int width)>;
+
+/// A lazy image the size of `inputs[0]` with `bands` float bands, each row computed by `row`
+/// from the same area of every input. Inputs must be float and the same size.
+vips::VImage pixelOp(const std::vector<vips::VImage>& inputs, int bands,
+                     VipsInterpretation interpretation, PixelRow row);
+
+} // namespace velko::app
