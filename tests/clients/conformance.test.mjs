@@ -62,10 +62,6 @@ await main(async () => {
   assert.ok(resultsDir, 'usage: conformance.test.mjs <velko-mcp> <velko-headless> <log file> <results directory>');
 
   const expected = readFileSync(kExpectedFailures, 'utf8');
-  for (const scenario of kCoreScenarios) {
-    const listed = new RegExp(`^\\s*- ${scenario}\\s*$`, 'm').test(expected);
-    assert.ok(!listed, `${scenario} must not be an expected failure`);
-  }
 
   rmSync(resultsDir, { recursive: true, force: true });
   mkdirSync(resultsDir, { recursive: true });
@@ -86,6 +82,7 @@ await main(async () => {
     const output = readFileSync(logFile, 'utf8');
     const total = output.match(/^Total: (\d+) passed, (\d+) failed$/m);
     assert.ok(total, `no summary in ${logFile}`);
+    // A core scenario must pass, even if someone lists it as an expected failure.
     for (const scenario of kCoreScenarios) {
       const passed = new RegExp(`^✓ ${scenario}: \\d+ passed, 0 failed$`, 'm');
       assert.match(output, passed, `${scenario} did not pass`);
