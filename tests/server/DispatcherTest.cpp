@@ -101,9 +101,6 @@ TEST(Dispatcher, ToolFailuresBecomeErrorResults) {
     std::function<void(RecordingCaller&)> script;
     std::string text;
   } cases[] = {
-      {"client error shows its own text",
-       [](RecordingCaller& c) { c.fail(ipc::ClientError::appNotRunning("/s")); },
-       ipc::ClientError::appNotRunning("/s").what()},
       {"reply that does not decode shows the decoder's text",
        [](RecordingCaller& c) { c.answer(R"({"appVersion":"2"})"); },
        "result.buildStamp: missing required key"},

@@ -101,20 +101,20 @@ TEST(EditingTools, CropNormalisesTheRectangle) {
     const char* rect;
     const char* summary;
   } cases[] = {
-      {R"({"id":"A","x":0.9,"y":0,"width":0.5,"height":1})", "[[0.9,0],[0.09999999999999998,1]]",
+      {R"({"id":"A","x":0.9,"y":0,"width":0.5,"height":1,"preview":true})",
+       "[[0.9,0],[0.09999999999999998,1]]",
        "Cropped to x:0.90 y:0.00 w:0.10 h:1.00 (version 5)."},
-      {R"({"id":"A","x":0.2,"y":0.25,"width":0,"height":0.5})", "[[0.2,0.25],[0.01,0.5]]",
+      {R"({"id":"A","x":0.2,"y":0.25,"width":0,"height":0.5,"preview":true})",
+       "[[0.2,0.25],[0.01,0.5]]",
        "Cropped to x:0.20 y:0.25 w:0.01 h:0.50 (version 5)."},
-      {R"({"id":"A","x":1.2,"y":-1,"width":0.5,"height":2})", "[[1,0],[0,1]]",
+      {R"({"id":"A","x":1.2,"y":-1,"width":0.5,"height":2,"preview":true})", "[[1,0],[0,1]]",
        "Cropped to x:1.00 y:0.00 w:0.00 h:1.00 (version 5)."},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.arguments);
     RecordingCaller caller;
     caller.answer(kEditSetReplyWithPreview);
-    std::string arguments(c.arguments);
-    arguments.insert(arguments.size() - 1, R"(,"preview":true)");
-    ToolResult result = invokeTool("velko_crop", arguments.c_str(), caller);
+    ToolResult result = invokeTool("velko_crop", c.arguments, caller);
     EXPECT_EQ(sentOps(caller), std::string(R"([{"kind":"crop","rect":)") + c.rect + "}]");
     EXPECT_EQ(textAt(result, 0), c.summary);
   }
