@@ -56,29 +56,6 @@ function namespaceFlags(home) {
   return null;
 }
 
-/// A scratch folder with a home inside it, and the unshare flags that put that home in place of
-/// the account's; skips the test when mount namespaces are not available.
-function scratchHome(prefix) {
-  const root = mkdtempSync(path.join(tmpdir(), prefix));
-  const home = path.join(root, 'home');
-  mkdirSync(home, { mode: 0o700 });
-  const flags = namespaceFlags(home);
-  if (!flags) {
-    rmSync(root, { recursive: true, force: true });
-    skip('mount namespaces are not permitted here (unshare --mount failed), so the home cannot be replaced');
-  }
-  return { root, home, flags };
-}
-
-/// Writes an executable wrapper script at root/name that runs `script` with `args` in a private
-/// mount namespace (with `flags`); returns its path.
-function writeWrapper(root, name, flags, script, args) {
-  const command = path.join(root, name);
-  writeFileSync(command, `#!/bin/sh\nexec unshare ${flags.join(' ')} sh -c ${quote(script)} sh ${args.map(quote).join(' ')}\n`);
-  chmodSync(command, 0o755);
-  return command;
-}
-
 // The real application and a command in one namespace: the application in the background over
 // the library, the command in the foreground once the socket is there and the endpoint file names
 // the application's pid; when the command ends, the application is stopped. Arguments: home,
@@ -109,11 +86,21 @@ exit $status`;
 /// `log` is the application's output; `close()` ends the application if it outlived the wrapper
 /// and removes the scratch directory.
 export function sandboxedApplication(headless, argv) {
-  const { root, home, flags } = scratchHome('velko-session-');
+  const root = mkdtempSync(path.join(tmpdir(), 'velko-session-'));
+  const home = path.join(root, 'home');
+  mkdirSync(home, { mode: 0o700 });
+  const flags = namespaceFlags(home);
+  if (!flags) {
+    rmSync(root, { recursive: true, force: true });
+    skip('mount namespaces are not permitted here (unshare --mount failed), so the home cannot be replaced');
+  }
   const library = path.join(root, 'library');
   mkdirSync(library);
   const log = path.join(root, 'velko-headless.log');
-  const command = writeWrapper(root, 'velko-sandboxed', flags, kMountAndRunPair, [home, headless, library, log, ...argv]);
+  const command = path.join(root, 'velko-sandboxed');
+  const args = [kMountAndRunPair, 'sh', home, headless, library, log, ...argv].map(quote).join(' ');
+  writeFileSync(command, `#!/bin/sh\nexec unshare ${flags.join(' ')} sh -c ${args}\n`);
+  chmodSync(command, 0o755);
   const close = () => {
     try {
       process.kill(JSON.parse(readFileSync(path.join(home, '.velko', 'ipc-endpoint.json'), 'utf8')).pid, 'SIGTERM');

@@ -34,8 +34,6 @@ const kWarmCube = [
   '',
 ].join('\n');
 
-// ---- Image headers ------------------------------------------------------------------------------
-
 /// Width and height from a PNG's IHDR; throws when the bytes are not a PNG.
 export function pngSize(bytes) {
   assert.ok(
@@ -45,28 +43,6 @@ export function pngSize(bytes) {
   assert.equal(bytes.toString('latin1', 12, 16), 'IHDR');
   return { width: bytes.readUInt32BE(16), height: bytes.readUInt32BE(20) };
 }
-
-/// Width and height from a JPEG's first start-of-frame segment; throws when there is none.
-export function jpegSize(bytes) {
-  assert.ok(bytes[0] === 0xff && bytes[1] === 0xd8, 'not a JPEG (no SOI marker)');
-  for (let at = 2; at + 9 < bytes.length; ) {
-    assert.equal(bytes[at], 0xff, `JPEG marker expected at byte ${at}`);
-    const marker = bytes[at + 1];
-    if (marker === 0xff) {
-      at += 1; // fill byte
-      continue;
-    }
-    const length = bytes.readUInt16BE(at + 2);
-    // SOF0..SOF15, without DHT (c4), JPG (c8) and DAC (cc)
-    if (marker >= 0xc0 && marker <= 0xcf && ![0xc4, 0xc8, 0xcc].includes(marker)) {
-      return { width: bytes.readUInt16BE(at + 7), height: bytes.readUInt16BE(at + 5) };
-    }
-    at += 2 + length;
-  }
-  throw new Error('JPEG without a start-of-frame segment');
-}
-
-const longEdge = ({ width, height }) => Math.max(width, height);
 
 /// Asserts that `size` has the aspect `width:height`, to within the rounding of one pixel.
 function assertAspect(size, width, height, what) {
@@ -159,12 +135,12 @@ export async function runSession({ client, sandbox }, { onStep = () => {}, expor
   }
 
   // One step: the call, the checks (which return the one-line outcome) and the report.
-  async function step(tool, args, check, { expectError = false, reply = null } = {}) {
+  async function step(tool, args, check, reply = null) {
     ++index;
     const r = reply ?? (await callTool(tool, args));
     let outcome;
     try {
-      assert.equal(r.isError, expectError, `${tool} ${JSON.stringify(args)}: ${r.text}`);
+      assert.equal(r.isError, false, `${tool} ${JSON.stringify(args)}: ${r.text}`);
       outcome = check(r);
     } catch (error) {
       onStep({ index, tool, args, outcome: error.message.split('\n')[0], images: r.images, failed: true });
@@ -182,10 +158,10 @@ export async function runSession({ client, sandbox }, { onStep = () => {}, expor
       if (!r.isError && r.json && done(r.json)) break;
       await sleep(100);
     }
-    return step(tool, args, check, { reply: r });
+    return step(tool, args, check, r);
   }
 
-  // Culling: the scan, finding photos by place and date, showing, selecting, rating, flagging.
+  // Culling: the scan, finding photos by place and date, showing, selecting, rating, tagging.
   await poll(
     'velko_ping',
     {},
@@ -206,8 +182,6 @@ export async function runSession({ client, sandbox }, { onStep = () => {}, expor
   ).json.ids[0];
   await step('velko_exif', { id: rain }, ({ json }) => {
     assert.equal(json.originalFilename, 'RainDrops.jpg');
-    assert.equal(json.cameraModel, 'X-T4');
-    assert.equal(json.iso, 800);
     return `${json.originalFilename}: ${json.cameraMake} ${json.cameraModel}, ISO ${json.iso}, ${json.captureDate}`;
   });
 
@@ -245,18 +219,6 @@ export async function runSession({ client, sandbox }, { onStep = () => {}, expor
     assert.deepEqual(json, { updated: 2, skipped: [] });
     return '2 rated 4 stars';
   });
-  await step('velko_flag', { ids: [rain], flag: 'pick' }, ({ json }) => {
-    assert.equal(json.updated, 1);
-    return 'picked';
-  });
-  await step('velko_query', { minRating: 4 }, ({ json }) => {
-    assert.deepEqual([...json.ids].sort(), [...juneIds].sort());
-    return 'the 2 four-star photos';
-  });
-  await step('velko_query', { flag: 'pick' }, ({ json }) => {
-    assert.deepEqual(json.ids, [rain]);
-    return 'the 1 pick';
-  });
   await step('velko_keyword_create', { name: 'summer' }, ({ json }) => {
     assert.equal(json.name, 'summer');
     return `keyword "summer" (${json.id})`;
@@ -284,15 +246,6 @@ export async function runSession({ client, sandbox }, { onStep = () => {}, expor
     assert.deepEqual(pngSize(images[0]), { width: 512, height: 320 });
     return `exposure +0.4, contrast +0.25, vibrance +0.3; preview 512×320`;
   });
-  await step(
-    'velko_edit_set',
-    { id: rain, ops: [{ kind: 'contrast', scalar: -0.5 }], expectedVersion: version },
-    ({ text }) => {
-      assert.match(text, /version/i);
-      return `refused as stale: ${text.split('\n')[0]}`;
-    },
-    { expectError: true },
-  );
   await step('velko_mask', { id: rain, type: 'radial', adjustments: { exposure: 0.3 }, preview: true }, ({ images }) => {
     assert.equal(images.length, 1);
     assert.deepEqual(pngSize(images[0]), { width: 512, height: 320 });
@@ -306,11 +259,6 @@ export async function runSession({ client, sandbox }, { onStep = () => {}, expor
     assertAspect(size, 1536, 720, 'cropped preview');
     return `cropped to 1536×720, preview ${size.width}×${size.height}`;
   });
-  await step('velko_lut_list', {}, ({ json }) => {
-    assert.equal(json.luts.length, 1, JSON.stringify(json));
-    assert.equal(json.luts[0].name, 'Warm');
-    return 'one look: Warm';
-  });
   await step('velko_lut', { id: rain, lut: 'Warm', intensity: 0.8, preview: true }, ({ images }) => {
     assert.equal(images.length, 1);
     pngSize(images[0]);
@@ -318,15 +266,15 @@ export async function runSession({ client, sandbox }, { onStep = () => {}, expor
   });
 
   // A rendered preview of the cropped photo at the asked size (400 × 187.5).
-  const render = (what, width, height) => ({ texts, images }) => {
+  const render = (what) => ({ texts, images }) => {
     assert.equal(images.length, 1);
     const size = pngSize(images[0]);
     assert.equal(size.width, 400);
-    assertAspect(size, width, height, what);
+    assertAspect(size, 1536, 720, what);
     assert.match(texts[0], new RegExp(`^${size.width}×${size.height}, stack version \\d+$`));
     return `${what}: ${texts[0]}`;
   };
-  await step('velko_preview_render', { id: rain, longEdge: 400 }, render('graded', 1536, 720));
+  await step('velko_preview_render', { id: rain, longEdge: 400 }, render('graded'));
   await step('velko_snapshot_save', { id: rain, name: 'graded' }, ({ json }) => {
     assert.equal(json.name, 'graded');
     return 'snapshot "graded" saved';
@@ -336,39 +284,22 @@ export async function runSession({ client, sandbox }, { onStep = () => {}, expor
     assert.ok(!json.stack.masks?.length, 'reset keeps masks');
     return `back to the original, version ${json.version}`;
   });
-  await step('velko_preview_render', { id: rain, longEdge: 400 }, render('original', 1920, 1200));
   await step('velko_snapshot_restore', { id: rain, name: 'graded' }, ({ json }) => {
     assert.equal(json.stack.masks.length, 1);
     assert.ok(json.stack.values.crop, 'the restored stack has no crop');
     return `snapshot "graded" restored, version ${json.version}`;
   });
-  await step('velko_preview_render', { id: rain, longEdge: 400 }, render('restored', 1536, 720));
+  await step('velko_preview_render', { id: rain, longEdge: 400 }, render('restored'));
 
-  // Delivery: PNGs of the edited photo and the ladybird, and a full-size JPEG of the ladybird.
+  // Delivery: a PNG of the edited photo (the formats themselves are tests/app's).
   const pngDir = path.join(exportDir, 'png');
-  await step(
-    'velko_export',
-    { ids: [rain, ladybird], directory: pngDir, format: 'png', longEdge: 600 },
-    ({ json }) => {
-      assert.deepEqual(json.failed, []);
-      assert.deepEqual(json.written.map((f) => path.basename(f)).sort(), ['LadyBird.png', 'RainDrops.png']);
-      const rainSize = pngSize(readFileSync(path.join(pngDir, 'RainDrops.png')));
-      assert.equal(rainSize.width, 600);
-      assertAspect(rainSize, 1536, 720, 'exported edit');
-      const ladybirdPng = pngSize(readFileSync(path.join(pngDir, 'LadyBird.png')));
-      assert.equal(longEdge(ladybirdPng), 600);
-      assertAspect(ladybirdPng, ladybirdSize.width, ladybirdSize.height, 'exported ladybird');
-      return `RainDrops.png ${rainSize.width}×${rainSize.height}, LadyBird.png ${ladybirdPng.width}×${ladybirdPng.height}`;
-    },
-  );
-  const jpegDir = path.join(exportDir, 'jpeg');
-  await step('velko_export', { ids: [ladybird], directory: jpegDir, format: 'jpeg', quality: 0.85 }, ({ json }) => {
-    assert.equal(json.count, 1, JSON.stringify(json));
-    const size = jpegSize(readFileSync(path.join(jpegDir, 'LadyBird.jpg')));
-    assert.deepEqual(size, ladybirdSize);
-    return `LadyBird.jpg at full size, ${size.width}×${size.height}`;
+  await step('velko_export', { ids: [rain], directory: pngDir, format: 'png', longEdge: 600 }, ({ json }) => {
+    assert.deepEqual(json.written, [path.join(pngDir, 'RainDrops.png')]);
+    const size = pngSize(readFileSync(json.written[0]));
+    assert.equal(size.width, 600);
+    assertAspect(size, 1536, 720, 'exported edit');
+    return `RainDrops.png ${size.width}×${size.height}`;
   });
-
   // Content: a photo from outside the library, the feature index, and a written description.
   const incoming = path.join(sandbox.root, 'incoming', 'Storm.jpg');
   mkdirSync(path.dirname(incoming), { recursive: true });
@@ -376,10 +307,6 @@ export async function runSession({ client, sandbox }, { onStep = () => {}, expor
   await step('velko_import', { paths: [incoming] }, ({ json }) => {
     assert.equal(json.importedIDs.length, 1, JSON.stringify(json));
     return `imported ${json.importedIDs[0]}`;
-  });
-  await step('velko_ping', {}, ({ json }) => {
-    assert.equal(json.photoCount, kLibraryPhotos + 1);
-    return `${json.photoCount} photos`;
   });
   await poll(
     'velko_find_similar',

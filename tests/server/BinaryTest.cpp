@@ -169,7 +169,8 @@ TEST_F(BinaryTest, ExportAndImportWorkOnFilesUnderTheHome) {
   writeFile(fakeHome.file("Pictures/IMG_1.JPG"), "jpeg bytes");
   const std::vector<json::Value> replies =
       session({toolCall(6, "velko_export", R"({"ids":["a","b"],"directory":"~/Out/Keepers"})"),
-               toolCall(7, "velko_import", R"({"paths":["~/Pictures/IMG_1.JPG"]})")});
+               toolCall(7, "velko_import",
+                        R"({"paths":["~/Pictures/IMG_1.JPG","~/Pictures/IMG_1.JPG"]})")});
   ASSERT_EQ(replies.size(), 2u);
   EXPECT_EQ(replies[0].at("result").at("isError"), false) << firstText(replies[0]);
   const std::string folder = home + "/Out/Keepers";
@@ -180,13 +181,19 @@ TEST_F(BinaryTest, ExportAndImportWorkOnFilesUnderTheHome) {
   EXPECT_EQ(readFile(fakeHome.file("Out/Keepers/IMG_0001-1.HEIC")), "pixels of b");
   EXPECT_FALSE(testing::fileExists(fakeHome.file("render/render-1.heic")));
 
+  // The same file twice: two copies under fresh names, and the user's file stays.
   EXPECT_EQ(replies[1].at("result").at("isError"), false) << firstText(replies[1]);
-  const json::Value import = json::parse(peer.requests().back());
-  const std::string stagedPath(import.at("params").at("paths").at(0).as_string());
+  const json::Value staged = json::parse(peer.requests().back()).at("params").at("paths");
+  ASSERT_EQ(staged.as_array().size(), 2u);
+  EXPECT_NE(staged.at(0), staged.at(1));
   const std::string exchange = home + "/.velko/exchange/";
-  ASSERT_EQ(stagedPath.rfind(exchange, 0), 0u) << stagedPath;
-  EXPECT_EQ(readFile(fakeHome.file(".velko/exchange/" + stagedPath.substr(exchange.size()))),
-            "jpeg bytes");
+  for (const json::Value& path : staged.as_array()) {
+    const std::string p(path.as_string());
+    ASSERT_EQ(p.rfind(exchange, 0), 0u) << p;
+    EXPECT_EQ(readFile(fakeHome.file(".velko/exchange/" + p.substr(exchange.size()))),
+              "jpeg bytes");
+  }
+  EXPECT_EQ(readFile(fakeHome.file("Pictures/IMG_1.JPG")), "jpeg bytes");
 }
 
 TEST_F(BinaryTest, ExitsWithZeroWhenInputEndsAtOnce) {

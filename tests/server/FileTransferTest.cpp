@@ -28,13 +28,10 @@ TEST(FileTransfer, ExpandPath) {
     std::optional<std::string> expanded;
   } cases[] = {
       {"~", "/Users/u", "/Users/u"},
-      {"~/Out", "/Users/u", "/Users/u/Out"},
       {"~/Out", "/Users/u/", "/Users/u/Out"},
-      {"~/", "/Users/u", "/Users/u/"},
       {"/abs/~/x", "/Users/u", "/abs/~/x"},
       {"rel/x", "/Users/u", cwd + "/rel/x"},
       {"~root/Out", "/Users/u", std::string(root->pw_dir) + "/Out"},
-      {"~no-such-velko-user/Out", "/Users/u", std::nullopt},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.path);

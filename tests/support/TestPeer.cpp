@@ -25,23 +25,17 @@ namespace {
   throw std::system_error(errno, std::generic_category(), what);
 }
 
-sockaddr_un addressOf(const std::string& path) {
-  sockaddr_un address{};
+int boundSocket(const std::string& path) {
+  sockaddr_un address{.sun_family = AF_UNIX, .sun_path = {}};
   if (path.size() >= sizeof address.sun_path) {
     throw std::system_error(ENAMETOOLONG, std::generic_category(), "test socket path");
   }
-  address.sun_family = AF_UNIX;
   std::memcpy(address.sun_path, path.data(), path.size());
-  return address;
-}
-
-int boundSocket(const std::string& path) {
   std::filesystem::create_directories(std::filesystem::path(path).parent_path());
   const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   if (fd < 0) {
     failSystem("socket");
   }
-  const sockaddr_un address = addressOf(path);
   if (::bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     const int error = errno;
     ::close(fd);

@@ -1,14 +1,7 @@
-// An in-process stand-in for the application, for tests that drive real sockets.
-//
-//   velko::testing::TestPeer peer;                         // listens in a fresh temp directory
-//   peer.push(PeerStep::result(R"({"updated":1,"skipped":[]})"));
-//   velko::ipc::IPCClient client(peer.socketPath());
-//   client.call(...);                                      // answered by the step above
-//   EXPECT_EQ(peer.requests().size(), 1u);                 // request lines as received
-//
-// Each accepted connection reads one request line, records it, and is answered by the next
-// scripted step; when the script is empty the handler answers, and without a handler the peer
-// replies with an error. Connections are served one at a time on a background thread.
+// An in-process stand-in for the application, for tests that drive real sockets. Each accepted
+// connection reads one request line, records it, and is answered by the next scripted step; when
+// the script is empty the handler answers, and without a handler the peer replies with an error.
+// Connections are served one at a time on a background thread.
 #pragma once
 
 #include <cstddef>
