@@ -832,9 +832,9 @@ public:
     const auto lattice = [this](float x) { return (x + 0.5F) * scaleX_ - 0.5F; };
     const int first = static_cast<int>(std::floor(lattice(static_cast<float>(x0)))) - 1;
     const int last = static_cast<int>(std::floor(lattice(static_cast<float>(x0 + n - 1)))) + 2;
-    // Each lattice column the row needs, interpolated down to the row first.
-    thread_local std::vector<float> column;
-    column.resize(static_cast<std::size_t>(last - first + 1));
+    // Each lattice column the row needs, interpolated down to the row first. (A row's buffers
+    // are its own: libvips' worker threads outlive a render, so thread-local ones would too.)
+    std::vector<float> column(static_cast<std::size_t>(last - first + 1));
     for (int i = first; i <= last; ++i) {
       float sum = 0;
       for (int k = 0; k < 4; ++k) {
@@ -922,8 +922,8 @@ public:
       }
     }
     if (grain_) {
-      thread_local std::vector<float> noise, clumps;
-      noise.resize(static_cast<std::size_t>(n));
+      std::vector<float> noise(static_cast<std::size_t>(n));
+      std::vector<float> clumps;
       grain_->row(x0, y, n, noise.data());
       if (clumps_) {
         clumps.resize(static_cast<std::size_t>(n));
