@@ -1,5 +1,6 @@
 #include "app/Masks.h"
 
+#include "app/PixelOp.h"
 #include "app/RenderMath.h"
 #include "app/RenderPipeline.h"
 
@@ -200,6 +201,17 @@ private:
 
 // ---- shapes ---------------------------------------------------------------------------------
 
+/// A matte of one float band whose value depends on the pixel's position alone, drawn row by
+/// row in one pass: `at(x, y)` is the value at the pixel centre (x + 0.5, y + 0.5).
+template <typename At> VImage drawnMatte(int w, int h, At at) {
+  return pixelOp(w, h, 1, VIPS_INTERPRETATION_B_W,
+                 [at](const float* const*, float* out, int x0, int y, int n) {
+                   for (int i = 0; i < n; ++i) {
+                     out[i] = static_cast<float>(at(x0 + i + 0.5, y + 0.5));
+                   }
+                 });
+}
+
 VImage linearMatte(const core::LinearShape& s, int w, int h) {
   const double sx = coordinate(s.start.x, 0) * w;
   const double sy = coordinate(s.start.y, 0) * h;
@@ -209,11 +221,10 @@ VImage linearMatte(const core::LinearShape& s, int w, int h) {
   if (length2 <= 0) {
     return zeros(w, h); // no direction to grade along
   }
-  // Where each pixel centre falls along start → end: 0 at the start, 1 at the end.
-  const VImage xy = VImage::xyz(w, h);
-  const VImage t = xy[0].linear(vx / length2, 0.0) +
-                   xy[1].linear(vy / length2, ((0.5 - sx) * vx + (0.5 - sy) * vy) / length2);
-  return falling(t, 0, 1);
+  // Full coverage before the start, none past the end, graded smoothly along start → end.
+  return drawnMatte(w, h, [=](double x, double y) {
+    return 1 - smoothstep(0, 1, ((x - sx) * vx + (y - sy) * vy) / length2);
+  });
 }
 
 VImage radialMatte(const core::RadialShape& s, int w, int h) {
@@ -221,14 +232,15 @@ VImage radialMatte(const core::RadialShape& s, int w, int h) {
   const double ry = std::max(coordinate(s.radius.height, 0) * h, 1e-3);
   const double cx = coordinate(s.center.x, 0.5) * w;
   const double cy = coordinate(s.center.y, 0.5) * h;
-  const VImage xy = VImage::xyz(w, h);
-  const VImage dx = xy[0].linear(1 / rx, (0.5 - cx) / rx);
-  const VImage dy = xy[1].linear(1 / ry, (0.5 - cy) / ry);
-  const VImage radius = (dx * dx + dy * dy).pow(0.5);
   // Even a hard edge is smoothed over one pixel, so it does not stair-step.
   const double pixel = 1 / std::min(rx, ry);
-  const VImage m = falling(radius, 1 - feather01(s.feather) - pixel / 2, 1 + pixel / 2);
-  return s.inverted ? 1 - m : m;
+  const double inner = 1 - feather01(s.feather) - pixel / 2, outer = 1 + pixel / 2;
+  const bool inverted = s.inverted;
+  return drawnMatte(w, h, [=](double x, double y) {
+    const double dx = (x - cx) / rx, dy = (y - cy) / ry;
+    const double m = 1 - smoothstep(inner, outer, std::sqrt(dx * dx + dy * dy));
+    return inverted ? 1 - m : m;
+  });
 }
 
 VImage luminanceMatte(const core::LuminanceRangeShape& s, MatteSource& source) {

@@ -24,10 +24,10 @@ int generate(VipsRegion* out, void* sequence, void* /*inputs*/, void* program, g
   auto** regions = static_cast<VipsRegion**>(sequence);
   const auto& p = *static_cast<const Program*>(program);
   const VipsRect& area = out->valid;
-  if (vips_reorder_prepare_many(out->im, regions, const_cast<VipsRect*>(&area)) != 0) {
+  const std::size_t n = p.inputs.size() - 1;
+  if (n > 0 && vips_reorder_prepare_many(out->im, regions, const_cast<VipsRect*>(&area)) != 0) {
     return -1;
   }
-  const std::size_t n = p.inputs.size() - 1;
   std::vector<const float*> rows(n);
   for (int y = area.top; y < area.top + area.height; ++y) {
     for (std::size_t i = 0; i < n; ++i) {
@@ -82,6 +82,27 @@ vips::VImage pixelOp(const std::vector<vips::VImage>& inputs, int bands,
   // The program (and its references to the inputs) lives as long as the image.
   g_signal_connect(out, "close", G_CALLBACK(release), owned);
   if (vips_image_generate(out, vips_start_many, generate, vips_stop_many, array, owned) != 0) {
+    g_object_unref(out);
+    throw vips::VError();
+  }
+  return vips::VImage(out);
+}
+
+vips::VImage pixelOp(int width, int height, int bands, VipsInterpretation interpretation,
+                     PixelRow row) {
+  auto program = std::make_unique<Program>();
+  program->row = std::move(row);
+  program->inputs.push_back(nullptr);
+  VipsImage* out = vips_image_new();
+  vips_image_init_fields(out, width, height, bands, VIPS_FORMAT_FLOAT, VIPS_CODING_NONE,
+                         interpretation, 1.0, 1.0);
+  if (vips_image_pipelinev(out, VIPS_DEMAND_STYLE_THINSTRIP, nullptr) != 0) {
+    g_object_unref(out);
+    throw vips::VError();
+  }
+  Program* owned = program.release();
+  g_signal_connect(out, "close", G_CALLBACK(release), owned);
+  if (vips_image_generate(out, nullptr, generate, nullptr, nullptr, owned) != 0) {
     g_object_unref(out);
     throw vips::VError();
   }

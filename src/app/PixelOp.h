@@ -21,4 +21,9 @@ using PixelRow =
 vips::VImage pixelOp(const std::vector<vips::VImage>& inputs, int bands,
                      VipsInterpretation interpretation, PixelRow row);
 
+/// A lazy image of `width` × `height` with `bands` float bands and no inputs (`in` is null):
+/// each row is drawn by `row` from its position alone.
+vips::VImage pixelOp(int width, int height, int bands, VipsInterpretation interpretation,
+                     PixelRow row);
+
 } // namespace velko::app
