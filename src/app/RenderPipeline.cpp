@@ -306,21 +306,9 @@ VImage positive(const VImage& image) {
 }
 
 
-/// A Gaussian blur of a float band; wide ones blur a reduced copy and scale it back, so the
-/// cost stays flat when the radius grows with the image.
+/// A Gaussian blur of a float band at full size (the narrow blurs: a few pixels of sigma).
 VImage blur(const VImage& band, double sigma) {
-  constexpr double kDirect = 6;
-  if (sigma <= kDirect) {
-    return band.gaussblur(sigma, VImage::option()->set("precision", VIPS_PRECISION_FLOAT));
-  }
-  const double shrink = sigma / kDirect * 1.5;
-  const VImage small = band.resize(1 / shrink);
-  // The reduced blur is held in memory (it is small): scaling it back reads it a few rows at a
-  // time, and left lazy every strip of output would shrink a large band of the input again.
-  const VImage blurred =
-      small.gaussblur(sigma / shrink, VImage::option()->set("precision", VIPS_PRECISION_FLOAT))
-          .copy_memory();
-  return resizeTo(blurred, band.width(), band.height());
+  return band.gaussblur(sigma, VImage::option()->set("precision", VIPS_PRECISION_FLOAT));
 }
 
 // ---- develop, tone, colour and grade: one function per pixel --------------------------------
@@ -730,23 +718,105 @@ VImage fringeTable() {
   return lutImage(table, entries, 1);
 }
 
+/// A wide blur of one band, held small: the band reduced, blurred there and kept in memory, then
+/// read back at full size by bilinear interpolation. The reduced blur's sigma is several reduced
+/// pixels, so the interpolation adds no visible error, and the cost no longer grows with the
+/// image: nothing of it runs at full size but the interpolation itself.
+class WideBlur {
+public:
+  /// `reduced` is the band already shrunk by `factor` (an integer box average), in memory.
+  WideBlur(const VImage& reduced, double factor, int width, int height, double sigma) {
+    constexpr double kReducedSigma = 4;
+    const double shrink = std::max(1.0, sigma / kReducedSigma / factor);
+    small_ = reduced.resize(1 / shrink)
+                 .gaussblur(sigma / factor / shrink,
+                            VImage::option()->set("precision", VIPS_PRECISION_FLOAT))
+                 .cast(VIPS_FORMAT_FLOAT)
+                 .copy_memory();
+    data_ = static_cast<const float*>(small_.data());
+    w_ = small_.width();
+    h_ = small_.height();
+    sx_ = static_cast<float>(w_) / static_cast<float>(width);
+    sy_ = static_cast<float>(h_) / static_cast<float>(height);
+  }
+
+  /// The blurred value at every pixel of row `y` from `x0`, `n` pixels, into `out`.
+  void row(int x0, int y, int n, float* out) const {
+    const auto [j0, j1, fy] = lattice(static_cast<float>(y), sy_, h_);
+    const float* top = data_ + static_cast<std::size_t>(j0) * w_;
+    const float* bottom = data_ + static_cast<std::size_t>(j1) * w_;
+    for (int i = 0; i < n; ++i) {
+      const auto [i0, i1, fx] = lattice(static_cast<float>(x0 + i), sx_, w_);
+      const float t = top[i0] + (top[i1] - top[i0]) * fx;
+      const float b = bottom[i0] + (bottom[i1] - bottom[i0]) * fx;
+      out[i] = t + (b - t) * fy;
+    }
+  }
+
+private:
+  struct Cell {
+    int lower, upper;
+    float fraction;
+  };
+  /// The two reduced samples either side of full-size position `p` (pixel centres aligned) and
+  /// how far between them it lies; held within the reduced image.
+  static Cell lattice(float p, float scale, int size) {
+    const float u = std::clamp((p + 0.5F) * scale - 0.5F, 0.0F, static_cast<float>(size - 1));
+    const int lower = static_cast<int>(u);
+    return {lower, std::min(lower + 1, size - 1), u - static_cast<float>(lower)};
+  }
+
+  VImage small_;
+  const float* data_ = nullptr;
+  int w_ = 0, h_ = 0;
+  float sx_ = 0, sy_ = 0;
+};
+
 /// Sharpening, texture, clarity and the local part of dehaze all add detail of one scale (the
-/// lightness minus its blur at that scale), each taken from the same lightness: one level of
-/// neighbourhood reads, so tiles never recompute each other's margins. Amount 1 adds the detail
-/// once more, -1 removes it.
-VImage applyLightness(const VImage& lab, const Settings& s) {
-  const double longEdge = std::max(lab.width(), lab.height());
-  // Lightness is computed once into memory (one float band): the blurs read around each tile,
-  // and recomputing everything before this stage for every margin would cost far more.
+/// lightness minus its blur at that scale), each taken from the same lightness, and all of it
+/// comes together in one pass over the pixels with the dehaze veil. Narrow blurs are libvips
+/// blurs read beside the lightness; wide ones are WideBlurs. Amount 1 adds the detail once
+/// more, -1 removes it.
+VImage applyLightness(const VImage& rgb, std::shared_ptr<const PixelStages> front,
+                      const Settings& s) {
+  const int width = rgb.width(), height = rgb.height();
+  const double longEdge = std::max(width, height);
+  // The per-pixel stages run once, in the pass that computes lightness into memory (one float
+  // band): the blurs read around each tile, and recomputing everything before this stage for
+  // every margin would cost far more. The same pass writes a and b beside it as 16-bit fixed
+  // point (steps of 1/32, up to ±1023), which keeps the whole Lab image at 8 bytes a pixel.
+  constexpr float kAbScale = 32;
+  VipsImage* abRaw = vips_image_new_memory();
+  vips_image_init_fields(abRaw, width, height, 2, VIPS_FORMAT_SHORT, VIPS_CODING_NONE,
+                         VIPS_INTERPRETATION_MULTIBAND, 1, 1);
+  const VImage abFixed(abRaw);
+  if (vips_image_write_prepare(abRaw) != 0) {
+    throw vips::VError();
+  }
+  auto* abData = reinterpret_cast<std::int16_t*>(VIPS_IMAGE_ADDR(abRaw, 0, 0));
+  const VImage lightness =
+      pixelOp({rgb}, 1, VIPS_INTERPRETATION_B_W,
+              [front, abData, width](const float* const* in, float* out, int x, int y, int n) {
+                std::int16_t* ab = abData + 2 * (static_cast<std::size_t>(y) * width + x);
+                for (int i = 0; i < n; ++i) {
+                  std::array<float, 3> p{in[0][3 * i], in[0][3 * i + 1], in[0][3 * i + 2]};
+                  front->apply(p.data(), true);
+                  out[i] = p[0];
+                  for (std::size_t c = 0; c < 2; ++c) {
+                    ab[2 * i + c] = static_cast<std::int16_t>(
+                        std::lrint(std::clamp(p[c + 1] * kAbScale, -32767.0F, 32767.0F)));
+                  }
+                }
+              })
+          .copy_memory();
   // Luminance noise reduction comes first, so that everything after works on the smoothed
   // lightness; its sigma and noise level are in output pixels and Lab units.
   const VImage l =
-      (s.luminanceNR > 0 ? suppressNoise(lab[0], 1 + 1.5 * s.luminanceNR, 8 * s.luminanceNR)
-                         : lab[0])
-          .copy_memory();
-  // a and b travel as one image, so that what computes them is read once.
-  VImage ab = lab.extract_band(1, VImage::option()->set("n", 2));
-  VImage out = l;
+      s.luminanceNR > 0
+          ? suppressNoise(lightness, 1 + 1.5 * s.luminanceNR, 8 * s.luminanceNR).copy_memory()
+          : lightness;
+  VImage ab = abFixed * (1 / kAbScale);
+
   std::optional<VImage> deviation;
   const auto edges = [&] {
     if (!deviation) {
@@ -754,21 +824,6 @@ VImage applyLightness(const VImage& lab, const Settings& s) {
     }
     return *deviation;
   };
-  const auto detail = [&](double sigma, double amount) {
-    if (amount != 0) {
-      out = out + (l - blur(l, sigma)) * std::max(amount, -1.0);
-    }
-  };
-  if (s.sharpenAmount != 0 && s.sharpenDetail > 0) {
-    // Edge masking: no sharpening where the local deviation is under half the threshold, full
-    // sharpening from the threshold up, so flat areas and their noise are left alone.
-    const double threshold = 16 * s.sharpenDetail;
-    const double sigma = 0.8 * std::exp2(s.sharpenRadius);
-    out = out + (l - blur(l, sigma)) * smoothstep(threshold / 2, threshold, edges()) *
-                    std::max(1.5 * s.sharpenAmount, -1.0);
-  } else {
-    detail(0.8 * std::exp2(s.sharpenRadius), 1.5 * s.sharpenAmount);
-  }
   if (s.colorNR > 0) {
     // Colour noise is coarser than lightness noise: a wider neighbourhood, same rule.
     ab = suppressNoise(ab, 1 + 3 * s.colorNR, 12 * s.colorNR);
@@ -781,19 +836,90 @@ VImage applyLightness(const VImage& lab, const Settings& s) {
     const VImage keep = 1 - fringe * smoothstep(3, 10, edges()) * s.defringe;
     ab = ab * keep;
   }
-  detail(std::max(1.0, longEdge * 0.004), 0.8 * s.texture);
-  detail(std::max(2.0, longEdge * 0.015), 0.6 * s.clarity);
-  detail(std::max(4.0, longEdge * 0.05), 0.3 * s.dehaze);
-  if (s.dehaze != 0) {
-    // A veil of bright haze over the scene: removing it (dehaze > 0) stretches lightness down
-    // from white and restores colour; adding it (< 0) does the reverse. The broad local
-    // contrast above stands in for a per-region haze estimate.
-    const double veil = 0.2 * s.dehaze;
-    out = (out - 100 * veil) / (1 - veil);
-    ab = ab / (1 - veil);
+
+  // What the pass reads: lightness, a and b, then one input per narrow blur.
+  std::vector<VImage> inputs{l, ab.cast(VIPS_FORMAT_FLOAT)};
+  struct Detail {
+    float amount;
+    int input = -1;                   ///< a narrow blur's input, or
+    std::shared_ptr<WideBlur> wide;   ///< a wide blur
+    float threshold = 0;              ///< edge masking (sharpening only): full from here up
+  };
+  std::vector<Detail> details;
+  constexpr double kNarrow = 6; ///< widest sigma blurred at full size
+  std::optional<std::pair<VImage, double>> reduced; // the lightness box-averaged, and by how much
+  const auto add = [&](double sigma, double amount, float threshold = 0) {
+    if (amount == 0) {
+      return;
+    }
+    Detail d{static_cast<float>(std::max(amount, -1.0))};
+    d.threshold = threshold;
+    if (sigma <= kNarrow) {
+      d.input = static_cast<int>(inputs.size());
+      inputs.push_back(blur(l, sigma));
+    } else {
+      if (!reduced) {
+        // One shared box average for every wide blur: the smallest of them is still several
+        // reduced pixels wide.
+        const int factor = std::max(1, static_cast<int>(kNarrow / 2));
+        reduced.emplace(l.shrink(factor, factor).cast(VIPS_FORMAT_FLOAT).copy_memory(), factor);
+      }
+      d.wide = std::make_shared<WideBlur>(reduced->first, reduced->second, l.width(), l.height(),
+                                          sigma);
+    }
+    details.push_back(std::move(d));
+  };
+  int edgeInput = -1;
+  if (s.sharpenAmount != 0 && s.sharpenDetail > 0) {
+    // Edge masking: no sharpening where the local deviation is under half the threshold, full
+    // sharpening from the threshold up, so flat areas and their noise are left alone.
+    edgeInput = static_cast<int>(inputs.size());
+    inputs.push_back(edges());
+    add(0.8 * std::exp2(s.sharpenRadius), 1.5 * s.sharpenAmount,
+        static_cast<float>(16 * s.sharpenDetail));
+  } else {
+    add(0.8 * std::exp2(s.sharpenRadius), 1.5 * s.sharpenAmount);
   }
-  return withInterpretation(VImage::bandjoin({out, ab}).cast(VIPS_FORMAT_FLOAT),
-                            VIPS_INTERPRETATION_LAB);
+  add(std::max(1.0, longEdge * 0.004), 0.8 * s.texture);
+  add(std::max(2.0, longEdge * 0.015), 0.6 * s.clarity);
+  add(std::max(4.0, longEdge * 0.05), 0.3 * s.dehaze);
+  // A veil of bright haze over the scene: removing it (dehaze > 0) stretches lightness down
+  // from white and restores colour; adding it (< 0) does the reverse. The broad local contrast
+  // above stands in for a per-region haze estimate.
+  const auto veil = static_cast<float>(0.2 * s.dehaze);
+
+  return pixelOp(inputs, 3, VIPS_INTERPRETATION_LAB,
+                 [details = std::move(details), edgeInput, veil](const float* const* in, float* out,
+                                                                 int x, int y, int n) {
+                   const float* l = in[0];
+                   std::vector<float> acc(l, l + n);
+                   std::vector<float> wide;
+                   for (const Detail& d : details) {
+                     const float* blurred = nullptr;
+                     if (d.wide) {
+                       wide.resize(static_cast<std::size_t>(n));
+                       d.wide->row(x, y, n, wide.data());
+                       blurred = wide.data();
+                     } else {
+                       blurred = in[d.input];
+                     }
+                     for (int i = 0; i < n; ++i) {
+                       float amount = d.amount;
+                       if (d.threshold > 0) {
+                         const float t = std::clamp(
+                             (in[edgeInput][i] - d.threshold / 2) / (d.threshold / 2), 0.0F, 1.0F);
+                         amount *= t * t * (3 - 2 * t);
+                       }
+                       acc[i] += (l[i] - blurred[i]) * amount;
+                     }
+                   }
+                   const float keep = 1 / (1 - veil);
+                   for (int i = 0; i < n; ++i) {
+                     out[3 * i] = (acc[i] - 100 * veil) * keep;
+                     out[3 * i + 1] = in[1][2 * i] * keep;
+                     out[3 * i + 2] = in[1][2 * i + 1] * keep;
+                   }
+                 });
 }
 
 // ---- effects: linear scRGB ----------------------------------------------------------------
@@ -1029,15 +1155,7 @@ VImage applyAdjustments(VImage image, const core::EditStack& stack, const Look& 
   std::shared_ptr<const PixelStages> front = std::make_shared<const PixelStages>(s);
   bool lab = false; // whether rgb holds Lab, still to be turned back into linear light
   if (s.lightness()) {
-    rgb = applyLightness(
-        pixelOp({rgb}, 3, VIPS_INTERPRETATION_LAB,
-                [front](const float* const* in, float* out, int, int, int n) {
-                  std::copy(in[0], in[0] + 3 * n, out);
-                  for (int i = 0; i < n; ++i) {
-                    front->apply(out + 3 * i, true);
-                  }
-                }),
-        s);
+    rgb = applyLightness(rgb, front, s);
     front.reset();
     lab = true;
   }
