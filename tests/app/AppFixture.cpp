@@ -4,18 +4,14 @@
 #include "app/Library.h"
 #include "app/Methods.h"
 #include "json/Codec.h"
-#include "json/Writer.h"
-#include "support/ServerProcess.h"
 
 #include <cmath>
-#include <filesystem>
 #include <fstream>
 #include <sqlite3.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <thread>
 #include <unistd.h>
-#include <vips/vips8>
 
 namespace velko::app::testing {
 namespace {
@@ -237,8 +233,6 @@ ToolReply McpSession::tool(std::string_view name, const json::Value& arguments) 
         r.text = json::parse(r.rawText);
       } catch (const std::exception&) {
       }
-    } else if (item.at("type") == "image") {
-      r.images.emplace_back(item.at("data").as_string());
     }
   }
   return r;
@@ -250,10 +244,6 @@ AppFixture::AppFixture() : home_(root_.path() + "/home"), library_(root_.path() 
   options_.library = library_;
   options_.catalog = home_ + "/.velko/headless/catalog.sqlite";
   options_.luts = home_ + "/.velko/luts";
-}
-
-AppFixture::~AppFixture() {
-  app_.reset();
 }
 
 void AppFixture::open(bool scan) {

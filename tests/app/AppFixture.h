@@ -77,13 +77,11 @@ protected:
   velko::testing::TempDir root_;
 };
 
-/// A tool call's reply: whether it is an error, its first text (parsed too, when it is JSON) and
-/// its images in base64.
+/// A tool call's reply: whether it is an error, and its first text (parsed too, when it is JSON).
 struct ToolReply {
   bool isError = true;
   std::string rawText;
   json::Value text;
-  std::vector<std::string> images;
 };
 
 /// An MCP session with a velko-mcp process started from `argv`: the handshake, then tool calls.
@@ -109,7 +107,6 @@ struct CallError : std::runtime_error {
 class AppFixture : public ::testing::Test {
 protected:
   AppFixture();
-  ~AppFixture() override;
 
   /// Opens (or reopens) the App over the folders; scans the library once when `scan`.
   void open(bool scan = true);

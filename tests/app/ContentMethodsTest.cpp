@@ -27,14 +27,19 @@ protected:
     s->bind(1, path);
     return s->step() ? s->text(0) : "";
   }
-  /// Writes a test-pattern video; false when ffmpeg is not installed.
-  static bool writeClip(const std::string& path, int seconds) {
-    fs::create_directories(fs::path(path).parent_path());
+  /// Writes a 64 × 48 test-pattern video, shown a quarter turned when `turned`; false when
+  /// ffmpeg is not installed.
+  bool writeClip(const std::string& path, int seconds, bool turned = false) {
+    const std::string plain = turned ? root_.path() + "/plain.mp4" : path;
     try {
+      // Stream copy is how ffmpeg 5 writes a rotation (a display matrix) into MP4.
       return runProcess({"ffmpeg", "-nostdin", "-loglevel", "error", "-y", "-f", "lavfi", "-i",
                          "testsrc=duration=" + std::to_string(seconds) + ":size=64x48:rate=10",
-                         "-pix_fmt", "yuv420p", path})
-                 .exitStatus == 0;
+                         "-pix_fmt", "yuv420p", plain})
+                     .exitStatus == 0 &&
+             (!turned || runProcess({"ffmpeg", "-v", "error", "-i", plain, "-c", "copy",
+                                     "-metadata:s:v:0", "rotate=90", "-y", path})
+                                 .exitStatus == 0);
     } catch (const ProgramNotFound&) {
       return false;
     }
@@ -120,10 +125,18 @@ TEST_F(Content, ImportTakesGoodStagedFilesAndRefusesTheRest) {
 }
 
 TEST_F(Content, MoviesAreMadeOfVideosOnlyAndGradedOnCommit) {
-  if (!writeClip(libraryFile("one.mp4"), 2) || !writeClip(libraryFile("two.mp4"), 1)) {
+  if (!writeClip(libraryFile("one.mp4"), 2, true) || !writeClip(libraryFile("two.mp4"), 1)) {
     GTEST_SKIP() << "ffmpeg is not installed";
   }
   writePhoto(libraryFile("still.jpg"), {});
+  std::ofstream(libraryFile("broken.mov")) << "no movie";
+  EXPECT_THROW(readMedia(libraryFile("broken.mov")), std::runtime_error);
+  const MediaFacts turned = readMedia(libraryFile("one.mp4"));
+  EXPECT_TRUE(turned.isVideo);
+  EXPECT_EQ(turned.format, "MP4");
+  EXPECT_NEAR(turned.durationSeconds, 2, 0.15);
+  EXPECT_EQ(turned.width, 48);
+  EXPECT_EQ(turned.height, 64);
   open();
   const std::string one = idOf(libraryFile("one.mp4")), two = idOf(libraryFile("two.mp4"));
   const std::string still = idOf(libraryFile("still.jpg"));

@@ -180,16 +180,14 @@ TEST_F(EditingMethods, LooksFolderIsListedAndPreviewsShowTheLookAtItsIntensity) 
   EXPECT_EQ(luts.at(0).at("name"), "Film Look");
   EXPECT_EQ(luts.at(1).at("name"), "Swap");
 
-  for (const auto& [intensity, red, blue] : {std::tuple{1.0, 20.0, 200.0}, {0.5, 110.0, 110.0}}) {
-    SCOPED_TRACE(intensity);
-    json::Value r = set(id,
-                        {json::Object{{"kind", "lut"}, {"string", "Swap"}},
-                         json::Object{{"kind", "lutIntensity"}, {"scalar", intensity}}},
-                        {{"preview", true}});
-    vips::VImage png = decodePng(r.at("preview"));
-    EXPECT_NEAR(png.extract_band(0).avg(), red, 4);
-    EXPECT_NEAR(png.extract_band(2).avg(), blue, 4);
-  }
+  // Halfway between (200, 100, 20) and its swap: neither the look nor its intensity is lost.
+  const json::Value r = set(id,
+                            {json::Object{{"kind", "lut"}, {"string", "Swap"}},
+                             json::Object{{"kind", "lutIntensity"}, {"scalar", 0.5}}},
+                            {{"preview", true}});
+  const vips::VImage png = decodePng(r.at("preview"));
+  EXPECT_NEAR(png.extract_band(0).avg(), 110, 4);
+  EXPECT_NEAR(png.extract_band(2).avg(), 110, 4);
   set(id, {json::Object{{"kind", "lut"}, {"string", "Gone"}}});
   EXPECT_EQ(callError("preview.render", json::Object{{"id", id}}).code, -32603);
 }

@@ -2,8 +2,11 @@
 // private mount namespace whose home is a temporary folder, the application over a temporary
 // library of generated JPEGs, and MCP requests on the server's standard input. The culling,
 // editing, export and import session of clients.session runs through both programs too; this
-// covers the tools that session leaves out, without needing Node.
+// covers the tools that session leaves out, without needing Node, and the socket's refusals.
 #include "app/AppFixture.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace velko::app::testing {
 namespace {
@@ -34,6 +37,17 @@ TEST_F(EndToEnd, ToolsTheClientSessionLeavesOut) {
   };
   // The first scan runs in the background; ping answers at once and counts what is indexed.
   waitFor([&] { return ok("velko_ping").at("photoCount") == kPhotos; });
+  // A second velko-headless over the same home refuses to start; peers that say nothing, leave
+  // mid-frame or send a frame past the size limit are dropped alone. The session goes on.
+  velko::testing::ServerProcess second(headless(VELKO_HEADLESS_PATH, ""));
+  EXPECT_EQ(second.waitExit(std::chrono::seconds(30)), 1);
+  EXPECT_NE(log().find("another application is already serving"), std::string::npos) << log();
+  const std::string socket = home() + "/.velko/ipc.sock";
+  const int silent = connectUnix(socket), leaving = connectUnix(socket);
+  ASSERT_GE(silent, 0);
+  ::send(leaving, "{\"jsonrpc\":", 11, MSG_NOSIGNAL);
+  ::close(leaving);
+  EXPECT_EQ(roundTrip(socket, std::string(8 * 1024 * 1024 + 16, ' ')), std::nullopt);
   std::vector<std::string> ids; ///< newest first
   const json::Value all = ok("velko_list");
   for (const json::Value& photo : all.at("photos").as_array()) {
@@ -84,6 +98,7 @@ TEST_F(EndToEnd, ToolsTheClientSessionLeavesOut) {
   EXPECT_TRUE(refused("velko_get", json::Object{{"id", b}}));
   EXPECT_TRUE(refused("velko_make_movie", json::Object{{"ids", json::Array{a}}})); // no videos
   EXPECT_TRUE(ok("velko_movie_list").at("movies").as_array().empty());
+  ::close(silent);
 }
 
 } // namespace

@@ -1,7 +1,6 @@
 #include "app/Library.h"
 
 #include "app/AppFixture.h"
-#include "app/ChildProcess.h"
 #include "app/Exif.h"
 #include "app/Imaging.h"
 #include "core/Uuid.h"
@@ -92,32 +91,6 @@ TEST_F(LibraryScan, ExifFactsReadBack) {
     EXPECT_EQ(m.height, swapped ? shot.width : shot.height);
   }
   EXPECT_THROW(readMedia(libraryFile("none.jpg")), std::runtime_error);
-}
-
-TEST_F(LibraryScan, VideosThroughFfprobe) {
-  const std::string plain = root_.path() + "/plain.mp4", clip = libraryFile("clip.mp4");
-  try {
-    // Stream copy is how ffmpeg 5 writes a rotation (a display matrix) into MP4.
-    ASSERT_EQ(
-        runProcess({"ffmpeg", "-v", "error", "-f", "lavfi", "-i", "testsrc=size=64x48:rate=10",
-                    "-t", "1.5", "-pix_fmt", "yuv420p", "-y", plain})
-            .exitStatus,
-        0);
-    ASSERT_EQ(runProcess({"ffmpeg", "-v", "error", "-i", plain, "-c", "copy", "-metadata:s:v:0",
-                          "rotate=90", "-y", clip})
-                  .exitStatus,
-              0);
-  } catch (const ProgramNotFound&) {
-    GTEST_SKIP() << "ffmpeg is not installed";
-  }
-  const MediaFacts m = readMedia(clip);
-  EXPECT_TRUE(m.isVideo);
-  EXPECT_EQ(m.format, "MP4");
-  EXPECT_NEAR(m.durationSeconds, 1.5, 0.15);
-  EXPECT_EQ(m.width, 48); // rotated a quarter turn
-  EXPECT_EQ(m.height, 64);
-  std::ofstream(libraryFile("broken.mov")) << "no movie";
-  EXPECT_THROW(readMedia(libraryFile("broken.mov")), std::runtime_error);
 }
 
 TEST_F(LibraryScan, IdsSurviveReopenRenameMoveAndDeletion) {

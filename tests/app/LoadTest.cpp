@@ -31,6 +31,13 @@ long residentKiB(pid_t pid) {
   return velko::testing::statusKiB(pid, "VmRSS");
 }
 
+double percentile(std::vector<double> v, double p) {
+  std::sort(v.begin(), v.end());
+  return v.empty() ? 0
+                   : v[std::min(v.size() - 1,
+                                static_cast<std::size_t>(p * static_cast<double>(v.size())))];
+}
+
 /// What one client saw: latencies by kind of call, and what it was told had happened.
 struct Tally {
   std::map<std::string, std::vector<double>> millis;
@@ -139,13 +146,6 @@ protected:
   std::map<std::string, std::atomic<int>> edits_;
 };
 
-double percentile(std::vector<double> v, double p) {
-  std::sort(v.begin(), v.end());
-  return v.empty() ? 0
-                   : v[std::min(v.size() - 1,
-                                static_cast<std::size_t>(p * static_cast<double>(v.size())))];
-}
-
 TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
   for (int i = 0; i < kPhotos; ++i) {
     writePhoto(library() + "/p" + std::to_string(i) + ".jpg",
@@ -205,6 +205,7 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
   // Nothing failed but version conflicts.
   std::map<std::string, std::vector<double>> millis;
   int conflicts = 0, exports = 0;
+  std::size_t calls = 0;
   std::map<std::string, std::pair<std::int64_t, std::int64_t>> owned;
   for (const Tally& t : tallies) {
     for (const std::string& f : t.failures) {
@@ -215,6 +216,7 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
     owned.insert(t.owned.begin(), t.owned.end());
     for (const auto& [kind, v] : t.millis) {
       millis[kind].insert(millis[kind].end(), v.begin(), v.end());
+      calls += v.size();
     }
   }
 
@@ -255,10 +257,6 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
     }
   }
 
-  std::size_t calls = 0;
-  for (const auto& [kind, v] : millis) {
-    calls += v.size();
-  }
   std::printf(
       "[ load     ] %d clients, %.1f s: %zu calls, %.0f calls/s, %d version conflicts, "
       "%d exports; velko-headless idle %ld → %ld KiB (peak %ld → %ld), %d → %d descriptors\n",

@@ -46,16 +46,13 @@ std::string identity3D(int n) {
   return out.str();
 }
 
-class LooksTest : public ::testing::Test {
+class Looks : public ::testing::Test {
 protected:
   static void SetUpTestSuite() { initImaging(); }
   velko::testing::TempDir dir_;
 };
 
-using LooksCube = LooksTest;
-using LooksProfile = LooksTest;
-
-TEST_F(LooksCube, TablesMapColours) {
+TEST_F(Looks, CubeTablesMapColours) {
   const std::string invert1D = "LUT_1D_SIZE 2\n1 1 1\n0 0 0\n";
   // Red and blue swapped: the entry at (r, g, b) holds (b, g, r).
   const std::string swap3D = "LUT_3D_SIZE 2\n"
@@ -92,7 +89,7 @@ TEST_F(LooksCube, TablesMapColours) {
   }
 }
 
-TEST_F(LooksCube, LargeImagesAreSplitWithoutSeams) {
+TEST_F(Looks, LargeImagesAreSplitWithoutSeams) {
   const auto xy = vips::VImage::xyz(1024, 600);
   const auto image =
       (xy.extract_band(0) / 4)
@@ -105,7 +102,7 @@ TEST_F(LooksCube, LargeImagesAreSplitWithoutSeams) {
   EXPECT_EQ((inverted.cast(VIPS_FORMAT_INT) - (255 - image.cast(VIPS_FORMAT_INT))).abs().max(), 0);
 }
 
-TEST_F(LooksCube, MalformedFilesNameTheLine) {
+TEST_F(Looks, MalformedCubesNameTheLine) {
   const struct {
     const char* text;
     const char* where;
@@ -139,7 +136,7 @@ TEST_F(LooksCube, MalformedFilesNameTheLine) {
   EXPECT_EQ(lut.table.size(), 9u);
 }
 
-TEST_F(LooksProfile, DisplayP3HoldsSrgbRedInsideItsGamut) {
+TEST_F(Looks, DisplayP3HoldsSrgbRedInsideItsGamut) {
   // toDisplayP3 writes its profile into the folder; wrong bytes there would move these colours.
   const std::string folder = dir_.file("profiles");
   const struct {

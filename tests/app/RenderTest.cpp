@@ -22,111 +22,153 @@ using core::CompositeMode;
 using vips::VImage;
 using K = core::AdjustmentKind;
 using Scalar = std::pair<K, double>;
-using Check = std::function<void(const VImage& before, const VImage& after)>;
 
 constexpr int kW = 96;
 constexpr int kH = 64;
-
-VImage srgb(const VImage& i) {
-  return i.cast(VIPS_FORMAT_UCHAR)
-      .copy(VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
-}
-/// An 8-bit sRGB image of one colour.
-VImage flat(double r, double g, double b, int width = kW, int height = kH) {
-  return srgb(VImage::black(width, height, VImage::option()->set("bands", 3)) +
-              std::vector<double>{r, g, b});
-}
-/// Mean linear luminance.
-double luma(const VImage& image) {
-  const VImage l = image.colourspace(VIPS_INTERPRETATION_scRGB);
-  return 0.2126 * l[0].avg() + 0.7152 * l[1].avg() + 0.0722 * l[2].avg();
-}
-/// A stack of these values, set by the user.
-core::EditStack stackOf(const std::vector<Scalar>& values) {
-  core::EditStack s;
-  for (auto [kind, v] : values) {
-    s.setScalar(kind, v, core::UserOrigin{}, core::nowSeconds());
-  }
-  return s;
-}
+constexpr int kGW = 240; ///< the geometry and frame tests' picture
+constexpr int kGH = 160;
 
 struct Area {
   int x, y, w, h;
 };
+constexpr Area kWhole{0, 0, kW, kH};
 constexpr Area kLeft{0, 0, kW / 2, kH};
 constexpr Area kRight{kW / 2, 0, kW / 2, kH};
 constexpr Area kCentre{kW / 2 - 8, kH / 2 - 8, 16, 16};
 constexpr Area kCorner{0, 0, 8, 8};
 
-VImage in(const VImage& i, Area a) {
-  return i.extract_area(a.x, a.y, a.w, a.h);
-}
-double lumaIn(const VImage& i, Area a) {
-  return luma(in(i, a));
-}
-double mean(const VImage& i, int band) {
-  return i[band].avg();
-}
-VImage lab(const VImage& i) {
-  return i.colourspace(VIPS_INTERPRETATION_LAB);
-}
-/// Mean 8-bit sRGB value of the first band.
-double encoded(const VImage& i, Area a) {
-  return mean(in(i, a).colourspace(VIPS_INTERPRETATION_sRGB), 0);
-}
-double chroma(const VImage& i, Area a = {0, 0, kW, kH}) {
-  return mean(in(i, a).colourspace(VIPS_INTERPRETATION_LCH), 1);
-}
-/// The spread of lightness over the left half, away from the middle and the borders.
-double spread(const VImage& i) {
-  return lab(i.extract_area(4, 4, kW / 2 - 16, kH - 8))[0].deviate();
-}
-/// The lightness step across the middle of a halves image.
-double step(const VImage& i) {
-  return mean(lab(i.extract_area(kW / 2, 0, 2, kH)), 0) -
-         mean(lab(i.extract_area(kW / 2 - 2, 0, 2, kH)), 0);
-}
-/// How unevenly grain is spread (spread over mean of its power in 8 × 8 blocks), and its power.
-std::pair<double, double> grainBlocks(const VImage& i) {
-  const VImage l = i.colourspace(VIPS_INTERPRETATION_scRGB)[1];
-  const VImage power = ((l - l.avg()) * (l - l.avg())).shrink(8, 8);
-  return {power.deviate() / power.avg(), power.avg()};
-}
-
-/// Left half `dark`, right half `bright`, grey.
-VImage halves(double dark, double bright) {
-  return flat(dark, dark, dark).insert(flat(bright, bright, bright, kW / 2), kW / 2, 0);
-}
-/// Red on the left, blue on the right.
-VImage redBlue() {
-  return flat(200, 40, 40).insert(flat(40, 60, 200, kW / 2), kW / 2, 0);
-}
-/// `image` plus seeded Gaussian noise of `sigma` 8-bit levels, the same in every band.
-VImage noisy(const VImage& image, double sigma) {
-  const VImage n = VImage::gaussnoise(
-      kW, kH, VImage::option()->set("sigma", sigma)->set("mean", 0.0)->set("seed", 7));
-  return srgb(image + VImage::bandjoin({n, n, n}));
-}
-/// A centred square of `size` in colour (r, g, b) on `ground`.
-VImage patch(const VImage& ground, double r, double g, double b, int size) {
-  return ground.insert(flat(r, g, b, size, size), (kW - size) / 2, (kH - size) / 2);
-}
-/// Grey from black at the left to white at the right.
-VImage rampX() {
-  const VImage v = VImage::xyz(kW, kH)[0] * (255.0 / (kW - 1));
-  return srgb(VImage::bandjoin({v, v, v}));
-}
-/// Hue all the way round the Lab wheel from left to right, at one lightness and chroma.
-VImage hueRampX() {
-  const VImage h = VImage::xyz(kW, kH)[0] * (360.0 / kW);
-  return srgb(VImage::bandjoin({h * 0 + 60, h * 0 + 40, h})
-                  .copy(VImage::option()->set("interpretation", VIPS_INTERPRETATION_LCH))
-                  .colourspace(VIPS_INTERPRETATION_sRGB));
-}
-
 class Render : public ::testing::Test {
 protected:
   static void SetUpTestSuite() { initImaging(); }
+
+  // ---- Pictures ----
+  static VImage srgb(const VImage& i) {
+    return i.cast(VIPS_FORMAT_UCHAR)
+        .copy(VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB));
+  }
+  static VImage flat(double r, double g, double b, int width = kW, int height = kH) {
+    return srgb(VImage::black(width, height, VImage::option()->set("bands", 3)) +
+                std::vector<double>{r, g, b});
+  }
+  /// Left half `dark`, right half `bright`, grey.
+  static VImage halves(double dark, double bright) {
+    return flat(dark, dark, dark).insert(flat(bright, bright, bright, kW / 2), kW / 2, 0);
+  }
+  /// Red on the left, blue on the right.
+  static VImage redBlue() { return flat(200, 40, 40).insert(flat(40, 60, 200, kW / 2), kW / 2, 0); }
+  /// `image` plus seeded Gaussian noise of `sigma` 8-bit levels, the same in every band.
+  static VImage noisy(const VImage& image, double sigma) {
+    const VImage n = VImage::gaussnoise(
+        kW, kH, VImage::option()->set("sigma", sigma)->set("mean", 0.0)->set("seed", 7));
+    return srgb(image + VImage::bandjoin({n, n, n}));
+  }
+  /// A centred square of `size` in colour (r, g, b) on `ground`.
+  static VImage patch(const VImage& ground, double r, double g, double b, int size) {
+    return ground.insert(flat(r, g, b, size, size), (kW - size) / 2, (kH - size) / 2);
+  }
+  /// Grey from black at the left to white at the right.
+  static VImage rampX() {
+    const VImage v = VImage::xyz(kW, kH)[0] * (255.0 / (kW - 1));
+    return srgb(VImage::bandjoin({v, v, v}));
+  }
+  /// Hue all the way round the Lab wheel from left to right, at one lightness and chroma.
+  static VImage hueRampX() {
+    const VImage h = VImage::xyz(kW, kH)[0] * (360.0 / kW);
+    return srgb(VImage::bandjoin({h * 0 + 60, h * 0 + 40, h})
+                    .copy(VImage::option()->set("interpretation", VIPS_INTERPRETATION_LCH))
+                    .colourspace(VIPS_INTERPRETATION_sRGB));
+  }
+  /// A kGW × kGH mask picture: black, with white where `inside(x, y)` (normalised) holds.
+  static VImage shape(const std::function<VImage(const VImage& x, const VImage& y)>& inside) {
+    const VImage xy = VImage::xyz(kGW, kGH);
+    return inside((xy[0] + 0.5) / kGW, (xy[1] + 0.5) / kGH)
+        .ifthenelse(255, 0)
+        .cast(VIPS_FORMAT_UCHAR)
+        .copy(VImage::option()->set("interpretation", VIPS_INTERPRETATION_B_W));
+  }
+
+  // ---- Measures ----
+  static VImage in(const VImage& i, Area a) { return i.extract_area(a.x, a.y, a.w, a.h); }
+  /// Mean linear luminance.
+  static double luma(const VImage& image) {
+    const VImage l = image.colourspace(VIPS_INTERPRETATION_scRGB);
+    return 0.2126 * l[0].avg() + 0.7152 * l[1].avg() + 0.0722 * l[2].avg();
+  }
+  static double lumaIn(const VImage& i, Area a) { return luma(in(i, a)); }
+  /// The mean of `band` over `a` in `space`.
+  static double mean(const VImage& i, Area a, VipsInterpretation space, int band) {
+    return in(i, a).colourspace(space)[band].avg();
+  }
+  static double chroma(const VImage& i, Area a = kWhole) {
+    return mean(i, a, VIPS_INTERPRETATION_LCH, 1);
+  }
+  /// The spread of lightness over the left half, away from the middle and the borders.
+  static double spread(const VImage& i) {
+    return in(i, {4, 4, kW / 2 - 16, kH - 8}).colourspace(VIPS_INTERPRETATION_LAB)[0].deviate();
+  }
+  /// The lightness step across the middle of a halves image.
+  static double step(const VImage& i) {
+    return mean(i, {kW / 2, 0, 2, kH}, VIPS_INTERPRETATION_LAB, 0) -
+           mean(i, {kW / 2 - 2, 0, 2, kH}, VIPS_INTERPRETATION_LAB, 0);
+  }
+  /// How unevenly grain is spread (spread over mean of its power in 8 × 8 blocks), and its power.
+  static std::pair<double, double> grainBlocks(const VImage& i) {
+    const VImage l = i.colourspace(VIPS_INTERPRETATION_scRGB)[1];
+    const VImage power = ((l - l.avg()) * (l - l.avg())).shrink(8, 8);
+    return {power.deviate() / power.avg(), power.avg()};
+  }
+  /// The row of the centre of brightness in column `x`.
+  static double brightRow(const VImage& image, int x) {
+    const VImage column = image.extract_area(x, 0, 1, image.height()).cast(VIPS_FORMAT_DOUBLE);
+    return (column * VImage::xyz(1, image.height())[1]).avg() / column.avg();
+  }
+
+  // ---- Stacks ----
+  /// A stack of these values, set by the user.
+  static core::EditStack stackOf(const std::vector<Scalar>& values) {
+    core::EditStack s;
+    for (auto [kind, v] : values) {
+      s.setScalar(kind, v, core::UserOrigin{}, core::nowSeconds());
+    }
+    return s;
+  }
+  /// The stack's geometry on `image` at full size, as renderStack does it.
+  static VImage geometryOf(const VImage& image, const core::EditStack& stack) {
+    const GeometrySettings g(stack);
+    const Warp warp(g, static_cast<double>(image.width()) / image.height());
+    return applyGeometry(
+        image, g, warp,
+        planRender(image.width(), image.height(), g, warp, FrameSettings(stack), std::nullopt));
+  }
+  static core::LocalMask maskOf(core::MaskShape shape,
+                                core::MaskAdjustments adjustments = {{K::Exposure, 1}},
+                                std::vector<core::MaskComponent> refinements = {}) {
+    core::LocalMask m;
+    m.id = core::Uuid::random();
+    m.shape = std::move(shape);
+    m.adjustments = std::move(adjustments);
+    if (!refinements.empty()) {
+      m.refinementList = std::move(refinements);
+    }
+    return m;
+  }
+  static core::MaskComponent refine(core::MaskShape shape, CompositeMode mode) {
+    return {core::Uuid::random(), std::move(shape), mode};
+  }
+  static core::EditStack masked(std::vector<core::LocalMask> masks) {
+    core::EditStack s;
+    s.setMasks(std::move(masks));
+    return s;
+  }
+  static core::RadialShape radial(double cx, double cy, double r, double feather,
+                                  bool inverted = false) {
+    return {{cx, cy}, {r, r}, feather, inverted};
+  }
+  static core::BrushStroke stroke(std::vector<core::Point> points, double radius,
+                                  bool erase = false) {
+    return {std::move(points), radius, erase};
+  }
+
   const VImage grey_ = flat(118, 118, 118);
 };
 
@@ -138,13 +180,16 @@ TEST_F(Render, EachKindFamilyHasItsEffect) {
   pointHue.setPointColors({{0.6, 0.68, 0.57, 1, 0, 0, 0.3}}, core::UserOrigin{},
                           core::nowSeconds());
   const auto lch = [](const VImage& i, Area a, int band) {
-    return mean(in(i, a).colourspace(VIPS_INTERPRETATION_LCH), band);
+    return mean(i, a, VIPS_INTERPRETATION_LCH, band);
+  };
+  const auto encoded = [](const VImage& i, Area a) {
+    return mean(i, a, VIPS_INTERPRETATION_sRGB, 0);
   };
   struct Case {
     const char* name;
     VImage input;
     core::EditStack stack;
-    Check check;
+    std::function<void(const VImage& before, const VImage& after)> check;
   };
   const std::vector<Case> cases = {
       {"exposure +1 doubles mid-grey in linear light", grey_, stackOf({{K::Exposure, 1}}),
@@ -152,7 +197,7 @@ TEST_F(Render, EachKindFamilyHasItsEffect) {
          EXPECT_NEAR(luma(a) / luma(b), 2.0, 0.04);
        }},
       {"shadows + lifts dark more than bright", halves(50, 200), stackOf({{K::Shadows, 0.6}}),
-       [](const VImage& b, const VImage& a) {
+       [&](const VImage& b, const VImage& a) {
          const double dark = encoded(a, kLeft) - encoded(b, kLeft);
          EXPECT_GT(dark, 10);
          EXPECT_GT(dark, 2 * (encoded(a, kRight) - encoded(b, kRight)));
@@ -161,7 +206,7 @@ TEST_F(Render, EachKindFamilyHasItsEffect) {
        stackOf({{K::Temperature, 0.5}}),
        [](const VImage& b, const VImage& a) {
          const VImage l = a.colourspace(VIPS_INTERPRETATION_scRGB);
-         EXPECT_GT(mean(l, 0) / mean(l, 2), 1.2);
+         EXPECT_GT(l[0].avg() / l[2].avg(), 1.2);
          EXPECT_NEAR(luma(a) / luma(b), 1.0, 0.03);
        }},
       {"saturation -1 leaves no chroma", flat(200, 60, 40), stackOf({{K::Saturation, -1}}),
@@ -232,9 +277,8 @@ TEST_F(Render, EachKindFamilyHasItsEffect) {
 }
 
 TEST_F(Render, KeepsAlphaAndTakesEveryInputFormat) {
-  const VImage grey = flat(100, 100, 100).colourspace(VIPS_INTERPRETATION_B_W);
   const std::vector<std::pair<VImage, int>> cases = {
-      {grey, 3},
+      {flat(100, 100, 100).colourspace(VIPS_INTERPRETATION_B_W), 3},
       {flat(100, 100, 100).bandjoin_const({128}), 4},
       {flat(100, 100, 100).colourspace(VIPS_INTERPRETATION_RGB16), 3},
   };
@@ -246,39 +290,12 @@ TEST_F(Render, KeepsAlphaAndTakesEveryInputFormat) {
     EXPECT_GT(luma(out), 1.8 * luma(input.colourspace(VIPS_INTERPRETATION_sRGB)));
     if (bands == 4) {
       // Alpha is carried through untouched, whatever scale scRGB gives it.
-      EXPECT_NEAR(mean(out, 3), mean(input.colourspace(VIPS_INTERPRETATION_scRGB), 3), 1e-3);
+      EXPECT_NEAR(out[3].avg(), input.colourspace(VIPS_INTERPRETATION_scRGB)[3].avg(), 1e-3);
     }
   }
 }
 
-// ---- Geometry and frame, on a 240 × 160 picture ----
-
-constexpr int kGW = 240;
-constexpr int kGH = 160;
-
-/// Black, with white where `inside(x, y)` (normalised coordinates) holds.
-VImage shape(const std::function<VImage(const VImage& x, const VImage& y)>& inside) {
-  const VImage xy = VImage::xyz(kGW, kGH);
-  return inside((xy[0] + 0.5) / kGW, (xy[1] + 0.5) / kGH)
-      .ifthenelse(255, 0)
-      .cast(VIPS_FORMAT_UCHAR)
-      .copy(VImage::option()->set("interpretation", VIPS_INTERPRETATION_B_W));
-}
-
-/// The stack's geometry on `image` at full size, as renderStack does it.
-VImage geometryOf(const VImage& image, const core::EditStack& stack) {
-  const GeometrySettings g(stack);
-  const Warp warp(g, static_cast<double>(image.width()) / image.height());
-  return applyGeometry(
-      image, g, warp,
-      planRender(image.width(), image.height(), g, warp, FrameSettings(stack), std::nullopt));
-}
-
-/// The row of the centre of brightness in column `x`.
-double brightRow(const VImage& image, int x) {
-  const VImage column = image.extract_area(x, 0, 1, image.height()).cast(VIPS_FORMAT_DOUBLE);
-  return (column * VImage::xyz(1, image.height())[1]).avg() / column.avg();
-}
+// ---- Geometry and frame, on a kGW × kGH picture ----
 
 TEST_F(Render, GeometryKindsMoveLinesAsNamed) {
   const auto line = [](double y) {
@@ -304,34 +321,24 @@ TEST_F(Render, GeometryKindsMoveLinesAsNamed) {
   struct Case {
     const char* name;
     VImage input;
-    std::vector<Scalar> stack;
+    Scalar value;
     std::function<double(const VImage& out)> measure;
     double low, high;
   };
   const std::vector<Case> cases = {
-      {"straighten 10", line(0.5), {{K::Straighten, 10}}, slope, 9.5, 10.5},
-      {"vertical perspective +1 widens the top",
-       column,
-       {{K::PerspectiveVertical, 1}},
-       widening,
-       1.3,
-       100},
-      {"horizontal perspective +1 widens the right",
+      {"straighten 10", line(0.5), {K::Straighten, 10}, slope, 9.5, 10.5},
+      {"vertical +1 widens the top", column, {K::PerspectiveVertical, 1}, widening, 1.3, 100},
+      {"horizontal +1 widens the right",
        band,
-       {{K::PerspectiveHorizontal, 1}},
+       {K::PerspectiveHorizontal, 1},
        [&](const VImage& out) { return widening(out.rot(VIPS_ANGLE_D90)); },
        0,
        1 / 1.3},
-      {"lens distortion +1 bends a straight line",
-       line(0.2),
-       {{K::LensDistortion, 1}},
-       sag,
-       2,
-       100},
+      {"lens distortion +1 bends a straight line", line(0.2), {K::LensDistortion, 1}, sag, 2, 100},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    const core::EditStack stack = stackOf(c.stack);
+    const core::EditStack stack = stackOf({c.value});
     const VImage out = geometryOf(c.input, stack);
     const double measured = c.measure(out);
     EXPECT_TRUE(measured >= c.low && measured <= c.high) << measured;
@@ -433,33 +440,6 @@ TEST_F(Render, FramePadsToItsAspectInItsColour) {
 
 // ---- Local masks ----
 
-core::LocalMask maskOf(core::MaskShape shape,
-                       core::MaskAdjustments adjustments = {{K::Exposure, 1}},
-                       std::vector<core::MaskComponent> refinements = {}) {
-  core::LocalMask m;
-  m.id = core::Uuid::random();
-  m.shape = std::move(shape);
-  m.adjustments = std::move(adjustments);
-  if (!refinements.empty()) {
-    m.refinementList = std::move(refinements);
-  }
-  return m;
-}
-core::MaskComponent refine(core::MaskShape shape, CompositeMode mode) {
-  return {core::Uuid::random(), std::move(shape), mode};
-}
-core::EditStack masked(std::vector<core::LocalMask> masks) {
-  core::EditStack s;
-  s.setMasks(std::move(masks));
-  return s;
-}
-core::RadialShape radial(double cx, double cy, double r, double feather, bool inverted = false) {
-  return {{cx, cy}, {r, r}, feather, inverted};
-}
-core::BrushStroke stroke(std::vector<core::Point> points, double radius, bool erase = false) {
-  return {std::move(points), radius, erase};
-}
-
 TEST_F(Render, MaskExposureLandsWhereEachShapeIs) {
   struct Case {
     const char* name;
@@ -468,29 +448,22 @@ TEST_F(Render, MaskExposureLandsWhereEachShapeIs) {
     Area inside;  ///< must brighten by about a stop
     Area outside; ///< must stay as it was
   };
-  const VImage object = patch(grey_, 200, 50, 40, 24);
-  const Area lineStart{16, kH / 2 - 1, 24, 2};
+  const Area top{0, 0, kW, 5}, bottom{0, kH - 5, kW, 5}, lineStart{16, kH / 2 - 1, 24, 2};
+  const Area bright{kW * 2 / 3, 0, kW / 3, kH}, dark{0, 0, kW / 3, kH},
+      erased{62, kH / 2 - 1, 22, 2};
   const core::BrushStroke line = stroke({{0.1, 0.5}, {0.9, 0.5}}, 0.04);
+  const core::BrushStroke erase = stroke({{0.62, 0.5}, {1.0, 0.5}}, 0.1, true);
+  const core::LinearShape downwards{{0.5, 0.1}, {0.5, 0.9}};
   const std::vector<Case> cases = {
       {"inverted radial", grey_, radial(0.5, 0.5, 0.3, 0.2, true), kCorner, kCentre},
-      {"linear: start side, not end side",
-       grey_,
-       core::LinearShape{{0.5, 0.1}, {0.5, 0.9}},
-       {0, 0, kW, 5},
-       {0, kH - 5, kW, 5}},
-      {"luminance: the bright end of a ramp",
-       rampX(),
-       core::LuminanceRangeShape{0.5, 1.0, 0},
-       {kW * 2 / 3, 0, kW / 3, kH},
-       {0, 0, kW / 3, kH}},
+      {"linear: start side, not end side", grey_, downwards, top, bottom},
+      {"luminance: the bright end of a ramp", rampX(), core::LuminanceRangeShape{0.5, 1, 0}, bright,
+       dark},
       {"colour: red, not blue", redBlue(), core::ColorRangeShape{0.0, 0.08, 0.04}, kLeft, kRight},
-      {"brush: along the stroke", grey_, core::BrushShape{{line}, 0}, lineStart, {0, 0, kW, 5}},
-      {"brush: erased where erased",
-       grey_,
-       core::BrushShape{{line, stroke({{0.62, 0.5}, {1.0, 0.5}}, 0.1, true)}, 0},
-       lineStart,
-       {62, kH / 2 - 1, 22, 2}},
-      {"subject: the distinct object", object, core::AiSubjectShape{}, kCentre, kCorner},
+      {"brush: along the stroke", grey_, core::BrushShape{{line}, 0}, lineStart, top},
+      {"brush: erased where erased", grey_, core::BrushShape{{line, erase}, 0}, lineStart, erased},
+      {"subject: the distinct object", patch(grey_, 200, 50, 40, 24), core::AiSubjectShape{},
+       kCentre, kCorner},
       {"people: skin, not sky", patch(flat(100, 150, 230), 224, 172, 140, 28),
        core::AiPeopleShape{}, kCentre, kCorner},
   };
@@ -509,26 +482,23 @@ TEST_F(Render, MaskRefinementsCombineInListOrder) {
   struct Case {
     const char* name;
     std::vector<core::MaskComponent> refinements;
-    double centre, leftRing, rightRing, topLeft;
+    std::vector<double> expected; ///< at the centre, the left ring, the right ring, top left
   };
   const std::vector<Case> cases = {
-      {"subtract cuts a hole", {refine(hole, CompositeMode::Subtract)}, 0, 1, 1, 0},
-      {"intersect keeps the overlap", {refine(hole, CompositeMode::Intersect)}, 1, 0, 0, 0},
+      {"subtract cuts a hole", {refine(hole, CompositeMode::Subtract)}, {0, 1, 1, 0}},
+      {"intersect keeps the overlap", {refine(hole, CompositeMode::Intersect)}, {1, 0, 0, 0}},
       {"subtract, then add",
        {refine(dot, CompositeMode::Subtract), refine(dot, CompositeMode::Add)},
-       1,
-       1,
-       1,
-       1},
+       {1, 1, 1, 1}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     const VImage m = maskMatte(maskOf(big, {}, c.refinements), grey_);
     ASSERT_EQ(m.bands(), 1);
-    EXPECT_NEAR(m.getpoint(kW / 2, kH / 2)[0], c.centre, 0.1);
-    EXPECT_NEAR(m.getpoint(kW / 2 - 24, kH / 2)[0], c.leftRing, 0.02);
-    EXPECT_NEAR(m.getpoint(kW / 2 + 24, kH / 2)[0], c.rightRing, 0.02);
-    EXPECT_NEAR(m.getpoint(1, 1)[0], c.topLeft, 0.02);
+    EXPECT_NEAR(m.getpoint(kW / 2, kH / 2)[0], c.expected[0], 0.1);
+    EXPECT_NEAR(m.getpoint(kW / 2 - 24, kH / 2)[0], c.expected[1], 0.02);
+    EXPECT_NEAR(m.getpoint(kW / 2 + 24, kH / 2)[0], c.expected[2], 0.02);
+    EXPECT_NEAR(m.getpoint(1, 1)[0], c.expected[3], 0.02);
   }
 }
 
@@ -594,9 +564,8 @@ TEST_F(Render, LaterMasksWorkOnTheEarlierOnesResult) {
   for (const auto& [w, h] : {std::pair{kW, kH}, std::pair{2200, 2000}}) {
     SCOPED_TRACE(std::to_string(w) + "x" + std::to_string(h));
     const VImage grey = flat(60, 60, 60, w, h);
-    const VImage out = applyAdjustments(grey, masked({maskOf(radial(0.5, 0.5, 0.3, 0)),
-                                                      maskOf(radial(0.5, 0.5, 0.3, 0))}))
-                           .copy_memory();
+    const core::LocalMask twice = maskOf(radial(0.5, 0.5, 0.3, 0));
+    const VImage out = applyAdjustments(grey, masked({twice, twice})).copy_memory();
     const Area middle{w / 2 - 4, h / 2 - 4, 8, 8};
     EXPECT_NEAR(lumaIn(out, middle) / lumaIn(grey, middle), 4.0, 0.05);
     EXPECT_NEAR(lumaIn(out, kCorner) / lumaIn(grey, kCorner), 1.0, 0.01);
@@ -606,26 +575,19 @@ TEST_F(Render, LaterMasksWorkOnTheEarlierOnesResult) {
 TEST_F(Render, WhatAMaskRendersDecidesTheShortcuts) {
   core::LocalMask disabled = maskOf(core::AiSubjectShape{});
   disabled.isEnabled = false;
-  struct Case {
-    const char* name;
-    core::LocalMask mask;
-    bool renders, readsNeighbours;
-  };
-  const std::vector<Case> cases = {
-      {"radial clarity", maskOf(radial(0.5, 0.5, 0.3, 0), {{K::Clarity, 0.5}}), true, true},
-      {"disabled", disabled, false, false},
-      {"whole-frame kinds only",
-       maskOf(radial(0.5, 0.5, 0.3, 0),
-              {{K::VignetteAmount, -1}, {K::Rotation, 1}, {K::LutIntensity, 0.5}}),
-       false, false},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    const core::EditStack stack = masked({c.mask});
-    EXPECT_EQ(rendersMasks(stack), c.renders);
-    EXPECT_EQ(readsNeighbours(stack), c.readsNeighbours);
+  const core::LocalMask clarity = maskOf(radial(0.5, 0.5, 0.3, 0), {{K::Clarity, 0.5}});
+  const core::LocalMask wholeFrameKinds =
+      maskOf(radial(0.5, 0.5, 0.3, 0),
+             {{K::VignetteAmount, -1}, {K::Rotation, 1}, {K::LutIntensity, 0.5}});
+  for (const auto& [name, mask, renders] :
+       {std::tuple{"radial clarity", clarity, true}, std::tuple{"disabled", disabled, false},
+        std::tuple{"whole-frame kinds only", wholeFrameKinds, false}}) {
+    SCOPED_TRACE(name);
+    const core::EditStack stack = masked({mask});
+    EXPECT_EQ(rendersMasks(stack), renders);
+    EXPECT_EQ(readsNeighbours(stack), renders); // clarity reads around each pixel
     // A stack whose masks render nothing hands back the very image it was given.
-    EXPECT_EQ(applyAdjustments(grey_, stack).get_image() == grey_.get_image(), !c.renders);
+    EXPECT_EQ(applyAdjustments(grey_, stack).get_image() == grey_.get_image(), !renders);
   }
 }
 
@@ -639,9 +601,14 @@ TEST_F(Render, OnePassMatchesLibvipsAndTheGeneralMaskStage) {
     return (eight(a) - eight(b)).abs().max();
   };
   // Covers every pixel, but reads the image, so the mask goes through the general stage.
-  const core::MaskComponent everywhere =
-      refine(core::LuminanceRangeShape{-1, 2, 0}, CompositeMode::Intersect);
-  const core::LinearShape ramp{{0.2, 0.2}, {0.8, 0.7}};
+  const std::vector<core::MaskComponent> everywhere = {
+      refine(core::LuminanceRangeShape{-1, 2, 0}, CompositeMode::Intersect)};
+  const auto twoMasks = [](const std::vector<core::MaskComponent>& refinements) {
+    return masked(
+        {maskOf(radial(0.4, 0.5, 0.3, 0.5), {{K::Exposure, 0.7}, {K::Saturation, 0.4}},
+                refinements),
+         maskOf(core::LinearShape{{0.2, 0.2}, {0.8, 0.7}}, {{K::Contrast, 0.5}}, refinements)});
+  };
   struct Case {
     const char* name;
     VImage input;
@@ -650,17 +617,10 @@ TEST_F(Render, OnePassMatchesLibvipsAndTheGeneralMaskStage) {
   };
   const std::vector<Case> cases = {
       {"Lab and back, chroma only", hueRampX(), stackOf({{K::Vibrance, 1e-9}}), hueRampX()},
-      {"Lab and back through a hue turn", hueRampX(), stackOf({{K::HslRedHue, 1e-7}}),
-       hueRampX()},
+      {"Lab and back through a hue turn", hueRampX(), stackOf({{K::HslRedHue, 1e-7}}), hueRampX()},
       {"grade off the ramp's lightness", rampX(), stackOf({{K::CgMidLum, 1e-9}}), rampX()},
-      {"radial and linear masks", rampX(),
-       masked({maskOf(radial(0.4, 0.5, 0.3, 0.5), {{K::Exposure, 0.7}, {K::Saturation, 0.4}}),
-               maskOf(ramp, {{K::Contrast, 0.5}})}),
-       applyAdjustments(
-           rampX(),
-           masked({maskOf(radial(0.4, 0.5, 0.3, 0.5), {{K::Exposure, 0.7}, {K::Saturation, 0.4}},
-                          {everywhere}),
-                   maskOf(ramp, {{K::Contrast, 0.5}}, {everywhere})}))},
+      {"radial and linear masks", rampX(), twoMasks({}),
+       applyAdjustments(rampX(), twoMasks(everywhere))},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -696,24 +656,13 @@ TEST_F(Render, WholeStackFromAFileIsFramedAndRepeats) {
   velko::testing::TempDir dir;
   const std::string path = dir.file("shot.png");
   writePhoto(path, {.width = 600, .height = 400, .pattern = true});
-  core::EditStack stack = stackOf({{K::Straighten, 8},
-                                   {K::PerspectiveVertical, 0.4},
-                                   {K::LensDistortion, 0.3},
-                                   {K::FrameAspect, 1},
-                                   {K::FrameInset, 0.05},
-                                   {K::Exposure, 0.3},
-                                   {K::Clarity, 0.5},
-                                   {K::Dehaze, 0.3},
-                                   {K::SharpenAmount, 0.5},
-                                   {K::CgShadowSat, 0.4},
-                                   {K::HslOrangeHue, 0.3},
-                                   {K::GrainAmount, 0.5},
-                                   {K::VignetteAmount, -0.4},
-                                   {K::LuminanceNR, 0.4},
-                                   {K::ColorNR, 0.5},
-                                   {K::SharpenDetail, 0.5},
-                                   {K::DefringeAmount, 0.5},
-                                   {K::GrainRoughness, 0.5}});
+  core::EditStack stack = stackOf({{K::Straighten, 8}, {K::FrameAspect, 1}, {K::FrameInset, 0.05}});
+  for (K kind :
+       {K::PerspectiveVertical, K::LensDistortion, K::Exposure, K::Clarity, K::Dehaze,
+        K::SharpenAmount, K::CgShadowSat, K::HslOrangeHue, K::GrainAmount, K::VignetteAmount,
+        K::LuminanceNR, K::ColorNR, K::SharpenDetail, K::DefringeAmount, K::GrainRoughness}) {
+    stack.setScalar(kind, 0.4, core::UserOrigin{}, core::nowSeconds());
+  }
   stack.setString(K::FrameColor, "#00000080", core::UserOrigin{}, core::nowSeconds());
   stack.setPointColors({{0.1, 0.5, 0.5, 0.2, -0.3, 0.1, 0.4}}, core::UserOrigin{},
                        core::nowSeconds());

@@ -1,70 +1,13 @@
-// The socket side of the application (hostile peers, the catalogue lock; many clients at once are
-// the load test's), the request path's error codes and the command line.
+// The request path's error codes, the catalogue lock and the command line (the socket's hostile
+// peers are the end-to-end test's, many clients at once the load test's).
 #include "app/AppFixture.h"
-#include "app/Listener.h"
 #include "app/Methods.h"
 #include "app/Options.h"
 #include "json/Value.h"
 #include "json/Writer.h"
 
-#include <cstring>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <thread>
-#include <unistd.h>
-
 namespace velko::app::testing {
 namespace {
-
-class Serving : public AppFixture {
-protected:
-  void SetUp() override {
-    writePhoto(libraryFile("a.jpg"), {});
-    open();
-    socket_ = root_.path() + "/ipc.sock";
-    listener_ = std::make_unique<Listener>(socket_);
-    server_ = std::thread(
-        [this] { listener_->serve([this](std::string_view f) { return answer(app(), f); }); });
-  }
-  void TearDown() override {
-    listener_->stop();
-    server_.join();
-  }
-  std::string socket_;
-  std::unique_ptr<Listener> listener_;
-  std::thread server_;
-};
-
-TEST_F(Serving, HostilePeersDoNotStopOthers) {
-  // A peer that connects and says nothing, one that leaves mid-frame, and one whose frame is
-  // past the size limit: each is dropped alone while ordinary requests are answered.
-  const int silent = connectUnix(socket_);
-  ASSERT_GE(silent, 0);
-  const int leaving = connectUnix(socket_);
-  ::send(leaving, "{\"jsonrpc\":", 11, MSG_NOSIGNAL);
-  ::close(leaving);
-  const std::string huge(8 * 1024 * 1024 + 16, ' ');
-  EXPECT_EQ(roundTrip(socket_, huge), std::nullopt);
-  EXPECT_NE(roundTrip(socket_, "{\"jsonrpc\":\"2.0\",\"id\":1,\"method\":\"system.ping\"}\n")
-                ->find("photoCount"),
-            std::string::npos);
-  ::close(silent);
-}
-
-TEST_F(Serving, RefusesASecondServerOnTheSocketOrTheCatalogue) {
-  try {
-    Listener second(socket_);
-    ADD_FAILURE() << "a second listener started";
-  } catch (const std::runtime_error& e) {
-    EXPECT_NE(std::string(e.what()).find("already serving"), std::string::npos) << e.what();
-  }
-  try {
-    Catalog second(options_.catalog);
-    ADD_FAILURE() << "the catalogue opened twice";
-  } catch (const StoreError& e) {
-    EXPECT_NE(std::string(e.what()).find("in use by another velko-headless"), std::string::npos);
-  }
-}
 
 class RequestPath : public AppFixture {};
 
@@ -126,6 +69,16 @@ TEST_F(RequestPath, RefusalsNameTheProblem) {
     EXPECT_NE(std::string(reply.at("error").at("message").as_string()).find(c.says),
               std::string::npos)
         << reply.at("error").at("message");
+  }
+}
+
+TEST_F(RequestPath, ACatalogueInUseIsNotOpenedTwice) {
+  open(false);
+  try {
+    Catalog second(options_.catalog);
+    ADD_FAILURE() << "the catalogue opened twice";
+  } catch (const StoreError& e) {
+    EXPECT_NE(std::string(e.what()).find("in use by another velko-headless"), std::string::npos);
   }
 }
 
