@@ -36,7 +36,7 @@ TEST(IPCClient, FailuresToConnectSayWhy) {
        ClientError::Kind::AppNotRunning},
       {"only the legacy socket",
        [](const TempDir& home) {
-         home.touch("Library/Containers/com.velko.app/Data/ipc.sock");
+         home.write("Library/Containers/com.velko.app/Data/ipc.sock");
          return home.file(".velko/ipc.sock");
        },
        ClientError::Kind::StaleTooling},
@@ -49,7 +49,7 @@ TEST(IPCClient, FailuresToConnectSayWhy) {
       // A regular file passes the existence test; a connect to it would fail differently.
       {"path too long for a socket address",
        [](const TempDir& home) {
-         return home.touch(std::string(104 - home.path().size() - 1, 's'));
+         return home.write(std::string(104 - home.path().size() - 1, 's'));
        },
        ClientError::Kind::ConnectionFailed},
   };

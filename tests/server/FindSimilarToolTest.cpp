@@ -4,7 +4,6 @@
 
 #include "ipc/IPCClient.h"
 #include "json/Writer.h"
-#include "server/FileHelpers.h"
 #include "server/RecordingCaller.h"
 #include "support/TestPeer.h"
 
@@ -15,18 +14,13 @@ namespace {
 
 using testing::RecordingCaller;
 using testing::textAt;
-using testing::writeFile;
-using velko::testing::TempDir;
-
-/// A 4×2 binary PPM, which the image library reads without extra loaders.
-std::string writeImage(const std::string& path) {
-  return writeFile(path, "P6\n4 2\n255\n" + std::string(4 * 2 * 3, '\x80'));
-}
 
 TEST(FindSimilarTool, ChoosesTheQuery) {
-  TempDir tmp;
-  const std::string image = writeImage(tmp.file("query.ppm"));
-  const std::string notImage = writeFile(tmp.file("notes.txt"), "not an image");
+  velko::testing::TempDir tmp;
+  // A 4×2 binary PPM, which the image library reads without extra loaders.
+  const std::string image =
+      tmp.write("query.ppm", "P6\n4 2\n255\n" + std::string(4 * 2 * 3, '\x80'));
+  const std::string notImage = tmp.write("notes.txt", "not an image");
 
   struct Case {
     const char* name;
