@@ -1,22 +1,9 @@
 #include "core/PhotoAIAnnotation.h"
 
-#include "json/Writer.h"
-
 #include <gtest/gtest.h>
 
 namespace velko::core {
 namespace {
-
-TEST(PhotoAIAnnotation, JsonFormMatchesGolden) {
-  const char* golden =
-      R"({"caption":"c","longDescription":"","keywords":["k"],"subjects":[],)"
-      R"("setting":"outdoor","peopleCount":2,"palette":["red"],"keeperScore":0.5})";
-  auto a = json::decodeAs<PhotoAIAnnotation>(json::parse(golden));
-  EXPECT_EQ(a.setting, PhotoSetting::Outdoor);
-  EXPECT_EQ(a.peopleCount, 2);
-  EXPECT_FALSE(a.scene.has_value());
-  EXPECT_EQ(json::toCompact(json::encode(a)), golden);
-}
 
 TEST(PhotoAIAnnotation, AssistantAnnotationErrorsNameTheKeyPath) {
   struct Case {
