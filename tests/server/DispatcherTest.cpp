@@ -120,12 +120,10 @@ TEST(Dispatcher, ToolFailuresBecomeErrorResults) {
     RecordingCaller caller;
     c.script(caller);
     Dispatcher dispatcher(caller);
-    std::optional<std::string> out =
-        reply(dispatcher, R"({"id":9,"method":"tools/call","params":{"name":"velko_ping"}})");
-    json::Object expected;
-    expected.emplace("content", json::Array{json::Object{{"type", "text"}, {"text", c.text}}});
-    expected.emplace("isError", true);
-    EXPECT_EQ(out, R"({"jsonrpc":"2.0","id":9,"result":)" + json::toCompact(expected) + "}");
+    EXPECT_EQ(reply(dispatcher,
+                    R"({"id":9,"method":"tools/call","params":{"name":"velko_ping"}})"),
+              R"({"jsonrpc":"2.0","id":9,"result":{"content":[{"type":"text","text":")" +
+                  c.text + R"("}],"isError":true}})");
   }
 }
 
