@@ -53,6 +53,8 @@ protected:
   testing::TempDir dir_;
 };
 
+// A JPEG cut short gives nothing (find_similar's test gives it a missing file and one that is not
+// an image).
 TEST_F(ImageThumbnail, ShrinksLongSideUprightAndNeverEnlarges) {
   struct Case {
     const char* name;
@@ -74,20 +76,8 @@ TEST_F(ImageThumbnail, ShrinksLongSideUprightAndNeverEnlarges) {
     EXPECT_EQ(out->find('\n'), std::string::npos);
     EXPECT_EQ(jpegSize(*out), c.expected);
   }
-}
-
-TEST_F(ImageThumbnail, UnreadableInputsGiveNothing) {
-  const std::string good = makeImage("good.jpg", 200, 100);
-  ASSERT_FALSE(good.empty());
-  const std::pair<const char*, std::string> cases[] = {
-      {"missing file", dir_.file("nope.jpg")},
-      {"text file", dir_.write("notes.jpg", "just some text, not an image")},
-      {"truncated jpeg", dir_.write("cut.jpg", testing::readFile(good).substr(0, 64))},
-  };
-  for (const auto& [name, path] : cases) {
-    SCOPED_TRACE(name);
-    EXPECT_EQ(downscaledImageBase64(path, 100), std::nullopt);
-  }
+  const std::string cut = testing::readFile(dir_.file("wide.jpg")).substr(0, 64);
+  EXPECT_EQ(downscaledImageBase64(dir_.write("cut.jpg", cut), 100), std::nullopt);
 }
 
 } // namespace
