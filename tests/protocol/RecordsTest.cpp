@@ -1,6 +1,7 @@
 // The tools' and the application's tests pin most records' keys from either side (the server's
 // handler tests the unfocused context and the edit results); these are the forms they do not
 // reach.
+#include "core/PhotoAIAnnotation.h"
 #include "json/RecordText.h"
 #include "json/Writer.h"
 #include "protocol/DeliveryRecords.h"
@@ -96,6 +97,30 @@ TEST(IPCEndpoint, HomePrefersThePasswordEntry) {
   EXPECT_EQ(IPCEndpoint::chooseHome("/Users/u", "/container/home"), "/Users/u");
   EXPECT_EQ(IPCEndpoint::chooseHome("", "/env"), "/env");
   EXPECT_EQ(IPCEndpoint::chooseHome(nullptr, nullptr), "");
+}
+
+TEST(Records, AssistantAnnotationErrorsNameTheKeyPath) {
+  struct Case {
+    const char* name;
+    const char* json;
+    const char* message;
+  } cases[] = {
+      {"caption stays required", R"({"keywords":["dog"]})",
+       "arguments.annotation.caption: missing required key"},
+      {"unknown setting", R"({"caption":"c","setting":"Indoor"})",
+       "arguments.annotation.setting: unknown value \"Indoor\""},
+      {"not an object", R"("a dog")", "arguments.annotation: expected an object, found string"},
+  };
+  const json::Path root("arguments");
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    try {
+      core::decodeAssistantAnnotation(json::parse(c.json), root.key("annotation"));
+      ADD_FAILURE() << "decoded without error";
+    } catch (const json::DecodeError& e) {
+      EXPECT_STREQ(e.what(), c.message);
+    }
+  }
 }
 
 // Records written straight to pretty text must read exactly as their encoded values do: the
