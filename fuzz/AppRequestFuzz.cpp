@@ -83,9 +83,9 @@ struct World {
 
   void build() {
     app.reset();
-    fs::remove_all(home);
-    fs::remove_all(library);
-    fs::remove_all(luts);
+    for (const std::string& folder : {home, library, luts}) {
+      fs::remove_all(folder);
+    }
     writeFile(library + "/a.jpg", tinyJpeg(200, 40, 40, 1));
     writeFile(library + "/2024/b.jpg", tinyJpeg(40, 200, 40, 6));
     writeFile(library + "/2024/c d.jpg", tinyJpeg(40, 40, 200, 3));
@@ -118,8 +118,7 @@ struct World {
       ids.emplace_back(photo.at("id").as_string());
     }
     check(ids.size() == 3, "the scratch library should hold three photos", reply);
-    inputs = 0;
-    restages = 0;
+    inputs = restages = 0;
   }
 
   /// Puts the staged file back after an import moved it into the library.
@@ -158,28 +157,25 @@ std::string substituted(std::string text, const World& w) {
   return text;
 }
 
-void checkReply(const std::string& reply) {
-  check(reply.find('\n') == std::string::npos, "the reply spans more than one line", reply);
+/// Sends `frame` and checks the reply.
+void send(World& w, std::string_view frame) {
+  std::string reply;
+  bool answered = false;
   json::Value parsed;
   try {
+    reply = app::answer(*w.app, frame);
+    answered = true;
     parsed = json::parse(reply);
   } catch (const std::exception& e) {
-    fail(std::string("the reply is not JSON: ") + e.what(), reply);
-  }
-  const json::Object* o = parsed.if_object();
-  check(o != nullptr, "the reply is not an object", reply);
-  check(o->contains("result") != o->contains("error"),
-        "the reply needs exactly one of \"result\" and \"error\"", reply);
-}
-
-std::string send(World& w, std::string_view frame) {
-  try {
-    return app::answer(*w.app, frame);
-  } catch (const std::exception& e) {
-    fail(std::string("answer() threw: ") + e.what(), frame);
+    fail(std::string(answered ? "the reply is not JSON: " : "answer() threw: ") + e.what(),
+         answered ? std::string_view(reply) : frame);
   } catch (...) {
     fail("answer() threw something that is not a std::exception", frame);
   }
+  check(reply.find('\n') == std::string::npos, "the reply spans more than one line", reply);
+  const json::Object* o = parsed.if_object();
+  check(o != nullptr && o->contains("result") != o->contains("error"),
+        "the reply is not an object with exactly one of \"result\" and \"error\"", reply);
 }
 
 } // namespace
@@ -197,7 +193,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string_view input = velko::fuzz::asText(data, size);
   const int mode = data[0] % 3;
   if (mode == 0) {
-    checkReply(send(w, input.substr(1)));
+    send(w, input.substr(1));
     return 0;
   }
   if (size < 2) {
@@ -221,7 +217,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     }
     frame += ",\"params\":" + text;
   }
-  frame += '}';
-  checkReply(send(w, frame));
+  send(w, frame + '}');
   return 0;
 }

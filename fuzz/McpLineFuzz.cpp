@@ -21,7 +21,6 @@
 #include <cstdlib>
 #include <deque>
 #include <filesystem>
-#include <memory>
 #include <mutex>
 #include <pwd.h>
 #include <sstream>
@@ -83,27 +82,20 @@ std::string nextReply(const std::string&) {
   return reply;
 }
 
-struct World {
-  std::unique_ptr<TestPeer> peer;
-  std::unique_ptr<velko::ipc::IPCClient> client;
-  std::unique_ptr<server::Dispatcher> dispatcher;
-};
-
-World& world() {
-  static World* w = [] {
+/// The dispatcher, its client and the peer, made once and never destroyed.
+server::Dispatcher& dispatcher() {
+  static TestPeer* const peer = [] {
     const std::string home = scratch().file("home");
     std::filesystem::create_directories(home);
-    std::filesystem::create_directories(scratch().file("work"));
     ::setenv("HOME", home.c_str(), 1);
-    auto* created = new World;
-    created->peer = std::make_unique<TestPeer>(scratch().file("peer/ipc.sock"));
-    created->peer->setHandler(nextReply);
-    created->client = std::make_unique<velko::ipc::IPCClient>(created->peer->socketPath(),
-                                                              scratch().file("legacy.sock"));
-    created->dispatcher = std::make_unique<server::Dispatcher>(*created->client);
+    auto* created = new TestPeer(scratch().file("peer/ipc.sock"));
+    created->setHandler(nextReply);
     return created;
   }();
-  return *w;
+  static auto* const client =
+      new velko::ipc::IPCClient(peer->socketPath(), scratch().file("legacy.sock"));
+  static auto* const d = new server::Dispatcher(*client);
+  return *d;
 }
 
 void checkWritable(const std::optional<json::Value>& reply) {
@@ -163,22 +155,24 @@ extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  World& w = world();
+  server::Dispatcher& d = dispatcher();
   if (size == 0) {
     return 0;
   }
   const std::size_t mode = data[0];
   std::string_view rest = velko::fuzz::asText(data + 1, size - 1);
-  const std::size_t firstEnd = std::min(rest.find('\n'), rest.size());
-  const std::string_view first = rest.substr(0, firstEnd);
-  rest.remove_prefix(std::min(firstEnd + 1, rest.size()));
+  const auto takeLine = [&rest] {
+    const std::size_t end = std::min(rest.find('\n'), rest.size());
+    const std::string_view line = rest.substr(0, end);
+    rest.remove_prefix(std::min(end + 1, rest.size()));
+    return line;
+  };
+  const std::string_view first = takeLine();
   {
     std::lock_guard lock(gRepliesMutex);
     gReplies.clear();
     while (!rest.empty()) {
-      const std::size_t end = std::min(rest.find('\n'), rest.size());
-      gReplies.push_back(blanked(rest.substr(0, end)));
-      rest.remove_prefix(std::min(end + 1, rest.size()));
+      gReplies.push_back(blanked(takeLine()));
     }
   }
 
@@ -193,12 +187,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     json::Object params{{"name", table[mode].name}, {"arguments", std::move(arguments)}};
     json::Object message{
         {"jsonrpc", "2.0"}, {"id", 1}, {"method", "tools/call"}, {"params", std::move(params)}};
-    checkWritable(w.dispatcher->handle(json::Value(std::move(message))));
+    checkWritable(d.handle(json::Value(std::move(message))));
     return 0;
   }
   std::optional<json::Object> message = server::parseMessage(first);
   if (!message) {
-    checkWritable(w.dispatcher->handleLine(first));
+    checkWritable(d.handleLine(first));
     return 0;
   }
   if (json::Value* params = message->if_contains("params")) {
@@ -208,6 +202,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       }
     }
   }
-  checkWritable(w.dispatcher->handle(json::Value(std::move(*message))));
+  checkWritable(d.handle(json::Value(std::move(*message))));
   return 0;
 }

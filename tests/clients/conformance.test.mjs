@@ -36,10 +36,8 @@ function freePort() {
 
 /// Resolves once something accepts connections on the port; rejects if `child` exits first.
 async function waitForListener(port, child) {
-  for (;;) {
+  while (!(await fetch(`http://127.0.0.1:${port}/`).then(() => true, () => false))) {
     if (child.exitCode !== null || child.signalCode !== null) throw new Error('bridge exited before listening');
-    const open = await fetch(`http://127.0.0.1:${port}/`).then(() => true, () => false);
-    if (open) return;
     await new Promise((resolve) => setTimeout(resolve, 100));
   }
 }

@@ -44,10 +44,16 @@ export function pngSize(bytes) {
   return { width: bytes.readUInt32BE(16), height: bytes.readUInt32BE(20) };
 }
 
-/// Asserts that `size` has the aspect `width:height`, to within the rounding of one pixel.
-function assertAspect(size, width, height, what) {
-  const expected = (size.width * height) / width;
-  assert.ok(Math.abs(size.height - expected) <= 1, `${what}: ${size.width}×${size.height}, expected ${width}:${height}`);
+/// The size of the one preview in `images`, asserting (when given) its aspect `width:height` to
+/// within the rounding of one pixel.
+function onePreview(images, [width, height] = [], what = 'preview') {
+  assert.equal(images.length, 1, `${what}: ${images.length} images`);
+  const size = pngSize(images[0]);
+  if (width) {
+    const expected = (size.width * height) / width;
+    assert.ok(Math.abs(size.height - expected) <= 1, `${what}: ${size.width}×${size.height}, expected ${width}:${height}`);
+  }
+  return size;
 }
 
 // ---- Opening a session --------------------------------------------------------------------------
@@ -210,9 +216,7 @@ export async function runSession({ client, sandbox }, { onStep = () => {}, expor
   await step('velko_context', {}, ({ json, images }) => {
     assert.equal(json.focusID, ladybird);
     assert.deepEqual([...json.selectionIDs].sort(), [...juneIds].sort());
-    assert.equal(images.length, 1);
-    const size = pngSize(images[0]);
-    assertAspect(size, ladybirdSize.width, ladybirdSize.height, 'focus preview');
+    const size = onePreview(images, [ladybirdSize.width, ladybirdSize.height], 'focus preview');
     return `focus on the ladybird, preview ${size.width}×${size.height}`;
   });
   await step('velko_rate', { ids: juneIds, rating: 4 }, ({ json }) => {
@@ -242,35 +246,28 @@ export async function runSession({ client, sandbox }, { onStep = () => {}, expor
   ];
   await step('velko_edit_set', { id: rain, ops, expectedVersion: version, preview: true }, ({ text, images }) => {
     assert.match(text, /^Applied\. newVersion \d+\. Preview 512×320\./);
-    assert.equal(images.length, 1);
-    assert.deepEqual(pngSize(images[0]), { width: 512, height: 320 });
+    assert.deepEqual(onePreview(images), { width: 512, height: 320 });
     return `exposure +0.4, contrast +0.25, vibrance +0.3; preview 512×320`;
   });
   await step('velko_mask', { id: rain, type: 'radial', adjustments: { exposure: 0.3 }, preview: true }, ({ images }) => {
-    assert.equal(images.length, 1);
-    assert.deepEqual(pngSize(images[0]), { width: 512, height: 320 });
+    assert.deepEqual(onePreview(images), { width: 512, height: 320 });
     return 'radial mask lifting the centre by +0.3 EV';
   });
   await step('velko_crop', { id: rain, x: 0.1, y: 0.1, width: 0.8, height: 0.6, preview: true }, ({ text, images }) => {
     assert.match(text, /^Cropped to x:0\.10 y:0\.10 w:0\.80 h:0\.60/);
-    assert.equal(images.length, 1);
-    const size = pngSize(images[0]);
+    const size = onePreview(images, [1536, 720], 'cropped preview');
     assert.equal(size.width, 512);
-    assertAspect(size, 1536, 720, 'cropped preview');
     return `cropped to 1536×720, preview ${size.width}×${size.height}`;
   });
   await step('velko_lut', { id: rain, lut: 'Warm', intensity: 0.8, preview: true }, ({ images }) => {
-    assert.equal(images.length, 1);
-    pngSize(images[0]);
+    onePreview(images);
     return 'Warm look at 80%';
   });
 
   // A rendered preview of the cropped photo at the asked size (400 × 187.5).
   const render = (what) => ({ texts, images }) => {
-    assert.equal(images.length, 1);
-    const size = pngSize(images[0]);
+    const size = onePreview(images, [1536, 720], what);
     assert.equal(size.width, 400);
-    assertAspect(size, 1536, 720, what);
     assert.match(texts[0], new RegExp(`^${size.width}×${size.height}, stack version \\d+$`));
     return `${what}: ${texts[0]}`;
   };
@@ -295,9 +292,8 @@ export async function runSession({ client, sandbox }, { onStep = () => {}, expor
   const pngDir = path.join(exportDir, 'png');
   await step('velko_export', { ids: [rain], directory: pngDir, format: 'png', longEdge: 600 }, ({ json }) => {
     assert.deepEqual(json.written, [path.join(pngDir, 'RainDrops.png')]);
-    const size = pngSize(readFileSync(json.written[0]));
+    const size = onePreview([readFileSync(json.written[0])], [1536, 720], 'exported edit');
     assert.equal(size.width, 600);
-    assertAspect(size, 1536, 720, 'exported edit');
     return `RainDrops.png ${size.width}×${size.height}`;
   });
   // Content: a photo from outside the library, the feature index, and a written description.

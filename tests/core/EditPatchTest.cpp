@@ -1,8 +1,12 @@
+// Changing a stack: patches, merges and presets.
 #include "core/EditPatch.h"
 
+#include "core/EditStackMerge.h"
 #include "json/Writer.h"
 
 #include <gtest/gtest.h>
+#include <limits>
+#include <stdexcept>
 
 namespace velko::core {
 namespace {
@@ -157,6 +161,51 @@ TEST(MaskPatch, OperationsActOnTheNamedMaskInListOrder) {
   s.apply({}, {maskOp(Action::Remove, kId), maskOp(Action::Remove, created[1])}, kAgent, kNoon, 7);
   EXPECT_FALSE(s.maskList.has_value());
   EXPECT_EQ(bytes(s).find("masks"), std::string::npos);
+}
+
+// A stored stack may already carry the largest version (the edit-stack fuzzer found one): every
+// change is refused, and the stack is left exactly as it was, rather than wrapping to a negative
+// version no stale-edit check orders.
+TEST(EditPatch, ChangesAtTheLargestVersionAreRefusedUntouched) {
+  const std::optional<EditStack> stored = AdjustmentDataCodec::decode(
+      R"({"values":{},"version":9223372036854775807,"masks":[{"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F",)"
+      R"("name":"Sky","shape":{"linear":{"start":[0.5,0.2],"end":[0.5,0.8]}},)"
+      R"("adjustments":["exposure",-0.3],"isEnabled":true}]})");
+  ASSERT_TRUE(stored);
+  constexpr std::int64_t kTop = std::numeric_limits<std::int64_t>::max();
+  ASSERT_EQ(stored->version, kTop);
+  EditStack s = *stored;
+  EXPECT_THROW(applyAtomically(s, {scalarOp(K::Tint, 2)}, {}, UserOrigin{}, kNoon, kTop),
+               std::overflow_error);
+  EXPECT_EQ(s, *stored);
+}
+
+// Whole-stack operations no method calls yet; the edit-stack fuzzer runs them on every input.
+TEST(EditStackMerge, LaterValueWinsMasksUniteByIdAndPresetsLeaveGeometry) {
+  EditStack a, b;
+  a.setScalar(K::Exposure, 0.5, UserOrigin{}, kNoon);
+  b.setScalar(K::Exposure, 0.2, kAgent, kNoon + std::chrono::hours(1));
+  b.setRect(K::Crop, Rect{0, 0, 0.5, 0.5}, UserOrigin{}, kNoon - std::chrono::hours(9));
+  a.addMask({.id = kId, .name = "a-shared", .shape = AiSubjectShape{}});
+  b.addMask({.id = kId, .name = "b-shared", .shape = AiSubjectShape{}});
+  a.version = 4;
+  b.version = 9;
+
+  const EditStack m = merged(a, b);
+  EXPECT_EQ(m.values.at(K::Exposure), b.values.at(K::Exposure)); // with its provenance
+  EXPECT_TRUE(m.values.contains(K::Crop));
+  ASSERT_EQ(m.masks().size(), 1u);
+  EXPECT_EQ(m.masks()[0].name, "a-shared");
+  EXPECT_EQ(m.version, 10);
+  EXPECT_FALSE(sameContent(m, a));
+  EditStack again = m;
+  again.version = 1;
+  EXPECT_TRUE(sameContent(again, m));
+
+  applyPreset(a, presetSubset(b));
+  EXPECT_EQ(a.scalar(K::Exposure), 0.2);
+  EXPECT_FALSE(a.values.contains(K::Crop));
+  EXPECT_EQ(a.version, 5);
 }
 
 } // namespace

@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <gtest/gtest.h>
+#include <string>
 
 namespace velko::core {
 namespace {
@@ -26,55 +27,84 @@ EditStack decodeText(std::string_view text) {
   return json::decodeAs<EditStack>(json::parse(text));
 }
 
+// ---- Kinds ----
+
+class EveryKind : public ::testing::TestWithParam<AdjustmentKind> {};
+
+TEST_P(EveryKind, RawValueRoundTripsAndKindSitsInAtMostOneGroup) {
+  const AdjustmentKind k = GetParam();
+  EXPECT_EQ(parseAdjustmentKind(rawValue(k)), k);
+  EXPECT_EQ(json::decodeAs<AdjustmentKind>(json::encode(k)), k);
+  int memberships = 0;
+  for (EditGroup g : kOrderedEditGroups) {
+    for (AdjustmentKind member : kinds(g)) {
+      if (member == k) {
+        ++memberships;
+        EXPECT_EQ(groupOf(k), g);
+      }
+    }
+  }
+  EXPECT_EQ(memberships, k == K::DevelopSource || k == K::CgBalance ? 0 : 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(AdjustmentKind, EveryKind, ::testing::ValuesIn(allAdjustmentKinds()),
+                         [](const ::testing::TestParamInfo<AdjustmentKind>& info) {
+                           return std::string(rawValue(info.param));
+                         });
+
+// The tool handlers' test refuses a misspelt kind with its message.
+TEST(AdjustmentKind, ParsingIsExactAndCaseSensitive) {
+  for (std::string_view raw : {"Exposure", "exposure ", "hslredHue"}) {
+    SCOPED_TRACE(raw);
+    EXPECT_FALSE(parseAdjustmentKind(raw).has_value());
+  }
+}
+
+TEST(ColorMixerAndGrade, KindsAreComputedFromTheOrdinal) {
+  for (ColorMixerBand b : kAllColorMixerBands) {
+    std::string name(displayName(b));
+    SCOPED_TRACE(name);
+    EXPECT_EQ(rawValue(hueKind(b)), "hsl" + name + "Hue");
+    EXPECT_EQ(rawValue(saturationKind(b)), "hsl" + name + "Sat");
+    EXPECT_EQ(rawValue(luminanceKind(b)), "hsl" + name + "Lum");
+  }
+  // Kind names use singular words where the regions' names are plural.
+  EXPECT_EQ(rawValue(hueKind(ColorGradeRegion::Shadows)), "cgShadowHue");
+  EXPECT_EQ(rawValue(luminanceKind(ColorGradeRegion::Global)), "cgGlobalLum");
+}
+
 // ---- JSON forms against literals ----
 
-struct PayloadCase {
-  const char* name;
-  AdjustmentPayload payload;
-  const char* json;
-};
-const PayloadCase kPayloadCases[] = {
-    {"boolean", AdjustmentPayload(std::in_place_type<bool>, true), R"({"boolean":{"_0":true}})"},
-    {"curve", Curve{{0, 0}, {0.5, 0.625}, {1, 1}},
-     R"({"curve":{"_0":[[0.0,0.0],[0.5,0.625],[1.0,1.0]]}})"},
-    {"pointColors", std::vector<PointColorTarget>{{0.1, 0.2, 0.3, 0.5, -0.5, 0.25, 0.125}},
-     R"({"pointColors":{"_0":[{"targetHue":0.1,"targetSat":0.2,"targetLum":0.3,)"
-     R"("hue":0.5,"sat":-0.5,"lum":0.25,"range":0.125}]}})"},
-    {"string", std::string("teal \"orange\"\\/\u00e9"),
-     R"({"string":{"_0":"teal \"orange\"\\/\u00e9"}})"},
-};
-
-struct ShapeCase {
-  const char* name;
-  MaskShape shape;
-  const char* json;
-};
-const ShapeCase kShapeCases[] = {
-    {"radial", RadialShape{{0.5, 0.5}, {0.3, 0.25}, 0.4, true},
-     R"({"radial":{"center":[0.5,0.5],"radius":[0.3,0.25],"feather":0.4,"inverted":true}})"},
-    {"colorRange", ColorRangeShape{0.6, 0.08, 0.05},
-     R"({"colorRange":{"hue":0.6,"range":0.08,"feather":0.05}})"},
-    {"brush", BrushShape{{BrushStroke{{{0.1, 0.2}, {0.3, 0.4}}, 0.05, true}}, 0.2},
-     R"({"brush":{"strokes":[{"points":[[0.1,0.2],[0.3,0.4]],"radius":0.05,"erase":true}],)"
-     R"("feather":0.2}})"},
-    {"aiPeople", AiPeopleShape{false}, R"({"aiPeople":{"inverted":false}})"},
-};
+template <class T> void expectLiteral(const char* name, const T& value, const char* literal) {
+  SCOPED_TRACE(name);
+  EXPECT_EQ(json::decodeAs<T>(json::parse(literal)), value);
+  EXPECT_EQ(json::toCompact(json::encode(value)), literal);
+}
 
 // A literal form per payload case and mask shape (the golden stack and the mask below hold the
 // rest), both ways: a wrong key or case name would lose the value when the stored stack is read
 // back.
 TEST(EditStackJson, EveryPayloadAndShapeMatchesItsLiteral) {
-  for (const PayloadCase& c : kPayloadCases) {
-    SCOPED_TRACE(c.name);
-    const json::Value literal = json::parse(c.json);
-    EXPECT_EQ(json::decodeAs<AdjustmentPayload>(literal), c.payload);
-    EXPECT_EQ(json::encode(c.payload), literal); // as values: the literal spells 0 as 0.0
-  }
-  for (const ShapeCase& c : kShapeCases) {
-    SCOPED_TRACE(c.name);
-    EXPECT_EQ(json::decodeAs<MaskShape>(json::parse(c.json)), c.shape);
-    EXPECT_EQ(json::toCompact(json::encode(c.shape)), c.json);
-  }
+  expectLiteral("boolean", AdjustmentPayload(std::in_place_type<bool>, true),
+                R"({"boolean":{"_0":true}})");
+  expectLiteral<AdjustmentPayload>("curve", Curve{{0, 0}, {0.5, 0.625}, {1, 1}},
+                                   R"({"curve":{"_0":[[0,0],[0.5,0.625],[1,1]]}})");
+  expectLiteral<AdjustmentPayload>(
+      "pointColors", std::vector<PointColorTarget>{{0.1, 0.2, 0.3, 0.5, -0.5, 0.25, 0.125}},
+      R"({"pointColors":{"_0":[{"targetHue":0.1,"targetSat":0.2,"targetLum":0.3,)"
+      R"("hue":0.5,"sat":-0.5,"lum":0.25,"range":0.125}]}})");
+  expectLiteral<AdjustmentPayload>("string", std::string("teal \"orange\"\\/\u00e9"),
+                                   R"({"string":{"_0":"teal \"orange\"\\/é"}})");
+  expectLiteral<MaskShape>(
+      "radial", RadialShape{{0.5, 0.5}, {0.3, 0.25}, 0.4, true},
+      R"({"radial":{"center":[0.5,0.5],"radius":[0.3,0.25],"feather":0.4,"inverted":true}})");
+  expectLiteral<MaskShape>("colorRange", ColorRangeShape{0.6, 0.08, 0.05},
+                           R"({"colorRange":{"hue":0.6,"range":0.08,"feather":0.05}})");
+  expectLiteral<MaskShape>(
+      "brush", BrushShape{{BrushStroke{{{0.1, 0.2}, {0.3, 0.4}}, 0.05, true}}, 0.2},
+      R"({"brush":{"strokes":[{"points":[[0.1,0.2],[0.3,0.4]],"radius":0.05,"erase":true}],)"
+      R"("feather":0.2}})");
+  expectLiteral<MaskShape>("aiPeople", AiPeopleShape{false}, R"({"aiPeople":{"inverted":false}})");
 }
 
 TEST(AdjustmentPayload, RejectsObjectsWithoutExactlyOneKnownKey) {

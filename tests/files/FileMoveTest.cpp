@@ -11,11 +11,7 @@ namespace velko::files {
 namespace {
 
 namespace fs = std::filesystem;
-
-std::string readAll(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
+using velko::testing::readFile;
 
 bool secondFileSystemAtShm(const std::string& here) {
   struct stat a {
@@ -39,12 +35,12 @@ TEST(FileMove, TakesAFreeNameAndNeverReplacesOnOneOrAcrossFileSystems) {
     ::chmod(from.c_str(), 0640);
     EXPECT_THROW(moveFile(from, dir + "/x.jpg"), std::system_error);
     EXPECT_THROW(moveFile(from, here.path() + "/missing/x.jpg"), std::system_error);
-    EXPECT_EQ(readAll(from), "moved");
+    EXPECT_EQ(readFile(from), "moved");
     const std::string placed = moveIntoFolder(from, dir, "x.jpg");
     EXPECT_EQ(placed, dir + "/x-2.jpg");
     EXPECT_FALSE(fs::exists(from));
-    EXPECT_EQ(readAll(placed), "moved");
-    EXPECT_EQ(readAll(dir + "/x.jpg"), "taken");
+    EXPECT_EQ(readFile(placed), "moved");
+    EXPECT_EQ(readFile(dir + "/x.jpg"), "taken");
     struct stat moved {};
     ASSERT_EQ(::stat(placed.c_str(), &moved), 0);
     EXPECT_EQ(moved.st_mode & 0777, 0640u);

@@ -1,8 +1,10 @@
 #include "json/Codec.h"
 
+#include "json/Date.h"
 #include "json/Writer.h"
 
 #include <cmath>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <limits>
 #include <random>
@@ -114,6 +116,35 @@ TEST(Parse, DoublesSurviveWriteAndParseBitForBit) {
   EXPECT_EQ(parse(toCompact(big)).get_double(), big.get_double());
   EXPECT_TRUE(std::signbit(parse("-0.0").get_double()));
   EXPECT_EQ(parse("1e400").get_double(), std::numeric_limits<double>::infinity());
+}
+
+TEST(Date, ParsesInternetDateTimesAndFormatsUtc) {
+  using namespace std::chrono;
+  const Date base = sys_days{2024y / May / 1} + 8h + 30min;
+  struct Case {
+    const char* text;
+    std::optional<Date> expected;
+  } cases[] = {
+      {"2024-05-01T08:30:00Z", base},         {"2024-05-01T10:30:00+02:00", base},
+      {"2024-05-01t08:30:00z", base},         {"2024-05-01T08:30:00.123Z", std::nullopt},
+      {"2024-02-30T00:00:00Z", std::nullopt}, {"2024-05-01T08:30:00Zjunk", std::nullopt},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.text);
+    EXPECT_EQ(parseDate(c.text), c.expected);
+  }
+  // Written in UTC with a Z, and read back.
+  const Date d = sys_days{1969y / December / 31} + 23h + 59min + 59s;
+  EXPECT_EQ(formatDate(d), "1969-12-31T23:59:59Z");
+  EXPECT_EQ(parseDate(formatDate(d)), d);
+  // The decoder's error quotes the text.
+  try {
+    decodeAs<Date>(parse(R"("2024-05-01T08:30:00.5Z")"), Path("createdAt"));
+    ADD_FAILURE() << "decoded";
+  } catch (const DecodeError& e) {
+    EXPECT_THAT(e.what(), ::testing::StartsWith("createdAt: expected an ISO 8601"));
+    EXPECT_THAT(e.what(), ::testing::HasSubstr("\"2024-05-01T08:30:00.5Z\""));
+  }
 }
 
 } // namespace

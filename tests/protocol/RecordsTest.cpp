@@ -1,9 +1,12 @@
 // The tools' and the application's tests pin most records' keys from either side (the server's
 // handler tests the unfocused context and the edit results); these are the forms they do not
 // reach.
+#include "core/PhotoAIAnnotation.h"
+#include "json/RecordText.h"
 #include "json/Writer.h"
 #include "protocol/DeliveryRecords.h"
 #include "protocol/EditingRecords.h"
+#include "protocol/IPCEndpoint.h"
 #include "protocol/LibraryRecords.h"
 
 #include <gtest/gtest.h>
@@ -12,7 +15,7 @@ namespace velko::protocol {
 namespace {
 
 using namespace std::chrono_literals;
-using std::chrono::July;
+using std::chrono::May;
 using std::chrono::sys_days;
 
 // Decodes `text` into T and compares with `expected`, then encodes `expected` and compares with
@@ -25,25 +28,27 @@ template <class T> void expectGolden(const char* name, const std::string& text, 
 
 const char* const kSummaryJson =
     R"({"id":"X/L0/001","pixelWidth":4032,"pixelHeight":3024,)"
-    R"("creationDate":"2026-07-12T09:15:00Z","isFavorite":false,"isHidden":false,)"
-    R"("durationSeconds":0,"playbackStyle":1,"sourceType":1,"representsBurst":false,)"
-    R"("canEditContent":true,"canEditProperties":true,"canDelete":true,"hasAdjustments":false})";
+    R"("creationDate":"2024-05-01T08:30:00Z","modificationDate":"2024-05-02T00:00:00Z",)"
+    R"("formatLabel":"HEIC","latitude":4.142,"longitude":-73.6266,"isFavorite":true,)"
+    R"("isHidden":false,"durationSeconds":12.5,"playbackStyle":5,"sourceType":3,)"
+    R"("burstIdentifier":"B1","representsBurst":true,"canEditContent":true,)"
+    R"("canEditProperties":false,"canDelete":true,"hasAdjustments":true,)"
+    R"("cloudIdentifier":"C1"})";
 
-core::PhotoSummary summary() {
-  core::PhotoSummary s;
-  s.id = "X/L0/001";
-  s.pixelWidth = 4032;
-  s.pixelHeight = 3024;
-  s.creationDate = json::Date{sys_days{2026y / July / 12}} + 9h + 15min;
-  s.playbackStyle = core::PhotoPlaybackStyle::Image;
-  s.sourceType = core::PhotoSourceType::UserLibrary;
-  s.canEditContent = s.canEditProperties = s.canDelete = true;
-  return s;
-}
+const json::Date kMay1At0830 = json::Date{sys_days{2024y / May / 1}} + 8h + 30min;
 
-TEST(Records, OpenEditorContextMatchesItsLiteral) {
+// The summary and the annotation with every optional member present (the codec's own test
+// leaves absent ones out).
+TEST(Records, ContextExifAndEndpointFileMatchTheirLiterals) {
+  const core::PhotoSummary summary{
+      "X/L0/001", 4032, 3024, kMay1At0830, json::Date{sys_days{2024y / May / 2}}, "HEIC", 4.142,
+      -73.6266, true, false, 12.5, core::PhotoPlaybackStyle::VideoLooping,
+      core::PhotoSourceType::ITunesSynced, "B1", true, true, false, true, true, "C1"};
   core::PhotoAIAnnotation annotation;
   annotation.caption = "A dog";
+  annotation.setting = core::PhotoSetting::Outdoor;
+  annotation.peopleCount = 2;
+  annotation.keeperScore = 0.5;
   core::EditStack stack;
   stack.version = 3;
   const std::string id = "X/L0/001";
@@ -54,9 +59,22 @@ TEST(Records, OpenEditorContextMatchesItsLiteral) {
           std::string(kSummaryJson) +
           R"(,"focusMetadata":{"rating":4,"flag":1,"colorLabel":2,"hasEditStack":true},)"
           R"("focusStack":{"values":{},"version":3},"focusAnnotation":{"caption":"A dog",)"
-          R"("longDescription":"","keywords":[],"subjects":[],"palette":[]}})",
+          R"("longDescription":"","keywords":[],"subjects":[],"setting":"outdoor",)"
+          R"("peopleCount":2,"palette":[],"keeperScore":0.5}})",
       ContextResult{
-          true, id, id, {id}, id, summary(), PhotoMetadataDTO{4, 1, 2, true}, stack, annotation});
+          true, id, id, {id}, id, summary, PhotoMetadataDTO{4, 1, 2, true}, stack, annotation});
+  expectGolden("exif",
+               R"({"captureDate":"2024-05-01T08:30:00Z","cameraMake":"Fujifilm",)"
+               R"("cameraModel":"X-T5","lens":"XF 35mm","iso":400,)"
+               R"("shutterSeconds":0.004,"aperture":2.8,"focalLengthMM":35,)"
+               R"("pixelWidth":7728,"pixelHeight":5152,"formatLabel":"RAF",)"
+               R"("originalFilename":"DSCF0001.RAF"})",
+               core::PhotoInfo{kMay1At0830, "Fujifilm", "X-T5", "XF 35mm", 400, 0.004, 2.8, 35.0,
+                               7728, 5152, "RAF", "DSCF0001.RAF"});
+  expectGolden("endpoint file",
+               R"({"socketPath":"/Users/u/.velko/ipc.sock","protocolVersion":1,)"
+               R"("appVersion":"2.3","pid":4242})",
+               IPCEndpoint::EndpointInfo{"/Users/u/.velko/ipc.sock", 1, "2.3", 4242});
 }
 
 // Required members refuse null; the records check only types and presence.
@@ -73,6 +91,74 @@ TEST(Records, DecodeChecksTypesAndPresenceOnly) {
   } catch (const json::DecodeError& e) {
     EXPECT_STREQ(e.what(), "result.focusMetadata.colorLabel: missing required key");
   }
+}
+
+TEST(IPCEndpoint, HomePrefersThePasswordEntry) {
+  EXPECT_EQ(IPCEndpoint::chooseHome("/Users/u", "/container/home"), "/Users/u");
+  EXPECT_EQ(IPCEndpoint::chooseHome("", "/env"), "/env");
+  EXPECT_EQ(IPCEndpoint::chooseHome(nullptr, nullptr), "");
+}
+
+TEST(Records, AssistantAnnotationErrorsNameTheKeyPath) {
+  struct Case {
+    const char* name;
+    const char* json;
+    const char* message;
+  } cases[] = {
+      {"caption stays required", R"({"keywords":["dog"]})",
+       "arguments.annotation.caption: missing required key"},
+      {"unknown setting", R"({"caption":"c","setting":"Indoor"})",
+       "arguments.annotation.setting: unknown value \"Indoor\""},
+      {"not an object", R"("a dog")", "arguments.annotation: expected an object, found string"},
+  };
+  const json::Path root("arguments");
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    try {
+      core::decodeAssistantAnnotation(json::parse(c.json), root.key("annotation"));
+      ADD_FAILURE() << "decoded without error";
+    } catch (const json::DecodeError& e) {
+      EXPECT_STREQ(e.what(), c.message);
+    }
+  }
+}
+
+// Records written straight to pretty text must read exactly as their encoded values do: the
+// assistant's texts, and the tool reference built from them, depend on it.
+template <class T> void expectSameText(const char* text) {
+  SCOPED_TRACE(text);
+  const auto record = json::decodeAs<T>(json::parse(text));
+  EXPECT_EQ(json::toPrettyText(record), json::toPretty(json::encode(record)));
+}
+
+TEST(RecordText, ReadsAsTheEncodedValue) {
+  // Escapes, "/" (escaped in pretty text), non-ASCII, optional members absent and present,
+  // nested records and arrays, enumerations, dates and a hand-written codec (the stack).
+  expectSameText<GetResult>(
+      R"({"photo":{"id":"A\"b\\c/d\u0001\u00e9\ud83d\ude00","pixelWidth":1,"pixelHeight":2,)"
+      R"("creationDate":"2026-07-12T09:15:00+02:00","latitude":-0.1,"longitude":1e300,)"
+      R"("isFavorite":true,"isHidden":false,"durationSeconds":2.5,"playbackStyle":1,)"
+      R"("sourceType":1,"representsBurst":false,"canEditContent":true,)"
+      R"("canEditProperties":false,"canDelete":true,"hasAdjustments":false},)"
+      R"("annotation":{"caption":"Tab\there","longDescription":"","keywords":["a","b/c"],)"
+      R"("subjects":[],"setting":"outdoor","peopleCount":0,"palette":[],"keeperScore":0.5}})");
+  expectSameText<ListResult>(R"({"photos":[]})");
+  expectSameText<SnapshotListResult>(
+      R"({"snapshots":[{"name":"x","createdAt":"2026-01-01T00:00:00Z"},)"
+      R"({"name":"","createdAt":"1999-12-31T23:59:59Z"}]})");
+  expectSameText<EditGetResult>(
+      R"({"version":3,"stack":{"values":{"exposure":{"value":1.25,"origin":{"type":"user"}}},)"
+      R"("version":3}})");
+}
+
+TEST(RecordText, DecodesKeysInAnyOrder) {
+  // Decoding tries each field's key at the next position first; other orders must read the same.
+  const char* inOrder = R"({"name":"x","createdAt":"2026-01-01T00:00:00Z"})";
+  const char* reversed = R"({"createdAt":"2026-01-01T00:00:00Z","extra":1,"name":"x"})";
+  EXPECT_EQ(json::decodeAs<SnapshotInfo>(json::parse(reversed)),
+            json::decodeAs<SnapshotInfo>(json::parse(inOrder)));
+  EXPECT_EQ(json::decodeAs<ListParams>(json::parse(R"({"cursor":5,"limit":2})")),
+            (ListParams{2, 5}));
 }
 
 } // namespace

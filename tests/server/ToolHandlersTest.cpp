@@ -1,11 +1,14 @@
 // Tool handlers against a recording Caller: what request goes out for given arguments, and what
-// the assistant reads back. Editing tools with more logic are in EditingToolsTest.cpp.
+// the assistant reads back; and the argument readers and prompts they share. Editing tools with
+// more logic are in EditingToolsTest.cpp.
 #include "ipc/IPCClient.h"
 #include "json/Errors.h"
 #include "json/Writer.h"
+#include "server/Prompts.h"
 #include "server/RecordingCaller.h"
 #include "server/ToolSupport.h"
 
+#include <cmath>
 #include <gtest/gtest.h>
 
 namespace velko::server {
@@ -78,6 +81,7 @@ TEST(ToolHandlers, BadArgumentsAreRefusedBeforeAnythingIsSent) {
   } cases[] = {
       // Arguments that do not decode into the request's record.
       {"velko_make_movie", nullptr, "DecodeError: arguments.ids: missing required key"},
+      {"velko_rate", "[]", "DecodeError: arguments: expected an object, found array"},
       {"velko_query", R"({"dateFrom":"yesterday"})", "DecodeError: arguments.dateFrom: "},
       {"velko_rate", R"({"ids":["a"],"rating":4.5})",
        "DecodeError: arguments.rating: expected an integer, found a number with a fraction or "
@@ -148,6 +152,69 @@ TEST(ToolHandlers, ContextWithoutAPreview) {
   EXPECT_EQ(caller.requests.size(), 3u);
   EXPECT_EQ(textAt(result, 1), "No photo is in focus \u2014 nothing selected and the editor is "
                                "closed. Ask the user to select or open a photo, or use velko_list.");
+}
+
+TEST(ToolSupport, NumberArgumentsReadNumbersAndBooleansOnly) {
+  struct Case {
+    const char* json;
+    std::optional<std::int64_t> integer;
+    std::optional<double> number;
+  } cases[] = {
+      {"-0.25", 0, -0.25},
+      {"-3.9", -3, -3.9},
+      {"true", 1, 1.0},
+      {"\"3\"", std::nullopt, std::nullopt},
+      {"18446744073709551615", INT64_MAX, 18446744073709551615.0},
+      {"-1e300", INT64_MIN, -1e300},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.json);
+    const json::Value v = json::parse(c.json);
+    EXPECT_EQ(intArg(&v), c.integer);
+    EXPECT_EQ(doubleArg(&v), c.number);
+  }
+  EXPECT_EQ(intArg(nullptr), std::nullopt);
+  EXPECT_EQ(wholeNumbersAsIntegers(json::parse(R"({"a":[1.0,1.5,{"b":-0.0}],"c":"2.0"})")),
+            json::parse(R"({"a":[1,1.5,{"b":0}],"c":"2.0"})"));
+}
+
+TEST(ToolSupport, JsonTextResultReportsEncodingFailure) {
+  json::Object record;
+  record.emplace("x", std::nan(""));
+  EXPECT_EQ(json::toCompact(jsonTextResult(record)),
+            R"({"content":[{"type":"text","text":"encoding failed"}],"isError":true})");
+}
+
+// The text quotes the argument, or says what to do without it; arguments of the wrong shape count
+// as absent. The descriptions are pinned by docs/tools.md, the message's form by clients.session.
+TEST(Prompts, RenderQuotesTheArgumentOrUsesTheDefault) {
+  struct Case {
+    const char* prompt;
+    const char* arguments; // null: no arguments key
+    const char* opening;
+  } cases[] = {
+      {"velko_cull", R"({"scope":"yesterday"})",
+       "Help me cull and deliver \"yesterday\" in velko. Drive the app so I SEE each step \u2014 "
+       "don't just describe it."},
+      {"velko_cull", nullptr,
+       "Help me cull and deliver the photos I mean (ask if it's unclear) in velko. Drive the app"},
+      {"velko_cull", R"(["yesterday"])", "Help me cull and deliver the photos I mean (ask if"},
+      {"velko_edit", R"({"look":"warm film"})",
+       "Edit the photo I'm working on in velko to achieve \"warm film\". Follow this loop exactly "
+       "\u2014 do not skip steps"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::string(c.prompt) + " " + (c.arguments ? c.arguments : "(none)"));
+    std::optional<json::Value> args;
+    if (c.arguments != nullptr) {
+      args = json::parse(c.arguments);
+    }
+    std::optional<json::Object> rendered = renderPrompt(c.prompt, args ? &*args : nullptr);
+    ASSERT_TRUE(rendered);
+    const std::string text(rendered->at("messages").at(0).at("content").at("text").as_string());
+    EXPECT_EQ(text.rfind(c.opening, 0), 0u) << text.substr(0, 120);
+  }
+  EXPECT_FALSE(renderPrompt("velko_Cull", nullptr));
 }
 
 } // namespace

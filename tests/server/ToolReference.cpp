@@ -10,29 +10,19 @@
 namespace velko::server {
 namespace {
 
-/// Text shown as written: an angle bracket (as in "hsl<Band>Hue") would start an HTML tag.
-std::string prose(std::string_view text) {
+/// Text shown as written: an angle bracket (as in "hsl<Band>Hue") would start an HTML tag. In a
+/// table cell, pipes are escaped too and line breaks become <br>.
+std::string prose(std::string_view text, bool inCell = false) {
   std::string out;
   for (char c : text) {
-    if (c == '<' || c == '*') {
+    if (inCell && c == '\n') {
+      out += "<br>";
+      continue;
+    }
+    if (c == '<' || c == '*' || (inCell && c == '|')) {
       out += '\\';
     }
     out += c;
-  }
-  return out;
-}
-
-/// Text safe inside a Markdown table cell: pipes escaped, line breaks as <br>.
-std::string cell(std::string_view text) {
-  std::string out;
-  for (char c : prose(text)) {
-    if (c == '|') {
-      out += "\\|";
-    } else if (c == '\n') {
-      out += "<br>";
-    } else {
-      out += c;
-    }
   }
   return out;
 }
@@ -85,39 +75,44 @@ std::string typeOf(const json::Value& property) {
   return type;
 }
 
-std::string describeTool(const Tool& tool) {
-  std::string out = "### " + std::string(tool.name) + "\n\n" + prose(tool.description) + "\n\n";
-  const json::Object& schema = tool.inputSchema.as_object();
-  const json::Object& properties = schema.at("properties").as_object();
-  if (properties.empty()) {
+/// A heading, the description, and the argument table (`columns`, then `rows`) or "No arguments."
+std::string section(std::string_view name, std::string_view description, std::string_view columns,
+                    const std::vector<std::string>& rows) {
+  std::string out = "### " + std::string(name) + "\n\n" + prose(description) + "\n\n";
+  if (rows.empty()) {
     return out + "No arguments.\n\n";
   }
-  out += "| Argument | Type | Required | Description |\n|---|---|---|---|\n";
-  for (const auto& member : properties) {
-    const json::Value* description = member.value().as_object().if_contains("description");
-    out += "| `" + std::string(member.key()) + "` | " + cell(typeOf(member.value())) + " | " +
-           (isRequired(schema, member.key()) ? "yes" : "no") + " | " +
-           (description != nullptr ? cell(stringOf(*description)) : "") + " |\n";
+  out += columns;
+  for (const std::string& row : rows) {
+    out += row;
   }
   return out + "\n";
 }
 
-std::string describePrompt(const json::Object& entry) {
-  std::string out = "### " + stringOf(entry.at("name")) + "\n\n" +
-                    prose(stringOf(entry.at("description"))) + "\n\n";
-  const json::Array& arguments = entry.at("arguments").as_array();
-  if (arguments.empty()) {
-    return out + "No arguments.\n\n";
+std::string describeTool(const Tool& tool) {
+  const json::Object& schema = tool.inputSchema.as_object();
+  std::vector<std::string> rows;
+  for (const auto& member : schema.at("properties").as_object()) {
+    const json::Value* description = member.value().as_object().if_contains("description");
+    rows.push_back("| `" + std::string(member.key()) + "` | " + prose(typeOf(member.value()), true) +
+                   " | " + (isRequired(schema, member.key()) ? "yes" : "no") + " | " +
+                   (description != nullptr ? prose(stringOf(*description), true) : "") + " |\n");
   }
-  out += "| Argument | Required | Description |\n|---|---|---|\n";
-  for (const json::Value& argument : arguments) {
+  return section(tool.name, tool.description,
+                 "| Argument | Type | Required | Description |\n|---|---|---|---|\n", rows);
+}
+
+std::string describePrompt(const json::Object& entry) {
+  std::vector<std::string> rows;
+  for (const json::Value& argument : entry.at("arguments").as_array()) {
     const json::Object& a = argument.as_object();
     const json::Value* required = a.if_contains("required");
-    out += "| `" + stringOf(a.at("name")) + "` | " +
-           (required != nullptr && *required == true ? "yes" : "no") + " | " +
-           cell(stringOf(a.at("description"))) + " |\n";
+    rows.push_back("| `" + stringOf(a.at("name")) + "` | " +
+                   (required != nullptr && *required == true ? "yes" : "no") + " | " +
+                   prose(stringOf(a.at("description")), true) + " |\n");
   }
-  return out + "\n";
+  return section(stringOf(entry.at("name")), stringOf(entry.at("description")),
+                 "| Argument | Required | Description |\n|---|---|---|\n", rows);
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include "json/Writer.h"
 
 #include <gtest/gtest.h>
+#include <map>
 #include <regex>
 #include <set>
 #include <string>
@@ -73,29 +74,25 @@ TEST(ToolTable, EverySchemaIsPortable) {
 // tools' descriptions is a kind (hsl<Band>Hue and cg<Region>Sat stand for each band and region),
 // and so is every entry of the scalar-kind list.
 TEST(ToolTable, EveryKindTheEditingDescriptionsNameExists) {
-  const std::set<std::string> notKinds = {"expectedVersion", "versionConflict"};
-  const std::vector<std::string> bands = {"Red",  "Orange", "Yellow", "Green",
-                                          "Aqua", "Blue",   "Purple", "Magenta"};
-  const std::vector<std::string> regions = {"Shadow", "Mid", "Highlight", "Global"};
+  const std::map<std::string, std::vector<std::string>> fills = {
+      {"<Band>", {"Red", "Orange", "Yellow", "Green", "Aqua", "Blue", "Purple", "Magenta"}},
+      {"<Region>", {"Shadow", "Mid", "Highlight", "Global"}}};
   const std::regex word(R"([a-z][a-z0-9]*(<Band>|<Region>)?[A-Z][A-Za-z0-9]*)");
   int checked = 0;
-  for (const Tool& tool : toolTable()) {
-    if (tool.name != "velko_edit_set" && tool.name != "velko_mask") {
-      continue;
+  const auto expectKind = [&checked](const std::string& name) {
+    if (name != "expectedVersion" && name != "versionConflict") {
+      EXPECT_TRUE(core::parseAdjustmentKind(name)) << name;
+      ++checked;
     }
-    SCOPED_TRACE(std::string(tool.name));
-    const std::string text(tool.description);
-    std::vector<std::string> names;
+  };
+  for (std::string_view tool : {"velko_edit_set", "velko_mask"}) {
+    SCOPED_TRACE(tool);
+    const std::string text(findTool(tool)->description);
     for (std::sregex_iterator it(text.begin(), text.end(), word), end; it != end; ++it) {
-      const std::string w = it->str();
-      const std::string slot = (*it)[1].str();
-      if (slot.empty()) {
-        names.push_back(w);
-        continue;
-      }
+      const std::string w = it->str(), slot = (*it)[1].str();
       const std::size_t at = w.find(slot);
-      for (const std::string& fill : slot == "<Band>" ? bands : regions) {
-        names.push_back(w.substr(0, at) + fill + w.substr(at + slot.size()));
+      for (const std::string& fill : slot.empty() ? std::vector<std::string>{""} : fills.at(slot)) {
+        expectKind(slot.empty() ? w : w.substr(0, at) + fill + w.substr(at + slot.size()));
       }
     }
     // "Scalar kinds (…): exposure, contrast, …, rotation (…)." lists plain words too.
@@ -105,13 +102,7 @@ TEST(ToolTable, EveryKindTheEditingDescriptionsNameExists) {
                                                   std::regex(R"( \([^)]*\))"), "");
       const std::regex name("[A-Za-z]+");
       for (std::sregex_iterator it(list.begin(), list.end(), name), end; it != end; ++it) {
-        names.push_back(it->str());
-      }
-    }
-    for (const std::string& name : names) {
-      if (!notKinds.contains(name)) {
-        EXPECT_TRUE(core::parseAdjustmentKind(name)) << name;
-        ++checked;
+        expectKind(it->str());
       }
     }
   }

@@ -1,6 +1,5 @@
 #include "support/TestPeer.h"
 
-#include "json/Writer.h"
 #include "protocol/FrameCodec.h"
 #include "protocol/Rpc.h"
 
@@ -11,6 +10,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
@@ -73,11 +73,16 @@ TempDir::~TempDir() {
   std::filesystem::remove_all(path_, ignored);
 }
 
-std::string TempDir::touch(std::string_view relative) const {
+std::string TempDir::write(std::string_view relative, std::string_view content) const {
   const std::string p = file(relative);
   std::filesystem::create_directories(std::filesystem::path(p).parent_path());
-  std::ofstream(p).close();
+  std::ofstream(p, std::ios::binary).write(content.data(), std::ssize(content));
   return p;
+}
+
+std::string readFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
 void leaveDeadSocket(const std::string& path) {
@@ -85,16 +90,6 @@ void leaveDeadSocket(const std::string& path) {
 }
 
 // ---- PeerStep -----------------------------------------------------------------------------------
-
-PeerStep PeerStep::result(std::string_view resultJson) {
-  return line(std::string(R"({"jsonrpc":"2.0","id":1,"result":)") + std::string(resultJson) + "}");
-}
-
-PeerStep PeerStep::error(std::int64_t code, std::string_view message) {
-  std::string reply = R"({"jsonrpc":"2.0","id":1,"error":)";
-  json::writeCompact(json::encode(protocol::RPCError{code, std::string(message)}), reply);
-  return line(reply + '}');
-}
 
 PeerStep PeerStep::hang(std::string partialReply) {
   PeerStep step{.kind = Kind::Hang};

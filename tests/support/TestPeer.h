@@ -5,7 +5,6 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -28,12 +27,15 @@ public:
   const std::string& path() const { return path_; }
   /// path() + "/" + relative; nothing is created.
   std::string file(std::string_view relative) const { return path_ + "/" + std::string(relative); }
-  /// Creates an empty file at path()/relative, with its parent directories; returns its path.
-  std::string touch(std::string_view relative) const;
+  /// Writes `content` to path()/relative, creating its parent directories; returns the path.
+  std::string write(std::string_view relative, std::string_view content = {}) const;
 
 private:
   std::string path_;
 };
+
+/// The whole content of the file at `path`; empty when it cannot be read.
+std::string readFile(const std::string& path);
 
 /// Leaves a socket file at `path` that nobody listens on: binds, then closes without listening
 /// and without unlinking (what a force-quit application leaves behind). Parent directories are
@@ -55,10 +57,6 @@ struct PeerStep {
   std::vector<std::string> writes;
   std::size_t size = 0;
 
-  /// {"jsonrpc":"2.0","id":1,"result":<resultJson>} and a newline, in one write.
-  static PeerStep result(std::string_view resultJson);
-  /// {"jsonrpc":"2.0","id":1,"error":{"code":<code>,"message":<message>}} and a newline.
-  static PeerStep error(std::int64_t code, std::string_view message);
   /// `line` and a newline, in one write.
   static PeerStep line(std::string_view line) { return {.writes = {std::string(line) + "\n"}}; }
   /// Exactly these bytes, one write per chunk with a short pause between, so the client sees
