@@ -33,4 +33,4 @@ if [[ ! -x $mcp || ! -x $headless ]]; then
   "$root/scripts/build.sh" -DVELKO_BUILD_TESTS=OFF -DVELKO_BUILD_BENCHMARKS=OFF >&2
 fi
 
-exec node "$root/tests/clients/demo.mjs" "$mcp" "$headless" "$output"
+exec node "$root/scripts/demo.mjs" "$mcp" "$headless" "$output"

@@ -9,7 +9,7 @@ namespace velko::server {
 namespace {
 
 constexpr const char* kRegenerate = "cmake --build build --target velko_tool_reference && "
-                                    "build/tests/server/velko_tool_reference > docs/tools.md";
+                                    "build/src/server/velko_tool_reference > docs/tools.md";
 
 TEST(ToolReference, DocsFileIsCurrent) {
   std::ifstream file(VELKO_SOURCE_DIR "/docs/tools.md", std::ios::binary);

@@ -2,16 +2,16 @@
 // on standard output and in <output>/session.log, every preview the server sends back as a PNG in
 // <output>, and the exported files in <output>/exports. scripts/demo.sh runs it.
 //
-// usage: node demo.mjs <path to velko-mcp> <path to velko-headless> <output folder>
+// usage: node scripts/demo.mjs <path to velko-mcp> <path to velko-headless> <output folder>
 import { appendFileSync, existsSync, mkdirSync, readdirSync, rmSync, writeFileSync } from 'node:fs';
 import path from 'node:path';
 
-import { main } from './harness.mjs';
-import { kNaturePhotos, openSession, runSession } from './session.mjs';
+import { main } from '../tests/clients/harness.mjs';
+import { kNaturePhotos, openSession, runSession } from '../tests/clients/session.mjs';
 
 const [mcp, headless, output] = process.argv.slice(2).map((p) => p && path.resolve(p));
 if (!output) {
-  console.error('usage: node demo.mjs <path to velko-mcp> <path to velko-headless> <output folder>');
+  console.error('usage: node scripts/demo.mjs <path to velko-mcp> <path to velko-headless> <output folder>');
   process.exit(2);
 }
 if (!existsSync(kNaturePhotos)) {

@@ -129,7 +129,7 @@ std::string renderToolReference() {
       "This file is generated from the tool table; do not edit it by hand. After changing a "
       "tool or a prompt, run from the source tree:\n\n"
       "    cmake --build build --target velko_tool_reference\n"
-      "    build/tests/server/velko_tool_reference > docs/tools.md\n\n";
+      "    build/src/server/velko_tool_reference > docs/tools.md\n\n";
   out += "## Tools (" + std::to_string(tools.size()) + ")\n\n";
   for (const Tool& tool : tools) {
     out += describeTool(tool);

@@ -1,6 +1,6 @@
 // Writes docs/tools.md to standard output:
 //   cmake --build build --target velko_tool_reference
-//   build/tests/server/velko_tool_reference > docs/tools.md
+//   build/src/server/velko_tool_reference > docs/tools.md
 #include "server/ToolReference.h"
 
 #include <iostream>
