@@ -56,8 +56,6 @@ protected:
   static VImage halves(double dark, double bright) {
     return flat(dark, dark, dark).insert(flat(bright, bright, bright, kW / 2), kW / 2, 0);
   }
-  /// Red on the left, blue on the right.
-  static VImage redBlue() { return flat(200, 40, 40).insert(flat(40, 60, 200, kW / 2), kW / 2, 0); }
   /// `image` plus seeded Gaussian noise of `sigma` 8-bit levels, the same in every band.
   static VImage noisy(const VImage& image, double sigma) {
     const VImage n = VImage::gaussnoise(
@@ -100,9 +98,6 @@ protected:
   /// The mean of `band` over `a` in `space`.
   static double mean(const VImage& i, Area a, VipsInterpretation space, int band) {
     return in(i, a).colourspace(space)[band].avg();
-  }
-  static double chroma(const VImage& i, Area a = kWhole) {
-    return mean(i, a, VIPS_INTERPRETATION_LCH, 1);
   }
   /// The spread of lightness (or Lab a, b) over the left half, away from the middle and borders.
   static double spread(const VImage& i, int band = 0) {
@@ -410,11 +405,13 @@ TEST_F(Render, GeometryKindsMoveLinesAsNamed) {
   const auto sag = [](const VImage& out) {
     return brightRow(out, out.width() / 2) - brightRow(out, out.width() / 10);
   };
-  // How much wider the bright run of the first row is than that of the last.
+  // How much wider the bright run of the first row is than that of the last, and (turned) of the
+  // first column than of the last.
   const auto widening = [](const VImage& out) {
     return out.extract_area(0, 2, out.width(), 1).avg() /
            out.extract_area(0, out.height() - 3, out.width(), 1).avg();
   };
+  const auto columnWidening = [&](const VImage& out) { return widening(out.rot(VIPS_ANGLE_D90)); };
   // Where a horizontal line lies (0 at the top, 1 at the bottom), and a vertical one (0: left).
   const auto row = [](const VImage& out) { return brightRow(out, out.width() / 2) / out.height(); };
   const auto across = [&](const VImage& out) { return row(out.rot(VIPS_ANGLE_D90)); };
@@ -433,11 +430,7 @@ TEST_F(Render, GeometryKindsMoveLinesAsNamed) {
   const std::vector<Case> cases = {
       {"straighten 10", line(0.5), {K::Straighten, 10}, slope, 9.5, 10.5},
       {"vertical +1 widens the top", column, {K::PerspectiveVertical, 1}, widening, 1.3, 100},
-      {"horizontal +1 widens the right",
-       band,
-       {K::PerspectiveHorizontal, 1},
-       [&](const VImage& out) { return widening(out.rot(VIPS_ANGLE_D90)); },
-       0,
+      {"horizontal +1 widens the right", band, {K::PerspectiveHorizontal, 1}, columnWidening, 0,
        1 / 1.3},
       {"lens distortion +1 bends a straight line", line(0.2), {K::LensDistortion, 1}, sag, 2, 100},
       {"a quarter turn clockwise puts the top at the right", line(0.2), {K::Rotation, 1}, across,
@@ -462,9 +455,7 @@ TEST_F(Render, GeometryKindsMoveLinesAsNamed) {
 TEST_F(Render, AutoCropIsTheLargestRectangleWithNothingEmpty) {
   const std::vector<std::vector<Scalar>> cases = {
       {{K::Straighten, -45}},
-      {{K::Straighten, 7},
-       {K::PerspectiveVertical, -0.6},
-       {K::PerspectiveHorizontal, 0.4},
+      {{K::Straighten, 7}, {K::PerspectiveVertical, -0.6}, {K::PerspectiveHorizontal, 0.4},
        {K::LensDistortion, -0.5}},
   };
   for (std::size_t i = 0; i < cases.size(); ++i) {
@@ -515,16 +506,12 @@ TEST_F(Render, FramePadsToItsAspectInItsColour) {
     bool linked = true;
   };
   const std::vector<Case> cases = {
-      {"square, filled, inset",
-       {{K::FrameAspect, 1}, {K::FrameFitMode, 1}, {K::FrameInset, 0.1}},
-       1,
-       {0.1, 0.1, 0.1, 0.1}},
+      {"square, filled, inset", {{K::FrameAspect, 1}, {K::FrameFitMode, 1}, {K::FrameInset, 0.1}},
+       1, {0.1, 0.1, 0.1, 0.1}},
       {"source aspect, each side its own",
        {{K::FrameAspect, -1}, {K::FrameInsetBottom, 0.2}, {K::FrameInsetTop, 0.02},
         {K::FrameInsetLeft, 0.1}, {K::FrameInsetRight, 0.05}},
-       1.5,
-       {0.02, 0.2, 0.1, 0.05},
-       false},
+       1.5, {0.02, 0.2, 0.1, 0.05}, false},
   };
   const VImage grey = (VImage::black(kGW, kGH) + 90)
                           .cast(VIPS_FORMAT_UCHAR)
@@ -580,7 +567,8 @@ TEST_F(Render, MaskExposureLandsWhereEachShapeIs) {
       {"linear: start side, not end side", grey_, downwards, top, bottom},
       {"luminance: the bright end of a ramp", rampX(), core::LuminanceRangeShape{0.5, 1, 0}, bright,
        dark},
-      {"colour: red, not blue", redBlue(), core::ColorRangeShape{0.0, 0.08, 0.04}, kLeft, kRight},
+      {"colour: red, not blue", flat(200, 40, 40).insert(flat(40, 60, 200, kW / 2), kW / 2, 0),
+       core::ColorRangeShape{0.0, 0.08, 0.04}, kLeft, kRight},
       {"brush: along the stroke", grey_, core::BrushShape{{line}, 0}, lineStart, top},
       {"brush: erased where erased", grey_, core::BrushShape{{line, erase}, 0}, lineStart, erased},
       {"subject: the distinct object", patch(grey_, 200, 50, 40, 24), core::AiSubjectShape{},

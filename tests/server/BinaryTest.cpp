@@ -64,18 +64,6 @@ protected:
         velko::testing::withPrivateHome(fakeHome.path(), VELKO_MCP_PATH));
   }
 
-  /// Sends `lines`, ends the input and returns the replies once the server has exited with 0.
-  std::vector<json::Value> session(const std::vector<std::string>& lines) {
-    auto server = start();
-    for (const std::string& line : lines) {
-      server->send(line);
-    }
-    server->closeInput();
-    const std::string output = server->readToEnd();
-    EXPECT_EQ(server->waitExit(60s), 0);
-    return protocolLines(output);
-  }
-
   /// The text of a tools/call reply's first content item.
   static std::string firstText(const json::Value& reply) {
     return std::string(reply.at("result").at("content").at(0).at("text").as_string());
@@ -156,9 +144,12 @@ TEST_F(BinaryTest, ExportAndImportWorkOnFilesUnderTheHome) {
                  R"(/render/r.heic","format":"heic","suggestedFilename":"IMG_1.HEIC","bytes":6})");
   });
   fakeHome.write("Pictures/IMG_1.JPG", "jpeg bytes");
-  const std::vector<json::Value> replies =
-      session({toolCall(6, "velko_export", R"({"ids":["a"],"directory":"~/Out/Keepers"})"),
-               toolCall(7, "velko_import", R"({"paths":["~/Pictures/IMG_1.JPG"]})")});
+  auto server = start();
+  server->send(toolCall(6, "velko_export", R"({"ids":["a"],"directory":"~/Out/Keepers"})"));
+  server->send(toolCall(7, "velko_import", R"({"paths":["~/Pictures/IMG_1.JPG"]})"));
+  server->closeInput();
+  const std::vector<json::Value> replies = protocolLines(server->readToEnd());
+  EXPECT_EQ(server->waitExit(60s), 0);
   ASSERT_EQ(replies.size(), 2u);
   EXPECT_EQ(json::parse(firstText(replies[0])).at("written"),
             json::Array{home + "/Out/Keepers/IMG_1.HEIC"});

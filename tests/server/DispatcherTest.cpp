@@ -1,7 +1,5 @@
 #include "server/Dispatcher.h"
 
-#include "ipc/IPCClient.h"
-#include "json/Errors.h"
 #include "json/Writer.h"
 #include "server/RecordingCaller.h"
 #include "server/Tool.h"
@@ -19,11 +17,8 @@ namespace {
 using testing::RecordingCaller;
 
 std::optional<std::string> reply(Dispatcher& dispatcher, std::string_view line) {
-  std::optional<json::Value> out = dispatcher.handleLine(line);
-  if (!out) {
-    return std::nullopt;
-  }
-  return json::toCompact(*out);
+  const std::optional<json::Value> out = dispatcher.handleLine(line);
+  return out ? std::optional(json::toCompact(*out)) : std::nullopt;
 }
 
 // Numbers in tool arguments reach the application exactly as sent: the shortest text that
@@ -52,8 +47,7 @@ TEST(Dispatcher, DoublesInToolArgumentsReachTheRequestBitForBit) {
       }
     }
     // And the frame written to the application carries the same numbers.
-    const json::Value frame = json::parse(json::toCompact(params));
-    EXPECT_EQ(frame, params);
+    EXPECT_EQ(json::parse(json::toCompact(params)), params);
   }
   EXPECT_EQ(wrong, 0);
 }
@@ -127,17 +121,6 @@ TEST(Dispatcher, ToolFailuresBecomeErrorResults) {
   }
 }
 
-
-std::vector<std::string> readAll(const std::string& input) {
-  std::istringstream in(input);
-  std::vector<std::string> lines;
-  std::string line;
-  while (readLine(in, line)) {
-    lines.push_back(line);
-  }
-  return lines;
-}
-
 TEST(Transport, ReadLineStripsOnlyTheTerminator) {
   const std::string big(3'000'000, 'x');
   struct Case {
@@ -155,7 +138,12 @@ TEST(Transport, ReadLineStripsOnlyTheTerminator) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    EXPECT_EQ(readAll(c.input), c.lines);
+    std::istringstream in(c.input);
+    std::vector<std::string> lines;
+    for (std::string line; readLine(in, line);) {
+      lines.push_back(line);
+    }
+    EXPECT_EQ(lines, c.lines);
   }
 }
 

@@ -1,8 +1,6 @@
 #include "core/Uuid.h"
-#include "json/Errors.h"
 #include "json/Writer.h"
 #include "server/RecordingCaller.h"
-#include "server/ToolSupport.h"
 
 #include <gtest/gtest.h>
 #include <regex>

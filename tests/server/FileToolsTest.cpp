@@ -119,12 +119,8 @@ TEST_F(FileTools, ExportFailuresWriteNothing) {
   EXPECT_TRUE(caller.requests.empty());
 
   // The rendered file vanished before it could be moved, and a render failed outright.
-  caller
-      .answer(json::toCompact(json::Object{{"path", tmp.file("sandbox/vanished.jpg")},
-                                           {"format", "jpeg"},
-                                           {"suggestedFilename", "IMG_1.jpg"},
-                                           {"bytes", 1}}))
-      .fail(ipc::ClientError::connectionClosed());
+  caller.answer(rendered("vanished", "IMG_1.jpg")).fail(ipc::ClientError::connectionClosed());
+  fs::remove(tmp.file("sandbox/vanished"));
   s = exportTo({{"ids", json::Array{"a", "b"}}, {"directory", folder}});
   EXPECT_TRUE(s.isError);
   EXPECT_EQ(s.text, json::toPretty(json::Object{{"directory", folder},

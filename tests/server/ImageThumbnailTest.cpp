@@ -23,12 +23,8 @@ protected:
       vips_image_set_int(image, VIPS_META_ORIENTATION, orientation);
     }
     const std::string path = dir_.file(name);
-    const int rc = vips_image_write_to_file(image, path.c_str(), nullptr);
+    EXPECT_EQ(vips_image_write_to_file(image, path.c_str(), nullptr), 0) << vips_error_buffer();
     g_object_unref(image);
-    if (rc != 0) {
-      vips_error_clear();
-      return {};
-    }
     return path;
   }
 
@@ -38,10 +34,9 @@ protected:
     guchar* decoded = g_base64_decode(base64.c_str(), &length);
     const std::string bytes(reinterpret_cast<const char*>(decoded), length);
     g_free(decoded);
-    if (bytes.size() < 3 || bytes.compare(0, 3, "\xff\xd8\xff") != 0) {
-      return {0, 0};
-    }
-    VipsImage* image = vips_image_new_from_buffer(bytes.data(), bytes.size(), "", nullptr);
+    VipsImage* image = bytes.starts_with("\xff\xd8\xff")
+                           ? vips_image_new_from_buffer(bytes.data(), bytes.size(), "", nullptr)
+                           : nullptr;
     if (image == nullptr) {
       return {0, 0};
     }
@@ -70,7 +65,6 @@ TEST_F(ImageThumbnail, ShrinksLongSideUprightAndNeverEnlarges) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     const std::string path = makeImage(c.name, c.width, c.height, c.orientation);
-    ASSERT_FALSE(path.empty());
     std::optional<std::string> out = downscaledImageBase64(path, c.maxPixel);
     ASSERT_TRUE(out.has_value());
     EXPECT_EQ(out->find('\n'), std::string::npos);

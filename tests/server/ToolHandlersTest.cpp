@@ -9,6 +9,7 @@
 #include "server/ToolSupport.h"
 
 #include <cmath>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace velko::server {
@@ -126,12 +127,9 @@ TEST(ToolHandlers, PingChecksTheProtocolVersion) {
   RecordingCaller caller;
   caller.answer(
       R"({"appVersion":"2","buildStamp":"b","protocolVersion":2,"libraryAuthorized":true,"photoCount":1})");
-  try {
-    invokeTool("velko_ping", R"({"x":1})", caller);
-    ADD_FAILURE() << "no error";
-  } catch (const ipc::ClientError& e) {
-    EXPECT_EQ(e.kind(), ipc::ClientError::Kind::ProtocolMismatch);
-  }
+  EXPECT_THAT([&] { invokeTool("velko_ping", R"({"x":1})", caller); },
+              ::testing::Throws<ipc::ClientError>(::testing::Property(
+                  &ipc::ClientError::kind, ipc::ClientError::Kind::ProtocolMismatch)));
   EXPECT_EQ(caller.sent(), std::vector<std::string>{"system.ping"});
 }
 
@@ -205,11 +203,8 @@ TEST(Prompts, RenderQuotesTheArgumentOrUsesTheDefault) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(std::string(c.prompt) + " " + (c.arguments ? c.arguments : "(none)"));
-    std::optional<json::Value> args;
-    if (c.arguments != nullptr) {
-      args = json::parse(c.arguments);
-    }
-    std::optional<json::Object> rendered = renderPrompt(c.prompt, args ? &*args : nullptr);
+    const json::Value args = c.arguments ? json::parse(c.arguments) : json::Value();
+    std::optional<json::Object> rendered = renderPrompt(c.prompt, c.arguments ? &args : nullptr);
     ASSERT_TRUE(rendered);
     const std::string text(rendered->at("messages").at(0).at("content").at("text").as_string());
     EXPECT_EQ(text.rfind(c.opening, 0), 0u) << text.substr(0, 120);
