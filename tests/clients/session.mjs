@@ -86,13 +86,11 @@ export async function openSession(mcp, headless, { client: kind = 'sdk' } = {}) 
       const fd = openSync(stderrFile, 'w');
       const transport = new Experimental_StdioMCPTransport({ command: sandbox.command, stderr: fd });
       try {
-        const aiClient = await createMCPClient({ name: 'velko-session', transport });
+        // Its callTool ignores the SDK's result schema that runSession passes.
+        client = await createMCPClient({ name: 'velko-session', transport });
         // The AI SDK turns every tool into one of its own, reading each input schema.
-        assert.equal(Object.keys(aiClient.toolsFromDefinitions(await aiClient.listTools())).length, 50);
-        client = {
-          callTool: (request) => aiClient.callTool(request),
-          close: () => aiClient.close(),
-        };
+        const tools = client.toolsFromDefinitions(await client.listTools());
+        assert.equal(Object.keys(tools).length, 50);
       } finally {
         closeSync(fd);
       }
@@ -156,6 +154,15 @@ export async function runSession({ client, sandbox }, { onStep = () => {}, expor
     return r;
   }
 
+  // A step whose check is that the reply's JSON has these values at these keys.
+  const expect = (tool, args, values, outcome) =>
+    step(tool, args, ({ json }) => {
+      for (const [key, value] of Object.entries(values)) {
+        assert.deepEqual(json[key], value, `${tool} ${key}: ${JSON.stringify(json)}`);
+      }
+      return typeof outcome === 'function' ? outcome(json) : outcome;
+    });
+
   // Repeats a call until `done` holds of its reply (at most a minute), then checks it as a step.
   async function poll(tool, args, done, check) {
     let r;
@@ -168,51 +175,35 @@ export async function runSession({ client, sandbox }, { onStep = () => {}, expor
   }
 
   // Culling: the scan, finding photos by place and date, showing, selecting, rating, tagging.
-  await poll(
-    'velko_ping',
-    {},
-    (j) => j.photoCount === kLibraryPhotos,
-    ({ json }) => {
-      assert.equal(json.photoCount, kLibraryPhotos, 'the first scan did not find the demo library');
-      assert.equal(json.libraryAuthorized, true);
-      return `${json.photoCount} photos indexed`;
-    },
-  );
-
-  const vancouver = { latitude: 49.283, longitude: -123.119, radiusMeters: 2000 };
-  const rain = (
-    await step('velko_query', vancouver, ({ json }) => {
-      assert.equal(json.count, 1, JSON.stringify(json));
-      return '1 photo within 2 km of Vancouver';
-    })
-  ).json.ids[0];
-  await step('velko_exif', { id: rain }, ({ json }) => {
-    assert.equal(json.originalFilename, 'RainDrops.jpg');
-    return `${json.originalFilename}: ${json.cameraMake} ${json.cameraModel}, ISO ${json.iso}, ${json.captureDate}`;
+  const scanned = (j) => j.photoCount === kLibraryPhotos;
+  await poll('velko_ping', {}, scanned, ({ json }) => {
+    assert.equal(json.photoCount, kLibraryPhotos, 'the first scan did not find the demo library');
+    assert.equal(json.libraryAuthorized, true);
+    return `${json.photoCount} photos indexed`;
   });
 
-  const june = await step(
-    'velko_query',
-    { dateFrom: '2024-06-01T00:00:00Z', dateTo: '2024-06-30T23:59:59Z' },
-    ({ json }) => {
-      assert.equal(json.count, 2, JSON.stringify(json));
-      assert.match(json.sample[0].creationDate, /^2024-06-15/, 'newest first: the ladybird of 15 June');
-      return '2 photos taken in June 2024';
-    },
-  );
+  const vancouver = { latitude: 49.283, longitude: -123.119, radiusMeters: 2000 };
+  const inVancouver = await expect('velko_query', vancouver, { count: 1 },
+    '1 photo within 2 km of Vancouver');
+  const rain = inVancouver.json.ids[0];
+  await expect('velko_exif', { id: rain }, { originalFilename: 'RainDrops.jpg' }, (j) =>
+    `${j.originalFilename}: ${j.cameraMake} ${j.cameraModel}, ISO ${j.iso}, ${j.captureDate}`);
+
+  const inJune = { dateFrom: '2024-06-01T00:00:00Z', dateTo: '2024-06-30T23:59:59Z' };
+  const june = await step('velko_query', inJune, ({ json }) => {
+    assert.equal(json.count, 2, JSON.stringify(json));
+    const newest = json.sample[0].creationDate;
+    assert.match(newest, /^2024-06-15/, 'newest first: the ladybird of 15 June');
+    return '2 photos taken in June 2024';
+  });
   const juneIds = june.json.ids;
   const ladybird = juneIds[0];
   const ladybirdSize = { width: june.json.sample[0].pixelWidth, height: june.json.sample[0].pixelHeight };
 
-  await step('velko_show', { ids: [rain, ...juneIds], title: 'Rain and June' }, ({ json }) => {
-    assert.equal(json.shown, 3);
-    return `3 photos shown as "${json.title}"`;
-  });
-  await step('velko_select', { ids: juneIds, primary: ladybird }, ({ json }) => {
-    assert.equal(json.primary, ladybird);
-    assert.equal(json.selected, 2);
-    return '2 selected, the ladybird in focus';
-  });
+  await expect('velko_show', { ids: [rain, ...juneIds], title: 'Rain and June' }, { shown: 3 },
+    (json) => `3 photos shown as "${json.title}"`);
+  await expect('velko_select', { ids: juneIds, primary: ladybird },
+    { primary: ladybird, selected: 2 }, '2 selected, the ladybird in focus');
   await step('velko_context', {}, ({ json, images }) => {
     assert.equal(json.focusID, ladybird);
     assert.deepEqual([...json.selectionIDs].sort(), [...juneIds].sort());
@@ -223,22 +214,17 @@ export async function runSession({ client, sandbox }, { onStep = () => {}, expor
     assert.deepEqual(json, { updated: 2, skipped: [] });
     return '2 rated 4 stars';
   });
-  await step('velko_keyword_create', { name: 'summer' }, ({ json }) => {
-    assert.equal(json.name, 'summer');
-    return `keyword "summer" (${json.id})`;
-  });
-  await step('velko_keyword_assign', { name: 'summer', ids: juneIds }, ({ json }) => {
-    assert.equal(json.updated, 2, JSON.stringify(json));
-    return '2 photos tagged "summer"';
-  });
+  await expect('velko_keyword_create', { name: 'summer' }, { name: 'summer' },
+    (json) => `keyword "summer" (${json.id})`);
+  await expect('velko_keyword_assign', { name: 'summer', ids: juneIds }, { updated: 2 },
+    '2 photos tagged "summer"');
 
   // Editing the Vancouver photo (1920×1200).
-  const version = (
-    await step('velko_edit_get', { id: rain }, ({ json }) => {
-      assert.deepEqual(json.stack.values, {});
-      return `untouched, version ${json.version}`;
-    })
-  ).json.version;
+  const untouched = await step('velko_edit_get', { id: rain }, ({ json }) => {
+    assert.deepEqual(json.stack.values, {});
+    return `untouched, version ${json.version}`;
+  });
+  const version = untouched.json.version;
   const ops = [
     { kind: 'exposure', scalar: 0.4 },
     { kind: 'contrast', scalar: 0.25 },
@@ -272,10 +258,8 @@ export async function runSession({ client, sandbox }, { onStep = () => {}, expor
     return `${what}: ${texts[0]}`;
   };
   await step('velko_preview_render', { id: rain, longEdge: 400 }, render('graded'));
-  await step('velko_snapshot_save', { id: rain, name: 'graded' }, ({ json }) => {
-    assert.equal(json.name, 'graded');
-    return 'snapshot "graded" saved';
-  });
+  await expect('velko_snapshot_save', { id: rain, name: 'graded' }, { name: 'graded' },
+    'snapshot "graded" saved');
   await step('velko_edit_reset', { id: rain }, ({ json }) => {
     assert.deepEqual(json.stack.values, {});
     assert.ok(!json.stack.masks?.length, 'reset keeps masks');
@@ -304,24 +288,18 @@ export async function runSession({ client, sandbox }, { onStep = () => {}, expor
     assert.equal(json.importedIDs.length, 1, JSON.stringify(json));
     return `imported ${json.importedIDs[0]}`;
   });
-  await poll(
-    'velko_find_similar',
-    { id: rain, limit: 3 },
-    (j) => j.indexed >= kLibraryPhotos,
-    ({ json, images }) => {
-      assert.ok(json.indexed >= kLibraryPhotos, `only ${json.indexed} photos indexed`);
-      assert.ok(json.matches.length > 0 && json.matches.length <= 3);
-      assert.ok(!json.matches.some((m) => m.id === rain), 'the photo itself is among its matches');
-      assert.equal(images.length, json.matches.length);
-      images.forEach(pngSize);
-      return `${json.indexed} indexed; nearest at distance ${json.matches[0].distance.toFixed(3)}`;
-    },
-  );
+  const indexed = (j) => j.indexed >= kLibraryPhotos;
+  await poll('velko_find_similar', { id: rain, limit: 3 }, indexed, ({ json, images }) => {
+    assert.ok(indexed(json), `only ${json.indexed} photos indexed`);
+    assert.ok(json.matches.length > 0 && json.matches.length <= 3);
+    assert.ok(!json.matches.some((m) => m.id === rain), 'the photo itself is among its matches');
+    assert.equal(images.length, json.matches.length);
+    images.forEach(pngSize);
+    return `${json.indexed} indexed; nearest at distance ${json.matches[0].distance.toFixed(3)}`;
+  });
   const annotation = { caption: 'A ladybird climbing a blade of grass', keywords: ['insect', 'grass', 'macro'] };
   await step('velko_annotate_set', { id: ladybird, annotation }, () => 'caption and keywords written');
-  await step('velko_query', { text: 'insect grass' }, ({ json }) => {
-    assert.deepEqual(json.ids, [ladybird]);
-    return 'found the ladybird by its description';
-  });
+  await expect('velko_query', { text: 'insect grass' }, { ids: [ladybird] },
+    'found the ladybird by its description');
   return index;
 }
