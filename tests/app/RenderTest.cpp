@@ -223,9 +223,7 @@ TEST_F(Render, EachKindDoesWhatItsNameSays) {
                       const VImage& a) { return std::remainder(H(r)(a) - H(r)(b), 360); },
                   low, high);
   };
-  const auto lumaOf = [](Area r) {
-    return Measure([=](const VImage& i) { return lumaIn(i, r); });
-  };
+  const auto lumaOf = [](Area r) { return Measure([=](const VImage& i) { return lumaIn(i, r); }); };
   const Measure lSpread = [](const VImage& i) { return spread(i); };
   const Measure aSpread = [](const VImage& i) { return spread(i, 1); };
   // How much of the grain is left after averaging 4 × 4 blocks: more, the coarser it is.

@@ -27,11 +27,10 @@ std::string sentOps(const RecordingCaller& caller) {
 TEST(EditingTools, EditSetSendsTheOpsWithTheAgentName) {
   RecordingCaller caller;
   caller.answer(kEditSetReply);
-  invokeTool(
-      "velko_edit_set",
-      R"({"id":"A","ops":[{"kind":"exposure","scalar":0.7},{"kind":"crop","rect":[[0,0],[1,0.5]]}],)"
-      R"("expectedVersion":4.9})",
-      caller);
+  invokeTool("velko_edit_set",
+             R"({"id":"A","ops":[{"kind":"exposure","scalar":0.7},)"
+             R"({"kind":"crop","rect":[[0,0],[1,0.5]]}],"expectedVersion":4.9})",
+             caller);
   EXPECT_EQ(caller.sent(),
             std::vector<std::string>{
                 R"(edit.set {"id":"A","ops":[{"kind":"exposure","scalar":0.7},)"
@@ -166,10 +165,10 @@ TEST(EditingTools, LutFindsTheLookByIdOrNameAndRemovesWithNone) {
 TEST(EditingTools, PointColorSendsTheWholeTargetList) {
   RecordingCaller caller;
   caller.answer(kEditSetReply).answer(kEditSetReplyWithPreview);
-  invokeTool(
-      "velko_point_color",
-      R"({"id":"A","targets":[{"targetHue":0.6,"targetSat":0.5,"targetLum":0.4,"sat":0.2,"lum":-1.5}]})",
-      caller);
+  invokeTool("velko_point_color",
+             R"({"id":"A","targets":[{"targetHue":0.6,"targetSat":0.5,"targetLum":0.4,)"
+             R"("sat":0.2,"lum":-1.5}]})",
+             caller);
   EXPECT_EQ(sentOps(caller),
             R"([{"kind":"pointColor","pointColors":[{"targetHue":0.6,"targetSat":0.5,)"
             R"("targetLum":0.4,"hue":0,"sat":0.2,"lum":-1.5,"range":0.5}]}])");

@@ -92,17 +92,14 @@ TEST_F(FileTools, ExportNeverOverwritesAndKeepsHostileNamesInTheFolder) {
   caller.answer(rendered("p", "IMG_7.heic"))
       .fail(ipc::ClientError::connectionClosed())
       .answer(rendered("r", "Untitled"));
-  const Shown s = exportTo({{"ids", json::Array{"p", "q", "r"}},
-                            {"directory", folder},
-                            {"filenamePrefix", "trip"},
-                            {"longEdge", 1024.9}});
+  const Shown s = exportTo({{"ids", json::Array{"p", "q", "r"}}, {"directory", folder},
+                            {"filenamePrefix", "trip"}, {"longEdge", 1024.9}});
   EXPECT_EQ(caller.sent().at(4), R"(export.render {"id":"p","longEdge":1024})");
   EXPECT_FALSE(s.isError);
   EXPECT_EQ(s.text, json::toPretty(json::Object{
                         {"directory", folder},
                         {"written", json::Array{folder + "/trip-1.heic", folder + "/trip-3.jpg"}},
-                        {"failed", json::Array{"q"}},
-                        {"count", 2}}));
+                        {"failed", json::Array{"q"}}, {"count", 2}}));
 }
 
 TEST_F(FileTools, ExportFailuresWriteNothing) {
@@ -123,10 +120,8 @@ TEST_F(FileTools, ExportFailuresWriteNothing) {
   fs::remove(tmp.file("sandbox/vanished"));
   s = exportTo({{"ids", json::Array{"a", "b"}}, {"directory", folder}});
   EXPECT_TRUE(s.isError);
-  EXPECT_EQ(s.text, json::toPretty(json::Object{{"directory", folder},
-                                                {"written", json::Array{}},
-                                                {"failed", json::Array{"a", "b"}},
-                                                {"count", 0}}));
+  EXPECT_EQ(s.text, json::toPretty(json::Object{{"directory", folder}, {"written", json::Array{}},
+                                                {"failed", json::Array{"a", "b"}}, {"count", 0}}));
   EXPECT_EQ(namesIn(folder), std::vector<std::string>{});
 }
 
