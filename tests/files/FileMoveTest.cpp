@@ -14,8 +14,7 @@ namespace fs = std::filesystem;
 using velko::testing::readFile;
 
 bool secondFileSystemAtShm(const std::string& here) {
-  struct stat a {
-  }, b{};
+  struct stat a{}, b{};
   return ::stat("/dev/shm", &a) == 0 && ::stat(here.c_str(), &b) == 0 && a.st_dev != b.st_dev;
 }
 
