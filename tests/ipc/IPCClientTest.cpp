@@ -51,31 +51,29 @@ TEST(IPCClient, LinesAfterTheFirstAreIgnored) {
 }
 
 TEST(IPCClient, FailuresToConnectSayWhy) {
+  using enum ClientError::Kind;
+  const auto socketIn = [](const TempDir& home) { return home.file(".velko/ipc.sock"); };
   struct Case {
     const char* name;
-    std::function<std::string(const TempDir&)> arrange; ///< returns the path the client uses
     ClientError::Kind kind;
+    std::function<std::string(const TempDir&)> arrange; ///< returns the path the client uses
   } cases[] = {
-      {"no socket", [](const TempDir& home) { return home.file(".velko/ipc.sock"); },
-       ClientError::Kind::AppNotRunning},
-      {"only the legacy socket",
-       [](const TempDir& home) {
+      {"no socket", AppNotRunning, socketIn},
+      {"only the legacy socket", StaleTooling,
+       [&](const TempDir& home) {
          home.write("Library/Containers/com.velko.app/Data/ipc.sock");
-         return home.file(".velko/ipc.sock");
-       },
-       ClientError::Kind::StaleTooling},
-      {"nobody listening",
-       [](const TempDir& home) {
-         testing::leaveDeadSocket(home.file(".velko/ipc.sock"));
-         return home.file(".velko/ipc.sock");
-       },
-       ClientError::Kind::AppNotServing},
+         return socketIn(home);
+       }},
+      {"nobody listening", AppNotServing,
+       [&](const TempDir& home) {
+         testing::leaveDeadSocket(socketIn(home));
+         return socketIn(home);
+       }},
       // A regular file passes the existence test; a connect to it would fail differently.
-      {"path too long for a socket address",
+      {"path too long for a socket address", ConnectionFailed,
        [](const TempDir& home) {
          return home.write(std::string(104 - home.path().size() - 1, 's'));
-       },
-       ClientError::Kind::ConnectionFailed},
+       }},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -84,7 +82,7 @@ TEST(IPCClient, FailuresToConnectSayWhy) {
     IPCClient client(path, IPCEndpoint::legacySocketPath(home.path()));
     const auto ping = [&] { client.call(IPCMethod::Ping, std::nullopt); };
     EXPECT_EQ(clientErrorKindOf(ping), c.kind);
-    const std::string named = c.kind == ClientError::Kind::ConnectionFailed ? "errno 22" : path;
+    const std::string named = c.kind == ConnectionFailed ? "errno 22" : path;
     EXPECT_THAT(testing::thrownMessage<ClientError>(ping), ::testing::HasSubstr(named));
   }
 }
@@ -219,9 +217,8 @@ TEST(HostileApplication, TenThousandCallsLeaveNoDescriptorsOrMemoryBehind) {
   EXPECT_EQ(openDescriptors(), fdsBefore);
   // Under AddressSanitizer resident memory grows by design; its leak checker covers that build.
   if (!velko::testing::kUnderAddressSanitizer) {
-    // A leak of a few hundred bytes a call would show as several MiB.
-    constexpr long kSlackKiB = 2048;
-    EXPECT_LE(testing::statusKiB(::getpid(), "VmRSS"), rssBefore + kSlackKiB);
+    // A leak of a few hundred bytes a call would show as several MiB; 2 MiB is the slack.
+    EXPECT_LE(testing::statusKiB(::getpid(), "VmRSS"), rssBefore + 2048);
   }
 }
 
