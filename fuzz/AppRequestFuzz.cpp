@@ -24,7 +24,6 @@
 #include <cstdint>
 #include <exception>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -43,6 +42,7 @@ constexpr int kRestagesPerWorld = 50; ///< imports move the staged file into the
 
 using velko::fuzz::check;
 using velko::fuzz::fail;
+using velko::testing::writeFile;
 
 /// A 16×16 JPEG of one colour, with an EXIF orientation.
 std::string tinyJpeg(double r, double g, double b, int orientation) {
@@ -58,12 +58,6 @@ std::string tinyJpeg(double r, double g, double b, int orientation) {
   std::string bytes(static_cast<char*>(buffer), size);
   g_free(buffer);
   return bytes;
-}
-
-void writeFile(const std::string& path, std::string_view bytes) {
-  fs::create_directories(fs::path(path).parent_path());
-  std::ofstream(path, std::ios::binary | std::ios::trunc)
-      .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
 velko::testing::TempDir& scratch() {
@@ -94,12 +88,11 @@ struct World {
     writeFile(luts + "/film/cold.cube", "LUT_3D_SIZE 2\n0 0 0\n");
     writeFile(luts + "/broken.cube", "LUT_3D_SIZE\n");
 
-    app::Options options;
-    options.library = library;
-    options.catalog = home + "/.velko/headless/catalog.sqlite";
-    options.luts = luts;
-    options.allowSaving = true;
-    options.allowDelete = true;
+    const app::Options options{.library = library,
+                               .catalog = home + "/.velko/headless/catalog.sqlite",
+                               .luts = luts,
+                               .allowSaving = true,
+                               .allowDelete = true};
     app = std::make_unique<app::App>(options, app::Folders::forHome(home));
     app->library().scan();
     exchange = app->folders().exchange;

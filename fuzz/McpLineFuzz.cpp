@@ -16,6 +16,7 @@
 #include "server/Transport.h"
 #include "support/TestPeer.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -43,11 +44,7 @@ TempDir& scratch() {
 
 std::string blanked(std::string_view text) {
   std::string out(text);
-  for (char& c : out) {
-    if (c == '/' || c == '\\') {
-      c = '_';
-    }
-  }
+  std::ranges::replace_if(out, [](char c) { return c == '/' || c == '\\'; }, '_');
   for (std::size_t at = out.find(".."); at != std::string::npos; at = out.find("..", at)) {
     out.replace(at, 2, "__");
   }

@@ -35,8 +35,8 @@ for t in "${targets[@]}"; do
   mkdir -p "$work"
   echo "fuzz: $t for ${seconds}s" >&2
   # A fixed seed makes a run repeatable: the same tree mutates the same inputs in the same order.
-  if ! "$build/fuzz/fuzz_$t" -seed="$seed" -max_total_time="$seconds" -rss_limit_mb=2048 -timeout=30 \
-    -print_final_stats=1 -artifact_prefix="$build/artifacts/$t-" \
+  if ! "$build/fuzz/fuzz_$t" -seed="$seed" -max_total_time="$seconds" -rss_limit_mb=2048 \
+    -timeout=30 -print_final_stats=1 -artifact_prefix="$build/artifacts/$t-" \
     "$work" "$root/fuzz/corpus/$t" 2>"$build/fuzz_$t.log"; then
     tail -n 60 "$build/fuzz_$t.log" >&2
     echo "fuzz: $t failed; the input is in $build/artifacts/" >&2

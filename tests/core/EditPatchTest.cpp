@@ -3,6 +3,7 @@
 
 #include "core/EditStackMerge.h"
 #include "json/Writer.h"
+#include "support/Thrown.h"
 
 #include <gtest/gtest.h>
 #include <limits>
@@ -55,47 +56,34 @@ TEST(EditPatchOpJson, LiteralsDecodeAndEncodeExactly) {
 // mask; these are the other malformed forms, each after a valid op. A mask op's error names its
 // action.
 TEST(EditPatch, MalformedOperationsChangeNothing) {
+  using enum EditPatchError::Kind;
   struct Case {
     const char* name;
+    EditPatchError::Kind kind;
     std::vector<EditPatchOp> ops;
     std::vector<MaskPatchOp> maskOps;
-    EditPatchError::Kind kind;
   } cases[] = {
-      {"remove false alone",
-       {scalarOp(K::Exposure, 0.5), {.kind = K::Contrast, .remove = false}},
-       {},
-       EditPatchError::Kind::MalformedOp},
-      {"two values",
-       {scalarOp(K::Exposure, 0.5), {.kind = K::Contrast, .scalar = 1, .string = "x"}},
-       {},
-       EditPatchError::Kind::MalformedOp},
-      {"remove without id",
-       {scalarOp(K::Exposure, 0.5)},
-       {{.action = Action::SetEnabled, .id = kId, .enabled = false}, maskOp(Action::Remove)},
-       EditPatchError::Kind::MalformedMaskOp},
-      {"add without shape", {}, {maskOp(Action::Add, kId)}, EditPatchError::Kind::MalformedMaskOp},
-      {"setAdjustment without kind",
-       {},
-       {maskOp(Action::SetAdjustment, kId)},
-       EditPatchError::Kind::MalformedMaskOp},
-      {"setShape without id",
-       {},
-       {{.action = Action::SetShape, .shape = LinearShape{}}},
-       EditPatchError::Kind::MalformedMaskOp},
+      {"remove false alone", MalformedOp,
+       {scalarOp(K::Exposure, 0.5), {.kind = K::Contrast, .remove = false}}},
+      {"two values", MalformedOp,
+       {scalarOp(K::Exposure, 0.5), {.kind = K::Contrast, .scalar = 1, .string = "x"}}},
+      {"remove without id", MalformedMaskOp, {scalarOp(K::Exposure, 0.5)},
+       {{.action = Action::SetEnabled, .id = kId, .enabled = false}, maskOp(Action::Remove)}},
+      {"add without shape", MalformedMaskOp, {}, {maskOp(Action::Add, kId)}},
+      {"setAdjustment without kind", MalformedMaskOp, {}, {maskOp(Action::SetAdjustment, kId)}},
+      {"setShape without id", MalformedMaskOp, {},
+       {{.action = Action::SetShape, .shape = LinearShape{}}}},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     EditStack s;
     s.addMask({.id = kId, .shape = AiSubjectShape{}});
     const std::string before = bytes(s);
-    try {
-      s.apply(c.ops, c.maskOps, kAgent, kNoon, std::nullopt);
-      ADD_FAILURE() << "applied";
-    } catch (const EditPatchError& e) {
-      EXPECT_EQ(e.kind(), c.kind);
-      if (!c.maskOps.empty()) {
-        EXPECT_EQ(e.action(), c.maskOps.back().action);
-      }
+    const auto apply = [&] { s.apply(c.ops, c.maskOps, kAgent, kNoon, std::nullopt); };
+    EXPECT_EQ(testing::thrown<EditPatchError>(apply, &EditPatchError::kind), c.kind);
+    if (!c.maskOps.empty()) {
+      EXPECT_EQ(testing::thrown<EditPatchError>(apply, &EditPatchError::action),
+                c.maskOps.back().action);
     }
     EXPECT_EQ(bytes(s), before);
   }
@@ -168,9 +156,10 @@ TEST(MaskPatch, OperationsActOnTheNamedMaskInListOrder) {
 // version no stale-edit check orders.
 TEST(EditPatch, ChangesAtTheLargestVersionAreRefusedUntouched) {
   const std::optional<EditStack> stored = AdjustmentDataCodec::decode(
-      R"({"values":{},"version":9223372036854775807,"masks":[{"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F",)"
-      R"("name":"Sky","shape":{"linear":{"start":[0.5,0.2],"end":[0.5,0.8]}},)"
-      R"("adjustments":["exposure",-0.3],"isEnabled":true}]})");
+      R"({"values":{},"version":9223372036854775807,"masks":[)"
+      R"({"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","name":"Sky",)"
+      R"("shape":{"linear":{"start":[0.5,0.2],"end":[0.5,0.8]}},"adjustments":["exposure",-0.3],)"
+      R"("isEnabled":true}]})");
   ASSERT_TRUE(stored);
   constexpr std::int64_t kTop = std::numeric_limits<std::int64_t>::max();
   ASSERT_EQ(stored->version, kTop);

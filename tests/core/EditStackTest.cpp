@@ -2,7 +2,9 @@
 
 #include "json/OneKey.h"
 #include "json/Writer.h"
+#include "support/Thrown.h"
 
+#include <algorithm>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <string>
@@ -35,14 +37,11 @@ TEST_P(EveryKind, RawValueRoundTripsAndKindSitsInAtMostOneGroup) {
   const AdjustmentKind k = GetParam();
   EXPECT_EQ(parseAdjustmentKind(rawValue(k)), k);
   EXPECT_EQ(json::decodeAs<AdjustmentKind>(json::encode(k)), k);
-  int memberships = 0;
+  std::ptrdiff_t memberships = 0;
   for (EditGroup g : kOrderedEditGroups) {
-    for (AdjustmentKind member : kinds(g)) {
-      if (member == k) {
-        ++memberships;
-        EXPECT_EQ(groupOf(k), g);
-      }
-    }
+    const std::ptrdiff_t inGroup = std::ranges::count(kinds(g), k);
+    memberships += inGroup;
+    EXPECT_TRUE(inGroup == 0 || groupOf(k) == g) << displayName(g);
   }
   EXPECT_EQ(memberships, k == K::DevelopSource || k == K::CgBalance ? 0 : 1);
 }
@@ -108,13 +107,9 @@ TEST(EditStackJson, EveryPayloadAndShapeMatchesItsLiteral) {
 }
 
 TEST(AdjustmentPayload, RejectsObjectsWithoutExactlyOneKnownKey) {
-  auto message = [](const char* text) -> std::string {
-    try {
-      json::decodeAs<AdjustmentPayload>(json::parse(text), json::Path("payload"));
-    } catch (const json::DecodeError& e) {
-      return e.what();
-    }
-    return "decoded";
+  auto message = [](const char* text) {
+    return testing::thrownMessage<json::DecodeError>(
+        [&] { json::decodeAs<AdjustmentPayload>(json::parse(text), json::Path("payload")); });
   };
   EXPECT_EQ(message("{}"), "payload: Invalid number of keys found, expected one.");
   EXPECT_EQ(message(R"({"number":{"_0":1}})"), "payload: unknown case \"number\"");
@@ -163,12 +158,10 @@ EditStack goldenStack() {
   s.values[K::Exposure] = {K::Exposure, 0.5, AiOrigin{"claude-mcp", "s1"}, at(10)};
   s.values[K::Crop] = {K::Crop, Rect{0.1, 0.2, 0.5, 0.25}, UserOrigin{}, at(11, 30)};
   s.version = 7;
-  LocalMask m;
-  m.id = kMaskId;
-  m.name = "Sky";
-  m.shape = LinearShape{{0.5, 0.2}, {0.5, 0.8}};
-  m.adjustments = {{K::Exposure, -0.3}, {K::Saturation, 0.2}};
-  s.maskList = std::vector<LocalMask>{m};
+  s.maskList = std::vector<LocalMask>{{.id = kMaskId,
+                                       .name = "Sky",
+                                       .shape = LinearShape{{0.5, 0.2}, {0.5, 0.8}},
+                                       .adjustments = {{K::Exposure, -0.3}, {K::Saturation, 0.2}}}};
   return s;
 }
 
@@ -214,8 +207,8 @@ TEST(EditStackJson, DecodingSkipsWhatItCannotRead) {
 TEST(LocalMaskJson, MaskWithRefinementsMatchesItsLiteral) {
   const char* literal =
       R"({"id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","name":"Subject",)"
-      R"("shape":{"aiSubject":{"inverted":false}},"adjustments":["exposure",0.3,"saturation",-0.2],)"
-      R"("isEnabled":false,"refinementList":[{"id":"00000000-0000-0000-0000-0000000000AB",)"
+      R"("shape":{"aiSubject":{"inverted":false}},"adjustments":["exposure",0.3,"saturation",)"
+      R"(-0.2],"isEnabled":false,"refinementList":[{"id":"00000000-0000-0000-0000-0000000000AB",)"
       R"("shape":{"luminanceRange":{"lower":0.1,"upper":0.9,"feather":0.05}},"mode":"subtract"}]})";
   LocalMask m = json::decodeAs<LocalMask>(json::parse(literal));
   EXPECT_FALSE(m.isEnabled);
@@ -233,13 +226,12 @@ TEST(LocalMaskJson, MaskWithRefinementsMatchesItsLiteral) {
 
 TEST(LocalMask, AiMatteRegionsAreTheAiShapesAmongShapeAndRefinements) {
   const Uuid subject = Uuid::random();
-  LocalMask m;
-  m.id = kMaskId;
-  m.shape = AiPeopleShape{true};
-  m.refinementList = std::vector<MaskComponent>{
-      {Uuid::random(), RadialShape{}, CompositeMode::Intersect},
-      {subject, AiSubjectShape{false}, CompositeMode::Subtract},
-  };
+  LocalMask m{.id = kMaskId,
+              .shape = AiPeopleShape{true},
+              .refinementList = std::vector<MaskComponent>{
+                  {Uuid::random(), RadialShape{}, CompositeMode::Intersect},
+                  {subject, AiSubjectShape{false}, CompositeMode::Subtract},
+              }};
   EXPECT_EQ(aiMatteRegions(m).size(), 2u);
   m.shape = LinearShape{};
   ASSERT_EQ(aiMatteRegions(m).size(), 1u);

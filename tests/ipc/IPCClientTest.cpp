@@ -12,11 +12,13 @@
 #include "support/Sanitizer.h"
 #include "support/ServerProcess.h"
 #include "support/TestPeer.h"
+#include "support/Thrown.h"
 
 #include <chrono>
 #include <cstddef>
 #include <filesystem>
 #include <functional>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
 #include <thread>
@@ -31,17 +33,11 @@ using testing::PeerStep;
 using testing::TempDir;
 using testing::TestPeer;
 
-constexpr const char* kPingResult =
-    R"({"appVersion":"2.1","buildStamp":"b7","protocolVersion":1,"libraryAuthorized":true,"photoCount":12})";
+constexpr const char* kPingResult = R"({"appVersion":"2.1","buildStamp":"b7","protocolVersion":1,)"
+                                    R"("libraryAuthorized":true,"photoCount":12})";
 
-ClientError::Kind clientErrorKindOf(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const ClientError& e) {
-    return e.kind();
-  }
-  ADD_FAILURE() << "no ClientError thrown";
-  return ClientError::Kind::Rpc;
+std::optional<ClientError::Kind> clientErrorKindOf(const std::function<void()>& f) {
+  return testing::thrown<ClientError>(f, &ClientError::kind);
 }
 
 // The server's binary test sends requests through the client and reads their results, the
@@ -55,47 +51,39 @@ TEST(IPCClient, LinesAfterTheFirstAreIgnored) {
 }
 
 TEST(IPCClient, FailuresToConnectSayWhy) {
+  using enum ClientError::Kind;
+  const auto socketIn = [](const TempDir& home) { return home.file(".velko/ipc.sock"); };
   struct Case {
     const char* name;
-    std::function<std::string(const TempDir&)> arrange; ///< returns the path the client uses
     ClientError::Kind kind;
+    std::function<std::string(const TempDir&)> arrange; ///< returns the path the client uses
   } cases[] = {
-      {"no socket", [](const TempDir& home) { return home.file(".velko/ipc.sock"); },
-       ClientError::Kind::AppNotRunning},
-      {"only the legacy socket",
-       [](const TempDir& home) {
+      {"no socket", AppNotRunning, socketIn},
+      {"only the legacy socket", StaleTooling,
+       [&](const TempDir& home) {
          home.write("Library/Containers/com.velko.app/Data/ipc.sock");
-         return home.file(".velko/ipc.sock");
-       },
-       ClientError::Kind::StaleTooling},
-      {"nobody listening",
-       [](const TempDir& home) {
-         testing::leaveDeadSocket(home.file(".velko/ipc.sock"));
-         return home.file(".velko/ipc.sock");
-       },
-       ClientError::Kind::AppNotServing},
+         return socketIn(home);
+       }},
+      {"nobody listening", AppNotServing,
+       [&](const TempDir& home) {
+         testing::leaveDeadSocket(socketIn(home));
+         return socketIn(home);
+       }},
       // A regular file passes the existence test; a connect to it would fail differently.
-      {"path too long for a socket address",
+      {"path too long for a socket address", ConnectionFailed,
        [](const TempDir& home) {
          return home.write(std::string(104 - home.path().size() - 1, 's'));
-       },
-       ClientError::Kind::ConnectionFailed},
+       }},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     TempDir home;
     const std::string path = c.arrange(home);
     IPCClient client(path, IPCEndpoint::legacySocketPath(home.path()));
-    try {
-      client.call(IPCMethod::Ping, std::nullopt);
-      ADD_FAILURE() << "connected";
-    } catch (const ClientError& e) {
-      EXPECT_EQ(e.kind(), c.kind);
-      EXPECT_NE(std::string(e.what()).find(
-                    c.kind == ClientError::Kind::ConnectionFailed ? "errno 22" : path.c_str()),
-                std::string::npos)
-          << e.what();
-    }
+    const auto ping = [&] { client.call(IPCMethod::Ping, std::nullopt); };
+    EXPECT_EQ(clientErrorKindOf(ping), c.kind);
+    const std::string named = c.kind == ConnectionFailed ? "errno 22" : path;
+    EXPECT_THAT(testing::thrownMessage<ClientError>(ping), ::testing::HasSubstr(named));
   }
 }
 
@@ -111,12 +99,9 @@ TEST(HostileApplication, ReplyOfExactlyTheLimitIsAcceptedAndOneBytePastItIsAFram
   const json::Value result = client.call(IPCMethod::PreviewRender, std::nullopt);
   ASSERT_TRUE(result.is_string());
   EXPECT_EQ(result.get_string().size(), fill);
-  try {
-    client.call(IPCMethod::Ping, std::nullopt);
-    ADD_FAILURE() << "accepted an unterminated reply past the limit";
-  } catch (const protocol::FrameError& e) {
-    EXPECT_EQ(e, protocol::FrameError::frameTooLarge(protocol::kMaxFrameBytes + 1));
-  }
+  EXPECT_EQ(testing::thrown<protocol::FrameError>(
+                [&] { client.call(IPCMethod::Ping, std::nullopt); }),
+            protocol::FrameError::frameTooLarge(protocol::kMaxFrameBytes + 1));
 }
 
 // fuzz_rpc_response decodes any bytes; these go through the socket, to the untyped call (which
@@ -195,12 +180,8 @@ TEST(HostileApplication, ReplyThatNeverEndsBlocksUntilThePeerGoesAway) {
   stopper.join();
 }
 
-std::size_t openDescriptors() {
-  std::size_t n = 0;
-  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-    ++n;
-  }
-  return n;
+std::ptrdiff_t openDescriptors() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
 /// `calls` pings against a fresh peer that alternates results and error replies; the peer is
@@ -229,16 +210,15 @@ void callRepeatedly(int calls) {
 
 TEST(HostileApplication, TenThousandCallsLeaveNoDescriptorsOrMemoryBehind) {
   callRepeatedly(2000); // warm-up: allocator pools, the thread stack cache, lazy initialisers
-  const std::size_t fdsBefore = openDescriptors();
+  const std::ptrdiff_t fdsBefore = openDescriptors();
   const long rssBefore = testing::statusKiB(::getpid(), "VmRSS");
 
   callRepeatedly(10000);
   EXPECT_EQ(openDescriptors(), fdsBefore);
   // Under AddressSanitizer resident memory grows by design; its leak checker covers that build.
   if (!velko::testing::kUnderAddressSanitizer) {
-    // A leak of a few hundred bytes a call would show as several MiB.
-    constexpr long kSlackKiB = 2048;
-    EXPECT_LE(testing::statusKiB(::getpid(), "VmRSS"), rssBefore + kSlackKiB);
+    // A leak of a few hundred bytes a call would show as several MiB; 2 MiB is the slack.
+    EXPECT_LE(testing::statusKiB(::getpid(), "VmRSS"), rssBefore + 2048);
   }
 }
 

@@ -30,30 +30,21 @@ TEST(Writer, EscapesTwoSpecialsAnywhereInThe16ByteScan) {
   // Two special bytes in one 40-byte string, at every pair of mirrored offsets, so a block scan
   // meets a special in its first, middle and last byte and in the tail after the last block.
   struct Special {
-    std::string raw;
-    std::string compact;
-    std::string pretty;
+    std::string raw, compact, pretty;
   };
-  const Special specials[] = {{"\"", "\\\"", "\\\""},
-                              {"\\", "\\\\", "\\\\"},
-                              {"\n", "\\n", "\\n"},
-                              {"\t", "\\t", "\\t"},
-                              {"\r", "\\r", "\\r"},
-                              {"\b", "\\b", "\\b"},
-                              {"\f", "\\f", "\\f"},
-                              {"\x01", "\\u0001", "\\u0001"},
-                              {"\x1f", "\\u001f", "\\u001f"},
-                              {"/", "/", "\\/"},
-                              {"\xc3\xa9", "\xc3\xa9", "\xc3\xa9"}};
+  const Special specials[] = {
+      {"\"", "\\\"", "\\\""}, {"\\", "\\\\", "\\\\"}, {"\n", "\\n", "\\n"},
+      {"\t", "\\t", "\\t"}, {"\r", "\\r", "\\r"}, {"\b", "\\b", "\\b"},
+      {"\f", "\\f", "\\f"}, {"\x01", "\\u0001", "\\u0001"}, {"\x1f", "\\u001f", "\\u001f"},
+      {"/", "/", "\\/"}, {"\xc3\xa9", "\xc3\xa9", "\xc3\xa9"}};
   for (const Special& sp : specials) {
     for (std::size_t pos = 0; pos < 20; ++pos) {
       const std::string a(pos, 'a');
       const std::string b(40 - 2 * pos - 2, 'b');
       const std::string s = a + sp.raw + b + sp.raw + a;
-      EXPECT_EQ(toCompact(Value(s)), '"' + a + sp.compact + b + sp.compact + a + '"')
-          << sp.raw << " at " << pos;
-      EXPECT_EQ(toPretty(Value(s)), '"' + a + sp.pretty + b + sp.pretty + a + '"')
-          << sp.raw << " at " << pos;
+      SCOPED_TRACE(sp.raw + " at " + std::to_string(pos));
+      EXPECT_EQ(toCompact(Value(s)), '"' + a + sp.compact + b + sp.compact + a + '"');
+      EXPECT_EQ(toPretty(Value(s)), '"' + a + sp.pretty + b + sp.pretty + a + '"');
     }
   }
 }
@@ -72,9 +63,7 @@ TEST(Writer, NumbersUseShortestFormAndNonFiniteIsRefused) {
             "[4,0.1,-0,1e+300,-7,18446744073709551615]");
   for (double bad :
        {std::numeric_limits<double>::quiet_NaN(), std::numeric_limits<double>::infinity()}) {
-    Object o;
-    o["x"] = bad;
-    EXPECT_THROW(toCompact(o), EncodeError);
+    EXPECT_THROW(toCompact(Object{{"x", bad}}), EncodeError);
   }
 }
 

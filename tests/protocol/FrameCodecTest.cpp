@@ -1,36 +1,28 @@
 #include "protocol/FrameCodec.h"
+#include "support/Thrown.h"
 
 #include <gtest/gtest.h>
 
 namespace velko::protocol {
 namespace {
 
-FrameError frameErrorOf(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const FrameError& e) {
-    return e;
-  }
-  ADD_FAILURE() << "no FrameError thrown";
-  return FrameError::interiorNewline();
-}
+using testing::thrown;
 
 TEST(FrameCodec, EncodeAppendsOneNewlineWithinTheLimit) {
   EXPECT_EQ(encodeFrame("{\"a\":1}\r"), "{\"a\":1}\r\n");
   const std::string atLimit(kMaxFrameBytes, 'a');
   EXPECT_EQ(encodeFrame(atLimit).size(), atLimit.size() + 1);
 
-  const std::string overLimit(kMaxFrameBytes + 1, 'a');
-  FrameError tooLarge = frameErrorOf([&] { encodeFrame(overLimit); });
-  EXPECT_EQ(tooLarge, FrameError::frameTooLarge(8388609));
-  EXPECT_STREQ(tooLarge.what(), "frame too large: 8388609 bytes (limit 8388608)");
+  std::string overLimit(kMaxFrameBytes + 1, 'a');
+  const auto encodeOverLimit = [&] { encodeFrame(overLimit); };
+  EXPECT_EQ(thrown<FrameError>(encodeOverLimit), FrameError::frameTooLarge(8388609));
+  EXPECT_EQ(testing::thrownMessage<FrameError>(encodeOverLimit),
+            "frame too large: 8388609 bytes (limit 8388608)");
 
-  EXPECT_EQ(frameErrorOf([] { encodeFrame("a\nb"); }), FrameError::interiorNewline());
+  EXPECT_EQ(thrown<FrameError>([] { encodeFrame("a\nb"); }), FrameError::interiorNewline());
   // The newline test runs first, over the whole payload.
-  std::string bothFaults = overLimit;
-  bothFaults.back() = '\n';
-  EXPECT_EQ(frameErrorOf([&] { encodeFrame(bothFaults); }).kind(),
-            FrameError::Kind::InteriorNewline);
+  overLimit.back() = '\n';
+  EXPECT_EQ(thrown<FrameError>(encodeOverLimit), FrameError::interiorNewline());
 }
 
 // fuzz_line_scanner checks the splitting for any chunking, and the client's hostile-application
@@ -45,9 +37,9 @@ TEST(FrameCodec, ScannerLimitsOnlyTheUnterminatedRemainder) {
 
   // A completed line in the chunk that overflows is consumed with the error; the remainder stays.
   LineScanner dropping;
-  EXPECT_EQ(
-      frameErrorOf([&] { dropping.append("done\n" + std::string(kMaxFrameBytes + 10, 'r')); }),
-      FrameError::frameTooLarge(kMaxFrameBytes + 10));
+  const std::string overflowing = "done\n" + std::string(kMaxFrameBytes + 10, 'r');
+  EXPECT_EQ(thrown<FrameError>([&] { dropping.append(overflowing); }),
+            FrameError::frameTooLarge(kMaxFrameBytes + 10));
   EXPECT_EQ(dropping.bufferedBytes(), static_cast<std::size_t>(kMaxFrameBytes + 10));
   EXPECT_EQ(dropping.scannedBytes(), dropping.bufferedBytes());
 }

@@ -8,6 +8,7 @@
 #include "protocol/EditingRecords.h"
 #include "protocol/IPCEndpoint.h"
 #include "protocol/LibraryRecords.h"
+#include "support/Thrown.h"
 
 #include <gtest/gtest.h>
 
@@ -17,6 +18,7 @@ namespace {
 using namespace std::chrono_literals;
 using std::chrono::May;
 using std::chrono::sys_days;
+using testing::thrownMessage;
 
 // Decodes `text` into T and compares with `expected`, then encodes `expected` and compares with
 // `text` character for character, so a mistyped key or a wrong key order shows up.
@@ -44,13 +46,10 @@ TEST(Records, ContextExifAndEndpointFileMatchTheirLiterals) {
       "X/L0/001", 4032, 3024, kMay1At0830, json::Date{sys_days{2024y / May / 2}}, "HEIC", 4.142,
       -73.6266, true, false, 12.5, core::PhotoPlaybackStyle::VideoLooping,
       core::PhotoSourceType::ITunesSynced, "B1", true, true, false, true, true, "C1"};
-  core::PhotoAIAnnotation annotation;
-  annotation.caption = "A dog";
-  annotation.setting = core::PhotoSetting::Outdoor;
-  annotation.peopleCount = 2;
-  annotation.keeperScore = 0.5;
-  core::EditStack stack;
-  stack.version = 3;
+  const core::PhotoAIAnnotation annotation{
+      .caption = "A dog", .setting = core::PhotoSetting::Outdoor, .peopleCount = 2,
+      .keeperScore = 0.5};
+  const core::EditStack stack{.version = 3};
   const std::string id = "X/L0/001";
   expectGolden(
       "editor open",
@@ -82,15 +81,12 @@ TEST(Records, DecodeChecksTypesAndPresenceOnly) {
   EXPECT_THROW(json::decodeAs<ExportRenderResult>(json::parse(
                    R"({"path":"/p","format":"jpeg","suggestedFilename":null,"bytes":1})")),
                json::DecodeError);
-  try {
-    json::decodeAs<ContextResult>(json::parse(R"({"editorOpen":true,"selectionIDs":[],)"
-                                              R"("focusMetadata":{"rating":1,"flag":0,)"
-                                              R"("hasEditStack":false}})"),
-                                  json::Path("result"));
-    ADD_FAILURE() << "decoded without colorLabel";
-  } catch (const json::DecodeError& e) {
-    EXPECT_STREQ(e.what(), "result.focusMetadata.colorLabel: missing required key");
-  }
+  const json::Value noColorLabel = json::parse(
+      R"({"editorOpen":true,"selectionIDs":[],"focusMetadata":{"rating":1,"flag":0,)"
+      R"("hasEditStack":false}})");
+  EXPECT_EQ(thrownMessage<json::DecodeError>(
+                [&] { json::decodeAs<ContextResult>(noColorLabel, json::Path("result")); }),
+            "result.focusMetadata.colorLabel: missing required key");
 }
 
 TEST(IPCEndpoint, HomePrefersThePasswordEntry) {
@@ -114,12 +110,10 @@ TEST(Records, AssistantAnnotationErrorsNameTheKeyPath) {
   const json::Path root("arguments");
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    try {
-      core::decodeAssistantAnnotation(json::parse(c.json), root.key("annotation"));
-      ADD_FAILURE() << "decoded without error";
-    } catch (const json::DecodeError& e) {
-      EXPECT_STREQ(e.what(), c.message);
-    }
+    EXPECT_EQ(thrownMessage<json::DecodeError>([&] {
+                core::decodeAssistantAnnotation(json::parse(c.json), root.key("annotation"));
+              }),
+              c.message);
   }
 }
 

@@ -2,18 +2,11 @@
 // so that tests measuring resident memory can leave that to its leak checker.
 #pragma once
 
-#if defined(__has_feature)
-#if __has_feature(address_sanitizer) // clang's spelling of GCC's __SANITIZE_ADDRESS__
-#define VELKO_UNDER_ASAN 1
-#endif
-#endif
-#if defined(__SANITIZE_ADDRESS__) && !defined(VELKO_UNDER_ASAN)
-#define VELKO_UNDER_ASAN 1
-#endif
-
 namespace velko::testing {
-#ifdef VELKO_UNDER_ASAN
+#if defined(__SANITIZE_ADDRESS__) // GCC's spelling; clang answers the feature test below
 inline constexpr bool kUnderAddressSanitizer = true;
+#elif defined(__has_feature)
+inline constexpr bool kUnderAddressSanitizer = __has_feature(address_sanitizer);
 #else
 inline constexpr bool kUnderAddressSanitizer = false;
 #endif

@@ -35,16 +35,9 @@ std::string passwordHome() {
 std::vector<std::string> withPrivateHome(const std::string& fakeHome, const std::string& binary) {
   // unshare makes mounts private to the new namespace by default, so the bind mount is seen by
   // the child alone; both shells exec, so the server keeps the pid that was spawned.
-  return {"/usr/bin/unshare",
-          "--mount",
-          "--",
-          "/bin/sh",
-          "-c",
-          "mount --bind \"$1\" \"$2\" && exec \"$3\"",
-          "sh",
-          fakeHome,
-          passwordHome(),
-          binary};
+  return {"/usr/bin/unshare", "--mount", "--",
+          "/bin/sh", "-c", "mount --bind \"$1\" \"$2\" && exec \"$3\"", "sh",
+          fakeHome, passwordHome(), binary};
 }
 
 std::string privateHomeUnavailableReason() {
@@ -121,9 +114,7 @@ ServerProcess::~ServerProcess() {
 }
 
 void ServerProcess::send(std::string_view line) {
-  std::string bytes(line);
-  bytes += '\n';
-  write(bytes);
+  write(std::string(line) + '\n');
 }
 
 void ServerProcess::write(std::string_view bytes) {

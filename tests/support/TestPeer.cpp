@@ -74,10 +74,13 @@ TempDir::~TempDir() {
 }
 
 std::string TempDir::write(std::string_view relative, std::string_view content) const {
-  const std::string p = file(relative);
-  std::filesystem::create_directories(std::filesystem::path(p).parent_path());
-  std::ofstream(p, std::ios::binary).write(content.data(), std::ssize(content));
-  return p;
+  writeFile(file(relative), content);
+  return file(relative);
+}
+
+void writeFile(const std::string& path, std::string_view content) {
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+  std::ofstream(path, std::ios::binary).write(content.data(), std::ssize(content));
 }
 
 std::string readFile(const std::string& path) {
@@ -87,16 +90,6 @@ std::string readFile(const std::string& path) {
 
 void leaveDeadSocket(const std::string& path) {
   ::close(boundSocket(path));
-}
-
-// ---- PeerStep -----------------------------------------------------------------------------------
-
-PeerStep PeerStep::hang(std::string partialReply) {
-  PeerStep step{.kind = Kind::Hang};
-  if (!partialReply.empty()) {
-    step.writes.push_back(std::move(partialReply));
-  }
-  return step;
 }
 
 // ---- TestPeer -----------------------------------------------------------------------------------
@@ -239,27 +232,19 @@ void TestPeer::answer(int connection) {
     const std::string reply = handler(lines.front());
     char newline = '\n';
     iovec parts[2] = {{const_cast<char*>(reply.data()), reply.size()}, {&newline, 1}};
-    msghdr message{};
-    message.msg_iov = parts;
-    message.msg_iovlen = 2;
+    const msghdr message{.msg_iov = parts, .msg_iovlen = 2};
     const ssize_t sent = ::sendmsg(connection, &message, MSG_NOSIGNAL);
-    if (sent >= 0 && static_cast<std::size_t>(sent) < reply.size() + 1) {
-      // A short send of a large reply: the rest as it goes.
-      const auto done = static_cast<std::size_t>(sent);
-      if (done < reply.size() && !writeAll(connection, std::string_view(reply).substr(done))) {
-        return;
-      }
+    // A short send of a large reply: the rest as it goes.
+    if (sent >= 0 && static_cast<std::size_t>(sent) <= reply.size() &&
+        writeAll(connection, std::string_view(reply).substr(static_cast<std::size_t>(sent)))) {
       writeAll(connection, "\n");
     }
     return;
   }
 
-  if (step.kind == PeerStep::Kind::Unterminated) {
-    step.writes = {std::string(step.size, 'x')};
-  }
   for (std::size_t i = 0; i < step.writes.size(); ++i) {
     // Separate writes of a raw reply reach the client in separate reads.
-    if (i > 0 && step.kind == PeerStep::Kind::Write) {
+    if (i > 0) {
       std::this_thread::sleep_for(std::chrono::milliseconds(20));
     }
     if (!writeAll(connection, step.writes[i])) {

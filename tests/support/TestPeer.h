@@ -36,6 +36,8 @@ private:
 
 /// The whole content of the file at `path`; empty when it cannot be read.
 std::string readFile(const std::string& path);
+/// Writes `content` to `path`, creating its parent directories.
+void writeFile(const std::string& path, std::string_view content);
 
 /// Leaves a socket file at `path` that nobody listens on: binds, then closes without listening
 /// and without unlinking (what a force-quit application leaves behind). Parent directories are
@@ -46,31 +48,28 @@ void leaveDeadSocket(const std::string& path);
 /// CloseUnread.
 struct PeerStep {
   enum class Kind {
-    Write,             ///< write `writes` in order, one write() each, then close
-    CloseWithoutReply, ///< close at once
-    CloseUnread,       ///< close before reading the request (nothing is recorded)
-    Unterminated,      ///< write `size` bytes of 'x' with no newline, then close
-    Hang,              ///< write `writes`, then keep the connection open until stopped
+    Write,       ///< write `writes` in order, one write() each, then close
+    CloseUnread, ///< close before reading the request (nothing is recorded)
+    Hang,        ///< write `writes`, then keep the connection open until stopped
   };
 
   Kind kind = Kind::Write;
   std::vector<std::string> writes;
-  std::size_t size = 0;
 
   /// `line` and a newline, in one write.
   static PeerStep line(std::string_view line) { return {.writes = {std::string(line) + "\n"}}; }
   /// Exactly these bytes, one write per chunk with a short pause between, so the client sees
   /// them in separate reads (lines after the first, to test that they are ignored).
   static PeerStep raw(std::vector<std::string> chunks) { return {.writes = std::move(chunks)}; }
-  static PeerStep closeWithoutReply() { return {.kind = Kind::CloseWithoutReply}; }
+  static PeerStep closeWithoutReply() { return {}; }
   /// Closes the connection without reading anything, so a long request meets a closed socket.
   static PeerStep closeUnread() { return {.kind = Kind::CloseUnread}; }
-  /// By default 9 MiB, past the 8 MiB frame limit.
-  static PeerStep unterminated(std::size_t bytes = 9u << 20) {
-    return {.kind = Kind::Unterminated, .size = bytes};
+  /// `bytes` of 'x' and no newline.
+  static PeerStep unterminated(std::size_t bytes) { return raw({std::string(bytes, 'x')}); }
+  /// Writes `partialReply` and then neither writes nor closes.
+  static PeerStep hang(std::string partialReply) {
+    return {.kind = Kind::Hang, .writes = {std::move(partialReply)}};
   }
-  /// Writes `partialReply` (none by default) and then neither writes nor closes.
-  static PeerStep hang(std::string partialReply = {});
 };
 
 class TestPeer {
@@ -83,7 +82,6 @@ public:
   /// Listens at `socketPath`, creating its parent directories; the socket file is removed on
   /// stop, the directories are left to the caller.
   explicit TestPeer(std::string socketPath);
-  /// Stops the peer.
   ~TestPeer();
   TestPeer(const TestPeer&) = delete;
   TestPeer& operator=(const TestPeer&) = delete;
