@@ -6,7 +6,6 @@
 #include "json/Codec.h"
 
 #include <cmath>
-#include <fstream>
 #include <sqlite3.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -85,11 +84,6 @@ void writePhoto(const std::string& path, const PhotoSpec& shot) {
   image.write_to_file(path.c_str());
 }
 
-std::string readFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 int connectUnix(const std::string& path) {
   const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
   sockaddr_un address{};
@@ -107,18 +101,18 @@ int connectUnix(const std::string& path) {
 
 std::optional<std::string> roundTrip(const std::string& socketPath, std::string_view bytes) {
   const int fd = connectUnix(socketPath);
+  if (fd < 0) {
+    return std::nullopt;
+  }
   std::string reply;
-  if (fd >= 0 &&
-      ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size())) {
+  if (::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size())) {
     char chunk[4096];
     for (ssize_t n;
          reply.find('\n') == std::string::npos && (n = ::recv(fd, chunk, sizeof chunk, 0)) > 0;) {
       reply.append(chunk, static_cast<std::size_t>(n));
     }
   }
-  if (fd >= 0) {
-    ::close(fd);
-  }
+  ::close(fd);
   const std::size_t end = reply.find('\n');
   return end == std::string::npos ? std::nullopt : std::optional(reply.substr(0, end));
 }
@@ -186,24 +180,15 @@ std::vector<std::string> ProgramTest::headless(const std::string& headless,
            ? "exec " + run + "\n"
            : run + " &\ni=0; while [ ! -S \"$2/.velko/ipc.sock\" ]; do\n"
                    "  i=$((i+1)); [ $i -gt 600 ] && exit 98; sleep 0.05\ndone\nexec \"$6\"\n");
-  return {"/usr/bin/unshare",
-          "--mount",
-          "--",
-          "/bin/sh",
-          "-c",
-          script,
-          "sh",
-          home(),
-          velko::testing::passwordHome(),
-          headless,
-          library(),
-          root_.path() + "/headless.log",
-          mcp};
+  // The script's $1..$6 follow "sh", its $0.
+  return {"/usr/bin/unshare", "--mount", "--", "/bin/sh", "-c", script, "sh",
+          home(), velko::testing::passwordHome(), headless, library(),
+          root_.path() + "/headless.log", mcp};
 }
 
 McpSession::McpSession(const std::vector<std::string>& argv) : process(argv) {
-  call(
-      R"({"jsonrpc":"2.0","id":0,"method":"initialize","params":{"protocolVersion":"2024-11-05","capabilities":{},"clientInfo":{"name":"tests","version":"1"}}})");
+  call(R"({"jsonrpc":"2.0","id":0,"method":"initialize","params":{"protocolVersion":"2024-11-05",)"
+       R"("capabilities":{},"clientInfo":{"name":"tests","version":"1"}}})");
   process.send(R"({"jsonrpc":"2.0","method":"notifications/initialized"})");
 }
 
@@ -271,8 +256,7 @@ json::Value AppFixture::call(std::string_view method, const json::Value& params)
 
 CallError AppFixture::callError(std::string_view method, const json::Value& params) {
   try {
-    json::Value result = call(method, params);
-    ADD_FAILURE() << method << " succeeded: " << json::toCompact(result);
+    ADD_FAILURE() << method << " succeeded: " << json::toCompact(call(method, params));
   } catch (const CallError& e) {
     return e;
   }

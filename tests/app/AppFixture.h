@@ -13,6 +13,7 @@
 #include <chrono>
 #include <filesystem>
 #include <functional>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <optional>
@@ -21,6 +22,9 @@
 #include <vips/vips8>
 
 namespace velko::app::testing {
+
+using ::testing::HasSubstr;
+using velko::testing::readFile;
 
 struct PhotoSpec {
   int width = 64;
@@ -37,9 +41,6 @@ struct PhotoSpec {
 
 /// Writes a JPEG (or, by the extension, PNG/TIFF/WebP) of that shot, with its EXIF.
 void writePhoto(const std::string& path, const PhotoSpec& shot);
-
-/// The whole of a file; empty when it cannot be read.
-std::string readFile(const std::string& path);
 
 /// A connection to a Unix socket, with 10-second send and receive limits; -1 when refused.
 int connectUnix(const std::string& path);
@@ -120,9 +121,7 @@ protected:
   /// The ids of the catalogue, newest first.
   std::vector<std::string> ids();
 
-  std::string libraryFile(std::string_view relative) const {
-    return library_ + "/" + std::string(relative);
-  }
+  std::string libraryFile(const std::string& relative) const { return library_ + "/" + relative; }
 
   velko::testing::TempDir root_;
   std::string home_;

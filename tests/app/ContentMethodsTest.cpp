@@ -3,14 +3,11 @@
 #include "app/Imaging.h"
 #include "app/Library.h"
 #include "core/Uuid.h"
-#include "json/Writer.h"
 
 #include <ctime>
-#include <filesystem>
 #include <fstream>
 #include <glib.h>
 #include <set>
-#include <vips/vips8>
 
 namespace velko::app::testing {
 namespace {
@@ -149,15 +146,13 @@ TEST_F(Content, MoviesAreMadeOfVideosOnlyAndGradedOnCommit) {
   EXPECT_EQ(callError("movie.make", json::Object{{"ids", json::Array{still}}}).code, -32602);
   // A video keeps a stack (its grade) but has no preview or export.
   for (const char* method : {"preview.render", "export.render"}) {
-    EXPECT_NE(std::string(callError(method, json::Object{{"id", one}}).what()).find("is a video"),
-              std::string::npos);
+    EXPECT_THAT(callError(method, json::Object{{"id", one}}).what(), HasSubstr("is a video"));
   }
   EXPECT_EQ(call("movie.list").at("movies"), json::Array{reel});
 
   // video.commit: refused without the flag, then trims into a rendition.
   const json::Object trim{{"id", one}, {"startSeconds", 0.5}, {"endSeconds", 1.5}};
-  EXPECT_NE(std::string(callError("video.commit", trim).what()).find("--allow-saving"),
-            std::string::npos);
+  EXPECT_THAT(callError("video.commit", trim).what(), HasSubstr("--allow-saving"));
   options_.allowSaving = true;
   open();
   for (const json::Object& bad :

@@ -2,7 +2,6 @@
 #include "app/ColorProfiles.h"
 #include "app/Imaging.h"
 
-#include <filesystem>
 #include <fstream>
 #include <glib.h>
 
@@ -58,25 +57,17 @@ TEST_F(EditingMethods, SetRecordsTheAgentAndRefusedPatchesChangeNothing) {
   EXPECT_EQ(values.at("exposure").at("payload"), json::parse(R"({"scalar":{"_0":0.5}})"));
   EXPECT_EQ(values.at("treatment").at("lastModifiedBy"), json::parse(R"({"user":{}})"));
 
-  struct Case {
-    const char* name;
-    json::Object params;
-    std::int64_t code;
-  } cases[] = {
-      {"op without a value",
-       {{"ops", json::Array{exposure(3), json::Object{{"kind", "contrast"}}}}},
-       -32602},
+  const std::pair<const char*, json::Object> cases[] = {
+      {"op with no value", {{"ops", json::Array{exposure(3), json::Object{{"kind", "contrast"}}}}}},
       {"missing mask after a good op",
        {{"ops", json::Array{exposure(3)}},
-        {"maskOps",
-         json::parse(
-             R"([{"action":"setEnabled","id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","enabled":false}])")}},
-       -32602},
+        {"maskOps", json::parse(R"([{"action":"setEnabled","enabled":false,)"
+                                R"("id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F"}])")}}},
   };
-  for (Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    c.params["id"] = id;
-    EXPECT_EQ(callError("edit.set", c.params).code, c.code);
+  for (auto [name, params] : cases) {
+    SCOPED_TRACE(name);
+    params["id"] = id;
+    EXPECT_EQ(callError("edit.set", params).code, -32602);
     EXPECT_EQ(call("edit.get", json::Object{{"id", id}}), before);
   }
 }

@@ -41,7 +41,7 @@ TEST_F(EndToEnd, ToolsTheClientSessionLeavesOut) {
   // mid-frame or send a frame past the size limit are dropped alone. The session goes on.
   velko::testing::ServerProcess second(headless(VELKO_HEADLESS_PATH, ""));
   EXPECT_EQ(second.waitExit(std::chrono::seconds(30)), 1);
-  EXPECT_NE(log().find("another application is already serving"), std::string::npos) << log();
+  EXPECT_THAT(log(), HasSubstr("another application is already serving"));
   const std::string socket = home() + "/.velko/ipc.sock";
   const int silent = connectUnix(socket), leaving = connectUnix(socket);
   ASSERT_GE(silent, 0);

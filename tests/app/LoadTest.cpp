@@ -33,9 +33,7 @@ long residentKiB(pid_t pid) {
 
 double percentile(std::vector<double> v, double p) {
   std::sort(v.begin(), v.end());
-  return v.empty() ? 0
-                   : v[std::min(v.size() - 1,
-                                static_cast<std::size_t>(p * static_cast<double>(v.size())))];
+  return v.empty() ? 0 : v[std::min(v.size() - 1, static_cast<std::size_t>(p * double(v.size())))];
 }
 
 /// What one client saw: latencies by kind of call, and what it was told had happened.
@@ -127,7 +125,7 @@ protected:
   long phase(std::vector<std::unique_ptr<McpSession>>& clients, int seconds,
              std::vector<Tally>& tallies, pid_t watched) {
     const Clock::time_point until = Clock::now() + std::chrono::seconds(seconds);
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads; // joined on return
     for (std::size_t i = 0; i < clients.size(); ++i) {
       threads.emplace_back([&, i] { drive(*clients[i], int(i), until, tallies[i]); });
     }
@@ -135,9 +133,6 @@ protected:
     while (Clock::now() < until) {
       peak = std::max(peak, residentKiB(watched));
       std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
-    for (std::thread& t : threads) {
-      t.join();
     }
     return peak;
   }
@@ -234,11 +229,9 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
     }
     EXPECT_EQ(std::stoll(row[3]), edits_.at(row[0]).load());
   }
-  std::size_t files = 0;
-  for (const auto& entry : fs::recursive_directory_iterator(root_.file("exports"))) {
-    files += entry.is_regular_file() ? 1 : 0;
-  }
-  EXPECT_EQ(files, static_cast<std::size_t>(exports));
+  EXPECT_EQ(std::count_if(fs::recursive_directory_iterator(root_.file("exports")), {},
+                          [](const fs::directory_entry& e) { return e.is_regular_file(); }),
+            exports);
 
   // Flat: the same idle descriptors, and memory that a second phase as long as the first did
   // not grow by more than an eighth (allocator arenas and the image cache settle in the first).

@@ -90,7 +90,7 @@ TEST_F(OrganiseMethods, GeotagNeedsTheFlagThenTakesOneForm) {
   CallError refused =
       callError("photo.geotag", json::Object{{"ids", json::Array{a}}, {"clear", true}});
   EXPECT_EQ(refused.code, -32603);
-  EXPECT_NE(std::string(refused.what()).find("--allow-saving"), std::string::npos);
+  EXPECT_THAT(refused.what(), HasSubstr("--allow-saving"));
 
   options_.allowSaving = true;
   open(false);
