@@ -55,26 +55,22 @@ void writePhoto(const std::string& path, const PhotoSpec& shot) {
   // from the fields below when it saves.
   static constexpr char kEmptyExif[] = "Exif\0\0II*\0\x08\0\0\0\0\0\0\0\0\0";
   image.set(VIPS_META_EXIF_NAME, nullptr, const_cast<char*>(kEmptyExif), sizeof kEmptyExif - 1);
-  const std::pair<const char*, std::optional<std::string>> text[] = {
-      {"exif-ifd0-Make", shot.make},
-      {"exif-ifd0-Model", shot.model},
-      {"exif-ifd2-LensModel", shot.lens},
-      {"exif-ifd2-DateTimeOriginal", shot.dateTimeOriginal},
-      {"exif-ifd2-ISOSpeedRatings",
-       shot.iso ? std::optional(std::to_string(*shot.iso)) : std::nullopt},
-      {"exif-ifd2-FNumber",
-       shot.fNumber ? std::optional(rational(*shot.fNumber, 10)) : std::nullopt},
-      {"exif-ifd2-FocalLength",
-       shot.focalLength ? std::optional(rational(*shot.focalLength, 10)) : std::nullopt},
+  const std::optional<double> t = shot.exposureSeconds;
+  const std::pair<const char*, std::string> text[] = {
+      {"exif-ifd0-Make", shot.make.value_or("")},
+      {"exif-ifd0-Model", shot.model.value_or("")},
+      {"exif-ifd2-LensModel", shot.lens.value_or("")},
+      {"exif-ifd2-DateTimeOriginal", shot.dateTimeOriginal.value_or("")},
+      {"exif-ifd2-ISOSpeedRatings", shot.iso ? std::to_string(*shot.iso) : ""},
+      {"exif-ifd2-FNumber", shot.fNumber ? rational(*shot.fNumber, 10) : ""},
+      {"exif-ifd2-FocalLength", shot.focalLength ? rational(*shot.focalLength, 10) : ""},
+      {"exif-ifd2-ExposureTime",
+       !t ? "" : *t < 1 ? "1/" + std::to_string(std::llround(1 / *t)) : rational(*t, 10)},
   };
   for (const auto& [field, value] : text) {
-    if (value) {
-      image.set(field, value->c_str());
+    if (!value.empty()) {
+      image.set(field, value.c_str());
     }
-  }
-  if (const auto t = shot.exposureSeconds) {
-    image.set("exif-ifd2-ExposureTime",
-              (*t < 1 ? "1/" + std::to_string(std::llround(1 / *t)) : rational(*t, 10)).c_str());
   }
   if (shot.latitude && shot.longitude) {
     setDegrees(image, "GPSLatitude", *shot.latitude, "N", "S");
@@ -204,12 +200,11 @@ ToolReply McpSession::tool(std::string_view name, const json::Value& arguments) 
                    {"id", ++id_},
                    {"method", "tools/call"},
                    {"params", json::Object{{"name", name}, {"arguments", arguments}}}}));
-  ToolReply r;
   const json::Value* result = reply.as_object().if_contains("result");
   if (result == nullptr) {
-    r.rawText = json::toCompact(reply);
-    return r;
+    return {.rawText = json::toCompact(reply)};
   }
+  ToolReply r;
   r.isError = result->at("isError").as_bool();
   for (const json::Value& item : result->at("content").as_array()) {
     if (item.at("type") == "text" && r.rawText.empty()) {
@@ -226,6 +221,7 @@ ToolReply McpSession::tool(std::string_view name, const json::Value& arguments) 
 AppFixture::AppFixture() : home_(root_.path() + "/home"), library_(root_.path() + "/library") {
   std::filesystem::create_directories(home_);
   std::filesystem::create_directories(library_);
+  initImaging();
   options_.library = library_;
   options_.catalog = home_ + "/.velko/headless/catalog.sqlite";
   options_.luts = home_ + "/.velko/luts";

@@ -1,6 +1,5 @@
 #include "app/AppFixture.h"
 #include "app/ChildProcess.h"
-#include "app/Imaging.h"
 #include "app/Library.h"
 #include "core/Uuid.h"
 
@@ -16,8 +15,6 @@ namespace fs = std::filesystem;
 
 class Content : public AppFixture {
 protected:
-  Content() { initImaging(); }
-
   std::string idOf(const std::string& path) {
     auto a = app().catalog().access();
     auto s = a->prepare("SELECT id FROM photos WHERE path = ?");
@@ -92,11 +89,10 @@ TEST_F(Content, SimilarRanksAResizedReencodedCopyFirst) {
 }
 
 TEST_F(Content, ImportTakesGoodStagedFilesAndRefusesTheRest) {
-  char date[16];
   const std::time_t now = std::time(nullptr);
   std::tm tm{};
-  localtime_r(&now, &tm);
-  std::strftime(date, sizeof date, "%Y-%m-%d", &tm);
+  char date[16];
+  std::strftime(date, sizeof date, "%Y-%m-%d", localtime_r(&now, &tm));
   const std::string day = libraryFile("Imported/") + date;
   writePhoto(day + "/IMG_1.jpg", {}); // taken: the import goes to IMG_1-2.jpg
   open();

@@ -1,6 +1,5 @@
 #include "app/AppFixture.h"
 #include "app/ColorProfiles.h"
-#include "app/Imaging.h"
 
 #include <fstream>
 #include <glib.h>
@@ -12,8 +11,6 @@ namespace fs = std::filesystem;
 
 class EditingMethods : public AppFixture {
 protected:
-  EditingMethods() { initImaging(); }
-
   /// Opens a library of this one photo; its id.
   std::string openWith(const std::string& name, const PhotoSpec& shot) {
     writePhoto(libraryFile(name), shot);

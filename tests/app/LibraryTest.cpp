@@ -2,7 +2,6 @@
 
 #include "app/AppFixture.h"
 #include "app/Exif.h"
-#include "app/Imaging.h"
 #include "core/Uuid.h"
 
 #include <fstream>
@@ -14,8 +13,6 @@ namespace fs = std::filesystem;
 
 class LibraryScan : public AppFixture {
 protected:
-  void SetUp() override { initImaging(); }
-
   ScanReport scan() { return app().library().scan(); }
 
   /// The first number of `sql` with `arg` bound to its parameter; -100 without a row.
