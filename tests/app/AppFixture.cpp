@@ -235,6 +235,12 @@ void AppFixture::open(bool scan) {
   }
 }
 
+std::string AppFixture::openOne(const std::string& name, const PhotoSpec& shot) {
+  writePhoto(libraryFile(name), shot);
+  open();
+  return ids().at(0);
+}
+
 json::Value AppFixture::call(std::string_view method, const json::Value& params) {
   json::Object request{{"jsonrpc", "2.0"}, {"id", 1}, {"method", method}};
   if (!params.is_null()) {

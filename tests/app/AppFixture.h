@@ -14,7 +14,6 @@
 #include <filesystem>
 #include <functional>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <memory>
 #include <optional>
 #include <string>
@@ -111,6 +110,8 @@ protected:
 
   /// Opens (or reopens) the App over the folders; scans the library once when `scan`.
   void open(bool scan = true);
+  /// Writes `name` into the library and opens the App over that one photo; its id.
+  std::string openOne(const std::string& name, const PhotoSpec& shot = {});
   App& app() { return *app_; }
 
   /// Sends one request frame through the application's request path and returns `result`;

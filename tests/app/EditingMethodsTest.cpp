@@ -11,13 +11,6 @@ namespace fs = std::filesystem;
 
 class EditingMethods : public AppFixture {
 protected:
-  /// Opens a library of this one photo; its id.
-  std::string openWith(const std::string& name, const PhotoSpec& shot) {
-    writePhoto(libraryFile(name), shot);
-    open();
-    return ids().at(0);
-  }
-
   json::Value set(const std::string& id, json::Array ops, json::Object extra = {}) {
     extra["id"] = id;
     extra["ops"] = std::move(ops);
@@ -39,7 +32,7 @@ json::Object exposure(double ev) {
 }
 
 TEST_F(EditingMethods, SetRecordsTheAgentAndRefusedPatchesChangeNothing) {
-  const std::string id = openWith("a.jpg", {});
+  const std::string id = openOne("a.jpg");
   json::Value r = set(id, {exposure(0.5), json::Object{{"kind", "contrast"}, {"scalar", 0.2}}},
                       {{"agent", "claude-mcp"}, {"sessionId", "s1"}, {"expectedVersion", 0}});
   EXPECT_EQ(r.at("newVersion").as_int64(), 2);
@@ -72,7 +65,7 @@ TEST_F(EditingMethods, SetRecordsTheAgentAndRefusedPatchesChangeNothing) {
 // Stored 300×200 with orientation 6: previews, exports and the rendition are 200×300.
 TEST_F(EditingMethods, PreviewsAndExportsAreUprightAtTheAskedSize) {
   const std::string id =
-      openWith("IMG_7.jpg", {.width = 300, .height = 200, .make = "TestCam", .orientation = 6});
+      openOne("IMG_7.jpg", {.width = 300, .height = 200, .make = "TestCam", .orientation = 6});
   struct Preview {
     std::optional<std::int64_t> longEdge;
     int width, height;
@@ -153,7 +146,7 @@ TEST_F(EditingMethods, PreviewsAndExportsAreUprightAtTheAskedSize) {
 }
 
 TEST_F(EditingMethods, LooksFolderIsListedAndPreviewsShowTheLookAtItsIntensity) {
-  const std::string id = openWith("a.jpg", {.red = 200, .green = 100, .blue = 20});
+  const std::string id = openOne("a.jpg", {.red = 200, .green = 100, .blue = 20});
   EXPECT_TRUE(call("lut.list").at("luts").as_array().empty());
   fs::create_directories(options_.luts + "/film");
   std::ofstream(options_.luts + "/b.cube") << "TITLE \"Film Look\"\nLUT_1D_SIZE 2\n0 0 0\n1 1 1\n";

@@ -179,13 +179,12 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
     t.millis.clear(); // latencies and conflicts are reported for the second phase
     t.conflicts = 0;
   }
-  const auto descriptors = [&] {
+  const auto idle = [&] { // the application's descriptors and resident KiB after a pause
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
     const fs::directory_iterator fds("/proc/" + std::to_string(pid) + "/fd");
-    return static_cast<int>(std::distance(fds, fs::directory_iterator()));
+    return std::pair{int(std::distance(fds, fs::directory_iterator())), residentKiB(pid)};
   };
-  std::this_thread::sleep_for(std::chrono::milliseconds(500));
-  const int fdsBefore = descriptors();
-  const long rssBefore = residentKiB(pid);
+  const auto [fdsBefore, rssBefore] = idle();
   std::vector<long> mcpBefore;
   for (const auto& c : clients) {
     mcpBefore.push_back(residentKiB(c->process.pid()));
@@ -193,9 +192,7 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
   const Clock::time_point start = Clock::now();
   const long peakAfter = phase(clients, seconds, tallies, pid);
   const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
-  std::this_thread::sleep_for(std::chrono::milliseconds(500));
-  const int fdsAfter = descriptors();
-  const long rssAfter = residentKiB(pid);
+  const auto [fdsAfter, rssAfter] = idle();
 
   // Nothing failed but version conflicts.
   std::map<std::string, std::vector<double>> millis;

@@ -4,8 +4,6 @@
 #include "app/Imaging.h"
 #include "support/TestPeer.h"
 
-#include <cmath>
-#include <fstream>
 #include <gmock/gmock.h>
 #include <sstream>
 #include <vector>

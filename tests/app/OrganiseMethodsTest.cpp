@@ -1,8 +1,6 @@
 #include "app/AppFixture.h"
 #include "app/Gazetteer.h"
 
-#include <cmath>
-
 namespace velko::app::testing {
 namespace {
 
@@ -84,9 +82,7 @@ TEST_F(OrganiseMethods, AnnotationsAreTidiedFoundByTextAndNoLongerPending) {
 }
 
 TEST_F(OrganiseMethods, GeotagNeedsTheFlagThenTakesOneForm) {
-  writePhoto(libraryFile("a.jpg"), {});
-  open();
-  const std::string a = ids().at(0);
+  const std::string a = openOne("a.jpg");
   CallError refused =
       callError("photo.geotag", json::Object{{"ids", json::Array{a}}, {"clear", true}});
   EXPECT_EQ(refused.code, -32603);

@@ -11,10 +11,8 @@ class RequestPath : public AppFixture {};
 
 // Every refusal of the request path and the methods: its code, and the words naming the problem.
 TEST_F(RequestPath, RefusalsNameTheProblem) {
-  writePhoto(libraryFile("a.jpg"), {});
   options_.allowSaving = true;
-  open();
-  const std::string still = ids().at(0);
+  const std::string still = openOne("a.jpg");
   const json::Value keyword = call("keyword.create", json::Object{{"name", "k"}}).at("id");
   const json::Value album = call("album.create", json::Object{{"name", "Trip"}}).at("id");
 
