@@ -204,8 +204,7 @@ ToolReply McpSession::tool(std::string_view name, const json::Value& arguments) 
   if (result == nullptr) {
     return {.rawText = json::toCompact(reply)};
   }
-  ToolReply r;
-  r.isError = result->at("isError").as_bool();
+  ToolReply r{.isError = result->at("isError").as_bool()};
   for (const json::Value& item : result->at("content").as_array()) {
     if (item.at("type") == "text" && r.rawText.empty()) {
       r.rawText = std::string(item.at("text").as_string());

@@ -69,6 +69,8 @@ protected:
   std::string home() const { return root_.path() + "/home"; }
   std::string library() const { return root_.path() + "/library"; }
   std::string log() const { return readFile(root_.path() + "/headless.log"); }
+  std::string socket() const { return home() + "/.velko/ipc.sock"; }
+  std::string catalogue() const { return home() + "/.velko/headless/catalog.sqlite"; }
   /// argv running `headless` over library() with `flags`, its standard error appended to the log.
   /// With `mcp`, the application runs in the background and `mcp` is exec'd in the same namespace
   /// once the socket is there; otherwise the application is exec'd.

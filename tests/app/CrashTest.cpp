@@ -73,8 +73,6 @@ struct Worker {
 
 class Crash : public ProgramTest {
 protected:
-  std::string socket() const { return home() + "/.velko/ipc.sock"; }
-  std::string catalogue() const { return home() + "/.velko/headless/catalog.sqlite"; }
   std::string integrity() const { return readRows(catalogue(), "PRAGMA integrity_check")[0][0]; }
   /// A path the application wrote, as this process reaches it outside the namespace.
   std::string outside(const std::string& path) const {

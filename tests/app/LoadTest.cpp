@@ -195,19 +195,17 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
   const auto [fdsAfter, rssAfter] = idle();
 
   // Nothing failed but version conflicts.
-  std::map<std::string, std::vector<double>> millis;
-  int conflicts = 0, exports = 0;
+  Tally all; // every client's tally together
   std::size_t calls = 0;
-  std::map<std::string, std::pair<std::int64_t, std::int64_t>> owned;
   for (const Tally& t : tallies) {
     for (const std::string& f : t.failures) {
       ADD_FAILURE() << f;
     }
-    exports += t.exports;
-    conflicts += t.conflicts;
-    owned.insert(t.owned.begin(), t.owned.end());
+    all.exports += t.exports;
+    all.conflicts += t.conflicts;
+    all.owned.insert(t.owned.begin(), t.owned.end());
     for (const auto& [kind, v] : t.millis) {
-      millis[kind].insert(millis[kind].end(), v.begin(), v.end());
+      all.millis[kind].insert(all.millis[kind].end(), v.begin(), v.end());
       calls += v.size();
     }
   }
@@ -215,25 +213,23 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
   // Every acknowledged change is in the catalogue once the application has stopped.
   ::kill(pid, SIGTERM);
   EXPECT_EQ(app.waitExit(std::chrono::seconds(30)), 0) << log();
-  const auto rows = readRows(home() + "/.velko/headless/catalog.sqlite",
-                             "SELECT id, rating, flag, stack_version FROM photos");
+  const auto rows = readRows(catalogue(), "SELECT id, rating, flag, stack_version FROM photos");
   EXPECT_EQ(rows.size(), static_cast<std::size_t>(kPhotos));
   for (const auto& row : rows) {
     SCOPED_TRACE(row[0]);
-    if (owned.contains(row[0])) {
-      EXPECT_EQ(std::stoll(row[1]), owned[row[0]].first);
-      EXPECT_EQ(std::stoll(row[2]), owned[row[0]].second);
+    if (all.owned.contains(row[0])) {
+      EXPECT_EQ(std::stoll(row[1]), all.owned[row[0]].first);
+      EXPECT_EQ(std::stoll(row[2]), all.owned[row[0]].second);
     }
     EXPECT_EQ(std::stoll(row[3]), edits_.at(row[0]).load());
   }
   EXPECT_EQ(std::count_if(fs::recursive_directory_iterator(root_.file("exports")), {},
                           [](const fs::directory_entry& e) { return e.is_regular_file(); }),
-            exports);
+            all.exports);
 
   // Flat: the same idle descriptors, and memory that a second phase as long as the first did
   // not grow by more than an eighth (allocator arenas and the image cache settle in the first).
-  EXPECT_LE(fdsAfter, fdsBefore + 1)
-      << fdsBefore << " descriptors before, " << fdsAfter << " after";
+  EXPECT_LE(fdsAfter, fdsBefore + 1) << fdsBefore << " descriptors, then " << fdsAfter;
   // Under AddressSanitizer resident memory grows with the work done, by design; its leak
   // checker covers that build, and the Release build checks memory.
   if (!velko::testing::kUnderAddressSanitizer) {
@@ -250,9 +246,9 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
   std::printf(
       "[ load     ] %d clients, %.1f s: %zu calls, %.0f calls/s, %d version conflicts, "
       "%d exports; velko-headless idle %ld → %ld KiB (peak %ld → %ld), %d → %d descriptors\n",
-      kClients, elapsed, calls, static_cast<double>(calls) / elapsed, conflicts, exports, rssBefore,
-      rssAfter, peakBefore, peakAfter, fdsBefore, fdsAfter);
-  for (const auto& [kind, v] : millis) {
+      kClients, elapsed, calls, static_cast<double>(calls) / elapsed, all.conflicts, all.exports,
+      rssBefore, rssAfter, peakBefore, peakAfter, fdsBefore, fdsAfter);
+  for (const auto& [kind, v] : all.millis) {
     std::printf(
         "[ load     ] %-8s %6zu calls  p50 %7.1f ms  p90 %7.1f ms  p99 %7.1f ms  max %7.1f ms\n",
         kind.c_str(), v.size(), percentile(v, 0.5), percentile(v, 0.9), percentile(v, 0.99),
