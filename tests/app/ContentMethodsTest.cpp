@@ -185,8 +185,7 @@ TEST_F(Content, MoviesAreMadeOfVideosOnlyAndGradedOnCommit) {
       brightness += (p[0] + p[1] + p[2]) / 3.0;
       colourfulness += std::max({p[0], p[1], p[2]}) - std::min({p[0], p[1], p[2]});
     }
-    return std::pair{brightness / std::max<std::size_t>(pixels, 1),
-                     colourfulness / std::max<std::size_t>(pixels, 1)};
+    return std::pair{brightness / double(pixels), colourfulness / double(pixels)};
   };
   const auto [brightBefore, colourBefore] = measure();
   call("edit.set",
