@@ -6,7 +6,6 @@
 #include "json/Codec.h"
 
 #include <cmath>
-#include <fstream>
 #include <sqlite3.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -56,26 +55,22 @@ void writePhoto(const std::string& path, const PhotoSpec& shot) {
   // from the fields below when it saves.
   static constexpr char kEmptyExif[] = "Exif\0\0II*\0\x08\0\0\0\0\0\0\0\0\0";
   image.set(VIPS_META_EXIF_NAME, nullptr, const_cast<char*>(kEmptyExif), sizeof kEmptyExif - 1);
-  const std::pair<const char*, std::optional<std::string>> text[] = {
-      {"exif-ifd0-Make", shot.make},
-      {"exif-ifd0-Model", shot.model},
-      {"exif-ifd2-LensModel", shot.lens},
-      {"exif-ifd2-DateTimeOriginal", shot.dateTimeOriginal},
-      {"exif-ifd2-ISOSpeedRatings",
-       shot.iso ? std::optional(std::to_string(*shot.iso)) : std::nullopt},
-      {"exif-ifd2-FNumber",
-       shot.fNumber ? std::optional(rational(*shot.fNumber, 10)) : std::nullopt},
-      {"exif-ifd2-FocalLength",
-       shot.focalLength ? std::optional(rational(*shot.focalLength, 10)) : std::nullopt},
+  const std::optional<double> t = shot.exposureSeconds;
+  const std::pair<const char*, std::string> text[] = {
+      {"exif-ifd0-Make", shot.make.value_or("")},
+      {"exif-ifd0-Model", shot.model.value_or("")},
+      {"exif-ifd2-LensModel", shot.lens.value_or("")},
+      {"exif-ifd2-DateTimeOriginal", shot.dateTimeOriginal.value_or("")},
+      {"exif-ifd2-ISOSpeedRatings", shot.iso ? std::to_string(*shot.iso) : ""},
+      {"exif-ifd2-FNumber", shot.fNumber ? rational(*shot.fNumber, 10) : ""},
+      {"exif-ifd2-FocalLength", shot.focalLength ? rational(*shot.focalLength, 10) : ""},
+      {"exif-ifd2-ExposureTime",
+       !t ? "" : *t < 1 ? "1/" + std::to_string(std::llround(1 / *t)) : rational(*t, 10)},
   };
   for (const auto& [field, value] : text) {
-    if (value) {
-      image.set(field, value->c_str());
+    if (!value.empty()) {
+      image.set(field, value.c_str());
     }
-  }
-  if (const auto t = shot.exposureSeconds) {
-    image.set("exif-ifd2-ExposureTime",
-              (*t < 1 ? "1/" + std::to_string(std::llround(1 / *t)) : rational(*t, 10)).c_str());
   }
   if (shot.latitude && shot.longitude) {
     setDegrees(image, "GPSLatitude", *shot.latitude, "N", "S");
@@ -83,11 +78,6 @@ void writePhoto(const std::string& path, const PhotoSpec& shot) {
   }
   image.set("orientation", shot.orientation);
   image.write_to_file(path.c_str());
-}
-
-std::string readFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(in), {});
 }
 
 int connectUnix(const std::string& path) {
@@ -107,18 +97,18 @@ int connectUnix(const std::string& path) {
 
 std::optional<std::string> roundTrip(const std::string& socketPath, std::string_view bytes) {
   const int fd = connectUnix(socketPath);
+  if (fd < 0) {
+    return std::nullopt;
+  }
   std::string reply;
-  if (fd >= 0 &&
-      ::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size())) {
+  if (::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size())) {
     char chunk[4096];
     for (ssize_t n;
          reply.find('\n') == std::string::npos && (n = ::recv(fd, chunk, sizeof chunk, 0)) > 0;) {
       reply.append(chunk, static_cast<std::size_t>(n));
     }
   }
-  if (fd >= 0) {
-    ::close(fd);
-  }
+  ::close(fd);
   const std::size_t end = reply.find('\n');
   return end == std::string::npos ? std::nullopt : std::optional(reply.substr(0, end));
 }
@@ -186,24 +176,15 @@ std::vector<std::string> ProgramTest::headless(const std::string& headless,
            ? "exec " + run + "\n"
            : run + " &\ni=0; while [ ! -S \"$2/.velko/ipc.sock\" ]; do\n"
                    "  i=$((i+1)); [ $i -gt 600 ] && exit 98; sleep 0.05\ndone\nexec \"$6\"\n");
-  return {"/usr/bin/unshare",
-          "--mount",
-          "--",
-          "/bin/sh",
-          "-c",
-          script,
-          "sh",
-          home(),
-          velko::testing::passwordHome(),
-          headless,
-          library(),
-          root_.path() + "/headless.log",
-          mcp};
+  // The script's $1..$6 follow "sh", its $0.
+  return {"/usr/bin/unshare", "--mount", "--", "/bin/sh", "-c", script, "sh",
+          home(), velko::testing::passwordHome(), headless, library(),
+          root_.path() + "/headless.log", mcp};
 }
 
 McpSession::McpSession(const std::vector<std::string>& argv) : process(argv) {
-  call(
-      R"({"jsonrpc":"2.0","id":0,"method":"initialize","params":{"protocolVersion":"2024-11-05","capabilities":{},"clientInfo":{"name":"tests","version":"1"}}})");
+  call(R"({"jsonrpc":"2.0","id":0,"method":"initialize","params":{"protocolVersion":"2024-11-05",)"
+       R"("capabilities":{},"clientInfo":{"name":"tests","version":"1"}}})");
   process.send(R"({"jsonrpc":"2.0","method":"notifications/initialized"})");
 }
 
@@ -219,13 +200,11 @@ ToolReply McpSession::tool(std::string_view name, const json::Value& arguments) 
                    {"id", ++id_},
                    {"method", "tools/call"},
                    {"params", json::Object{{"name", name}, {"arguments", arguments}}}}));
-  ToolReply r;
   const json::Value* result = reply.as_object().if_contains("result");
   if (result == nullptr) {
-    r.rawText = json::toCompact(reply);
-    return r;
+    return {.rawText = json::toCompact(reply)};
   }
-  r.isError = result->at("isError").as_bool();
+  ToolReply r{.isError = result->at("isError").as_bool()};
   for (const json::Value& item : result->at("content").as_array()) {
     if (item.at("type") == "text" && r.rawText.empty()) {
       r.rawText = std::string(item.at("text").as_string());
@@ -241,6 +220,7 @@ ToolReply McpSession::tool(std::string_view name, const json::Value& arguments) 
 AppFixture::AppFixture() : home_(root_.path() + "/home"), library_(root_.path() + "/library") {
   std::filesystem::create_directories(home_);
   std::filesystem::create_directories(library_);
+  initImaging();
   options_.library = library_;
   options_.catalog = home_ + "/.velko/headless/catalog.sqlite";
   options_.luts = home_ + "/.velko/luts";
@@ -252,6 +232,12 @@ void AppFixture::open(bool scan) {
   if (scan) {
     app_->library().scan();
   }
+}
+
+std::string AppFixture::openOne(const std::string& name, const PhotoSpec& shot) {
+  writePhoto(libraryFile(name), shot);
+  open();
+  return ids().at(0);
 }
 
 json::Value AppFixture::call(std::string_view method, const json::Value& params) {
@@ -271,8 +257,7 @@ json::Value AppFixture::call(std::string_view method, const json::Value& params)
 
 CallError AppFixture::callError(std::string_view method, const json::Value& params) {
   try {
-    json::Value result = call(method, params);
-    ADD_FAILURE() << method << " succeeded: " << json::toCompact(result);
+    ADD_FAILURE() << method << " succeeded: " << json::toCompact(call(method, params));
   } catch (const CallError& e) {
     return e;
   }

@@ -13,7 +13,7 @@
 #include <chrono>
 #include <filesystem>
 #include <functional>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <memory>
 #include <optional>
 #include <string>
@@ -21,6 +21,9 @@
 #include <vips/vips8>
 
 namespace velko::app::testing {
+
+using ::testing::HasSubstr;
+using velko::testing::readFile;
 
 struct PhotoSpec {
   int width = 64;
@@ -37,9 +40,6 @@ struct PhotoSpec {
 
 /// Writes a JPEG (or, by the extension, PNG/TIFF/WebP) of that shot, with its EXIF.
 void writePhoto(const std::string& path, const PhotoSpec& shot);
-
-/// The whole of a file; empty when it cannot be read.
-std::string readFile(const std::string& path);
 
 /// A connection to a Unix socket, with 10-second send and receive limits; -1 when refused.
 int connectUnix(const std::string& path);
@@ -69,6 +69,8 @@ protected:
   std::string home() const { return root_.path() + "/home"; }
   std::string library() const { return root_.path() + "/library"; }
   std::string log() const { return readFile(root_.path() + "/headless.log"); }
+  std::string socket() const { return home() + "/.velko/ipc.sock"; }
+  std::string catalogue() const { return home() + "/.velko/headless/catalog.sqlite"; }
   /// argv running `headless` over library() with `flags`, its standard error appended to the log.
   /// With `mcp`, the application runs in the background and `mcp` is exec'd in the same namespace
   /// once the socket is there; otherwise the application is exec'd.
@@ -110,6 +112,8 @@ protected:
 
   /// Opens (or reopens) the App over the folders; scans the library once when `scan`.
   void open(bool scan = true);
+  /// Writes `name` into the library and opens the App over that one photo; its id.
+  std::string openOne(const std::string& name, const PhotoSpec& shot = {});
   App& app() { return *app_; }
 
   /// Sends one request frame through the application's request path and returns `result`;
@@ -120,9 +124,7 @@ protected:
   /// The ids of the catalogue, newest first.
   std::vector<std::string> ids();
 
-  std::string libraryFile(std::string_view relative) const {
-    return library_ + "/" + std::string(relative);
-  }
+  std::string libraryFile(const std::string& relative) const { return library_ + "/" + relative; }
 
   velko::testing::TempDir root_;
   std::string home_;

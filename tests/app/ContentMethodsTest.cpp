@@ -1,16 +1,12 @@
 #include "app/AppFixture.h"
 #include "app/ChildProcess.h"
-#include "app/Imaging.h"
 #include "app/Library.h"
 #include "core/Uuid.h"
-#include "json/Writer.h"
 
 #include <ctime>
-#include <filesystem>
 #include <fstream>
 #include <glib.h>
 #include <set>
-#include <vips/vips8>
 
 namespace velko::app::testing {
 namespace {
@@ -19,8 +15,6 @@ namespace fs = std::filesystem;
 
 class Content : public AppFixture {
 protected:
-  Content() { initImaging(); }
-
   std::string idOf(const std::string& path) {
     auto a = app().catalog().access();
     auto s = a->prepare("SELECT id FROM photos WHERE path = ?");
@@ -95,11 +89,10 @@ TEST_F(Content, SimilarRanksAResizedReencodedCopyFirst) {
 }
 
 TEST_F(Content, ImportTakesGoodStagedFilesAndRefusesTheRest) {
-  char date[16];
   const std::time_t now = std::time(nullptr);
   std::tm tm{};
-  localtime_r(&now, &tm);
-  std::strftime(date, sizeof date, "%Y-%m-%d", &tm);
+  char date[16];
+  std::strftime(date, sizeof date, "%Y-%m-%d", localtime_r(&now, &tm));
   const std::string day = libraryFile("Imported/") + date;
   writePhoto(day + "/IMG_1.jpg", {}); // taken: the import goes to IMG_1-2.jpg
   open();
@@ -149,15 +142,13 @@ TEST_F(Content, MoviesAreMadeOfVideosOnlyAndGradedOnCommit) {
   EXPECT_EQ(callError("movie.make", json::Object{{"ids", json::Array{still}}}).code, -32602);
   // A video keeps a stack (its grade) but has no preview or export.
   for (const char* method : {"preview.render", "export.render"}) {
-    EXPECT_NE(std::string(callError(method, json::Object{{"id", one}}).what()).find("is a video"),
-              std::string::npos);
+    EXPECT_THAT(callError(method, json::Object{{"id", one}}).what(), HasSubstr("is a video"));
   }
   EXPECT_EQ(call("movie.list").at("movies"), json::Array{reel});
 
   // video.commit: refused without the flag, then trims into a rendition.
   const json::Object trim{{"id", one}, {"startSeconds", 0.5}, {"endSeconds", 1.5}};
-  EXPECT_NE(std::string(callError("video.commit", trim).what()).find("--allow-saving"),
-            std::string::npos);
+  EXPECT_THAT(callError("video.commit", trim).what(), HasSubstr("--allow-saving"));
   options_.allowSaving = true;
   open();
   for (const json::Object& bad :
@@ -194,8 +185,7 @@ TEST_F(Content, MoviesAreMadeOfVideosOnlyAndGradedOnCommit) {
       brightness += (p[0] + p[1] + p[2]) / 3.0;
       colourfulness += std::max({p[0], p[1], p[2]}) - std::min({p[0], p[1], p[2]});
     }
-    return std::pair{brightness / std::max<std::size_t>(pixels, 1),
-                     colourfulness / std::max<std::size_t>(pixels, 1)};
+    return std::pair{brightness / double(pixels), colourfulness / double(pixels)};
   };
   const auto [brightBefore, colourBefore] = measure();
   call("edit.set",

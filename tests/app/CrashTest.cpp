@@ -6,7 +6,6 @@
 // reply may or may not have happened), and every user file must be in exactly one place across
 // the library, the exchange folder and the trash.
 #include "app/AppFixture.h"
-#include "json/Writer.h"
 
 #include <atomic>
 #include <csignal>
@@ -74,8 +73,6 @@ struct Worker {
 
 class Crash : public ProgramTest {
 protected:
-  std::string socket() const { return home() + "/.velko/ipc.sock"; }
-  std::string catalogue() const { return home() + "/.velko/headless/catalog.sqlite"; }
   std::string integrity() const { return readRows(catalogue(), "PRAGMA integrity_check")[0][0]; }
   /// A path the application wrote, as this process reaches it outside the namespace.
   std::string outside(const std::string& path) const {
@@ -221,7 +218,7 @@ protected:
   }
 
   std::set<std::uint64_t> known_;
-  std::vector<Worker> workers_{2};
+  std::vector<Worker> workers_{{.rng = std::mt19937(kSeed + 1)}, {.rng = std::mt19937(kSeed + 2)}};
   std::atomic<bool> stopping_{false}, moveSent_{false};
   int nextStaged_ = kLibraryPhotos; ///< one worker imports in a round
   std::atomic<int> imported_{0}, deleted_{0};
@@ -249,13 +246,11 @@ TEST_F(Crash, AcknowledgedChangesAndUserFilesSurviveKills) {
     workers_[static_cast<std::size_t>(owner++ % 2)].expected[id] = row;
   }
   std::mt19937 rng(kSeed);
-  workers_[0].rng.seed(kSeed + 1);
-  workers_[1].rng.seed(kSeed + 2);
   for (int round = 0; round < kRounds; ++round) {
     SCOPED_TRACE("round " + std::to_string(round));
     stopping_ = false;
     moveSent_ = false;
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (std::size_t i = 0; i < workers_.size(); ++i) {
       threads.emplace_back([this, i, round] { work(workers_[i], round % 2 == int(i)); });
     }
@@ -264,9 +259,7 @@ TEST_F(Crash, AcknowledgedChangesAndUserFilesSurviveKills) {
     std::this_thread::sleep_for(std::chrono::microseconds(rng() % 30000));
     kill();
     stopping_ = true;
-    for (std::thread& t : threads) {
-      t.join();
-    }
+    threads.clear(); // joins them
     EXPECT_EQ(integrity(), "ok");
     ASSERT_NO_FATAL_FAILURE(start(0));
     ASSERT_NO_FATAL_FAILURE(verifyAfterRestart());

@@ -1,8 +1,6 @@
 #include "app/AppFixture.h"
 #include "app/ColorProfiles.h"
-#include "app/Imaging.h"
 
-#include <filesystem>
 #include <fstream>
 #include <glib.h>
 
@@ -13,15 +11,6 @@ namespace fs = std::filesystem;
 
 class EditingMethods : public AppFixture {
 protected:
-  EditingMethods() { initImaging(); }
-
-  /// Opens a library of this one photo; its id.
-  std::string openWith(const std::string& name, const PhotoSpec& shot) {
-    writePhoto(libraryFile(name), shot);
-    open();
-    return ids().at(0);
-  }
-
   json::Value set(const std::string& id, json::Array ops, json::Object extra = {}) {
     extra["id"] = id;
     extra["ops"] = std::move(ops);
@@ -43,7 +32,7 @@ json::Object exposure(double ev) {
 }
 
 TEST_F(EditingMethods, SetRecordsTheAgentAndRefusedPatchesChangeNothing) {
-  const std::string id = openWith("a.jpg", {});
+  const std::string id = openOne("a.jpg");
   json::Value r = set(id, {exposure(0.5), json::Object{{"kind", "contrast"}, {"scalar", 0.2}}},
                       {{"agent", "claude-mcp"}, {"sessionId", "s1"}, {"expectedVersion", 0}});
   EXPECT_EQ(r.at("newVersion").as_int64(), 2);
@@ -58,25 +47,17 @@ TEST_F(EditingMethods, SetRecordsTheAgentAndRefusedPatchesChangeNothing) {
   EXPECT_EQ(values.at("exposure").at("payload"), json::parse(R"({"scalar":{"_0":0.5}})"));
   EXPECT_EQ(values.at("treatment").at("lastModifiedBy"), json::parse(R"({"user":{}})"));
 
-  struct Case {
-    const char* name;
-    json::Object params;
-    std::int64_t code;
-  } cases[] = {
-      {"op without a value",
-       {{"ops", json::Array{exposure(3), json::Object{{"kind", "contrast"}}}}},
-       -32602},
+  const std::pair<const char*, json::Object> cases[] = {
+      {"op with no value", {{"ops", json::Array{exposure(3), json::Object{{"kind", "contrast"}}}}}},
       {"missing mask after a good op",
        {{"ops", json::Array{exposure(3)}},
-        {"maskOps",
-         json::parse(
-             R"([{"action":"setEnabled","id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F","enabled":false}])")}},
-       -32602},
+        {"maskOps", json::parse(R"([{"action":"setEnabled","enabled":false,)"
+                                R"("id":"E621E1F8-C36C-495A-93FC-0C247A3E6E5F"}])")}}},
   };
-  for (Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    c.params["id"] = id;
-    EXPECT_EQ(callError("edit.set", c.params).code, c.code);
+  for (auto [name, params] : cases) {
+    SCOPED_TRACE(name);
+    params["id"] = id;
+    EXPECT_EQ(callError("edit.set", params).code, -32602);
     EXPECT_EQ(call("edit.get", json::Object{{"id", id}}), before);
   }
 }
@@ -84,7 +65,7 @@ TEST_F(EditingMethods, SetRecordsTheAgentAndRefusedPatchesChangeNothing) {
 // Stored 300×200 with orientation 6: previews, exports and the rendition are 200×300.
 TEST_F(EditingMethods, PreviewsAndExportsAreUprightAtTheAskedSize) {
   const std::string id =
-      openWith("IMG_7.jpg", {.width = 300, .height = 200, .make = "TestCam", .orientation = 6});
+      openOne("IMG_7.jpg", {.width = 300, .height = 200, .make = "TestCam", .orientation = 6});
   struct Preview {
     std::optional<std::int64_t> longEdge;
     int width, height;
@@ -165,7 +146,7 @@ TEST_F(EditingMethods, PreviewsAndExportsAreUprightAtTheAskedSize) {
 }
 
 TEST_F(EditingMethods, LooksFolderIsListedAndPreviewsShowTheLookAtItsIntensity) {
-  const std::string id = openWith("a.jpg", {.red = 200, .green = 100, .blue = 20});
+  const std::string id = openOne("a.jpg", {.red = 200, .green = 100, .blue = 20});
   EXPECT_TRUE(call("lut.list").at("luts").as_array().empty());
   fs::create_directories(options_.luts + "/film");
   std::ofstream(options_.luts + "/b.cube") << "TITLE \"Film Look\"\nLUT_1D_SIZE 2\n0 0 0\n1 1 1\n";

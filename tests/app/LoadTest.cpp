@@ -33,9 +33,7 @@ long residentKiB(pid_t pid) {
 
 double percentile(std::vector<double> v, double p) {
   std::sort(v.begin(), v.end());
-  return v.empty() ? 0
-                   : v[std::min(v.size() - 1,
-                                static_cast<std::size_t>(p * static_cast<double>(v.size())))];
+  return v.empty() ? 0 : v[std::min(v.size() - 1, static_cast<std::size_t>(p * double(v.size())))];
 }
 
 /// What one client saw: latencies by kind of call, and what it was told had happened.
@@ -127,7 +125,7 @@ protected:
   long phase(std::vector<std::unique_ptr<McpSession>>& clients, int seconds,
              std::vector<Tally>& tallies, pid_t watched) {
     const Clock::time_point until = Clock::now() + std::chrono::seconds(seconds);
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads; // joined on return
     for (std::size_t i = 0; i < clients.size(); ++i) {
       threads.emplace_back([&, i] { drive(*clients[i], int(i), until, tallies[i]); });
     }
@@ -135,9 +133,6 @@ protected:
     while (Clock::now() < until) {
       peak = std::max(peak, residentKiB(watched));
       std::this_thread::sleep_for(std::chrono::milliseconds(50));
-    }
-    for (std::thread& t : threads) {
-      t.join();
     }
     return peak;
   }
@@ -184,13 +179,12 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
     t.millis.clear(); // latencies and conflicts are reported for the second phase
     t.conflicts = 0;
   }
-  const auto descriptors = [&] {
+  const auto idle = [&] { // the application's descriptors and resident KiB after a pause
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
     const fs::directory_iterator fds("/proc/" + std::to_string(pid) + "/fd");
-    return static_cast<int>(std::distance(fds, fs::directory_iterator()));
+    return std::pair{int(std::distance(fds, fs::directory_iterator())), residentKiB(pid)};
   };
-  std::this_thread::sleep_for(std::chrono::milliseconds(500));
-  const int fdsBefore = descriptors();
-  const long rssBefore = residentKiB(pid);
+  const auto [fdsBefore, rssBefore] = idle();
   std::vector<long> mcpBefore;
   for (const auto& c : clients) {
     mcpBefore.push_back(residentKiB(c->process.pid()));
@@ -198,24 +192,20 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
   const Clock::time_point start = Clock::now();
   const long peakAfter = phase(clients, seconds, tallies, pid);
   const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
-  std::this_thread::sleep_for(std::chrono::milliseconds(500));
-  const int fdsAfter = descriptors();
-  const long rssAfter = residentKiB(pid);
+  const auto [fdsAfter, rssAfter] = idle();
 
   // Nothing failed but version conflicts.
-  std::map<std::string, std::vector<double>> millis;
-  int conflicts = 0, exports = 0;
+  Tally all; // every client's tally together
   std::size_t calls = 0;
-  std::map<std::string, std::pair<std::int64_t, std::int64_t>> owned;
   for (const Tally& t : tallies) {
     for (const std::string& f : t.failures) {
       ADD_FAILURE() << f;
     }
-    exports += t.exports;
-    conflicts += t.conflicts;
-    owned.insert(t.owned.begin(), t.owned.end());
+    all.exports += t.exports;
+    all.conflicts += t.conflicts;
+    all.owned.insert(t.owned.begin(), t.owned.end());
     for (const auto& [kind, v] : t.millis) {
-      millis[kind].insert(millis[kind].end(), v.begin(), v.end());
+      all.millis[kind].insert(all.millis[kind].end(), v.begin(), v.end());
       calls += v.size();
     }
   }
@@ -223,27 +213,23 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
   // Every acknowledged change is in the catalogue once the application has stopped.
   ::kill(pid, SIGTERM);
   EXPECT_EQ(app.waitExit(std::chrono::seconds(30)), 0) << log();
-  const auto rows = readRows(home() + "/.velko/headless/catalog.sqlite",
-                             "SELECT id, rating, flag, stack_version FROM photos");
+  const auto rows = readRows(catalogue(), "SELECT id, rating, flag, stack_version FROM photos");
   EXPECT_EQ(rows.size(), static_cast<std::size_t>(kPhotos));
   for (const auto& row : rows) {
     SCOPED_TRACE(row[0]);
-    if (owned.contains(row[0])) {
-      EXPECT_EQ(std::stoll(row[1]), owned[row[0]].first);
-      EXPECT_EQ(std::stoll(row[2]), owned[row[0]].second);
+    if (all.owned.contains(row[0])) {
+      EXPECT_EQ(std::stoll(row[1]), all.owned[row[0]].first);
+      EXPECT_EQ(std::stoll(row[2]), all.owned[row[0]].second);
     }
     EXPECT_EQ(std::stoll(row[3]), edits_.at(row[0]).load());
   }
-  std::size_t files = 0;
-  for (const auto& entry : fs::recursive_directory_iterator(root_.file("exports"))) {
-    files += entry.is_regular_file() ? 1 : 0;
-  }
-  EXPECT_EQ(files, static_cast<std::size_t>(exports));
+  EXPECT_EQ(std::count_if(fs::recursive_directory_iterator(root_.file("exports")), {},
+                          [](const fs::directory_entry& e) { return e.is_regular_file(); }),
+            all.exports);
 
   // Flat: the same idle descriptors, and memory that a second phase as long as the first did
   // not grow by more than an eighth (allocator arenas and the image cache settle in the first).
-  EXPECT_LE(fdsAfter, fdsBefore + 1)
-      << fdsBefore << " descriptors before, " << fdsAfter << " after";
+  EXPECT_LE(fdsAfter, fdsBefore + 1) << fdsBefore << " descriptors, then " << fdsAfter;
   // Under AddressSanitizer resident memory grows with the work done, by design; its leak
   // checker covers that build, and the Release build checks memory.
   if (!velko::testing::kUnderAddressSanitizer) {
@@ -260,9 +246,9 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
   std::printf(
       "[ load     ] %d clients, %.1f s: %zu calls, %.0f calls/s, %d version conflicts, "
       "%d exports; velko-headless idle %ld → %ld KiB (peak %ld → %ld), %d → %d descriptors\n",
-      kClients, elapsed, calls, static_cast<double>(calls) / elapsed, conflicts, exports, rssBefore,
-      rssAfter, peakBefore, peakAfter, fdsBefore, fdsAfter);
-  for (const auto& [kind, v] : millis) {
+      kClients, elapsed, calls, static_cast<double>(calls) / elapsed, all.conflicts, all.exports,
+      rssBefore, rssAfter, peakBefore, peakAfter, fdsBefore, fdsAfter);
+  for (const auto& [kind, v] : all.millis) {
     std::printf(
         "[ load     ] %-8s %6zu calls  p50 %7.1f ms  p90 %7.1f ms  p99 %7.1f ms  max %7.1f ms\n",
         kind.c_str(), v.size(), percentile(v, 0.5), percentile(v, 0.9), percentile(v, 0.99),

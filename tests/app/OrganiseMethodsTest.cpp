@@ -1,8 +1,6 @@
 #include "app/AppFixture.h"
 #include "app/Gazetteer.h"
 
-#include <cmath>
-
 namespace velko::app::testing {
 namespace {
 
@@ -84,13 +82,11 @@ TEST_F(OrganiseMethods, AnnotationsAreTidiedFoundByTextAndNoLongerPending) {
 }
 
 TEST_F(OrganiseMethods, GeotagNeedsTheFlagThenTakesOneForm) {
-  writePhoto(libraryFile("a.jpg"), {});
-  open();
-  const std::string a = ids().at(0);
+  const std::string a = openOne("a.jpg");
   CallError refused =
       callError("photo.geotag", json::Object{{"ids", json::Array{a}}, {"clear", true}});
   EXPECT_EQ(refused.code, -32603);
-  EXPECT_NE(std::string(refused.what()).find("--allow-saving"), std::string::npos);
+  EXPECT_THAT(refused.what(), HasSubstr("--allow-saving"));
 
   options_.allowSaving = true;
   open(false);

@@ -3,8 +3,6 @@
 #include "app/AppFixture.h"
 #include "app/Methods.h"
 #include "app/Options.h"
-#include "json/Value.h"
-#include "json/Writer.h"
 
 namespace velko::app::testing {
 namespace {
@@ -13,10 +11,8 @@ class RequestPath : public AppFixture {};
 
 // Every refusal of the request path and the methods: its code, and the words naming the problem.
 TEST_F(RequestPath, RefusalsNameTheProblem) {
-  writePhoto(libraryFile("a.jpg"), {});
   options_.allowSaving = true;
-  open();
-  const std::string still = ids().at(0);
+  const std::string still = openOne("a.jpg");
   const json::Value keyword = call("keyword.create", json::Object{{"name", "k"}}).at("id");
   const json::Value album = call("album.create", json::Object{{"name", "Trip"}}).at("id");
 
@@ -66,20 +62,14 @@ TEST_F(RequestPath, RefusalsNameTheProblem) {
     const json::Value reply = json::parse(answer(app(), c.frame));
     ASSERT_TRUE(reply.as_object().contains("error")) << json::toCompact(reply);
     EXPECT_EQ(reply.at("error").at("code").as_int64(), c.code);
-    EXPECT_NE(std::string(reply.at("error").at("message").as_string()).find(c.says),
-              std::string::npos)
-        << reply.at("error").at("message");
+    EXPECT_THAT(std::string(reply.at("error").at("message").as_string()), HasSubstr(c.says));
   }
 }
 
 TEST_F(RequestPath, ACatalogueInUseIsNotOpenedTwice) {
   open(false);
-  try {
-    Catalog second(options_.catalog);
-    ADD_FAILURE() << "the catalogue opened twice";
-  } catch (const StoreError& e) {
-    EXPECT_NE(std::string(e.what()).find("in use by another velko-headless"), std::string::npos);
-  }
+  EXPECT_THAT([&] { Catalog second(options_.catalog); },
+              ::testing::ThrowsMessage<StoreError>(HasSubstr("in use by another velko-headless")));
 }
 
 TEST_F(RequestPath, EveryMethodHasAHandler) {
@@ -105,7 +95,7 @@ TEST(CommandLine, ParsesAndRefuses) {
     const CommandLine cmd = parseCommandLine(c.args, "/home/u");
     SCOPED_TRACE(c.args.empty() ? "(none)" : c.args.back());
     EXPECT_EQ(cmd.exitStatus, c.status);
-    EXPECT_NE(cmd.text.find(c.says), std::string::npos) << cmd.text;
+    EXPECT_THAT(cmd.text, HasSubstr(c.says));
     EXPECT_EQ(cmd.run.has_value(), std::string_view(c.says).empty());
   }
   const Options o = *parseCommandLine({"--library", "~/Pictures", "--luts", "/l"}, "/home/u").run;
