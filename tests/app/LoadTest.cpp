@@ -228,14 +228,16 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
             all.exports);
 
   // Flat: the same idle descriptors, and memory that a second phase as long as the first did
-  // not grow by more than an eighth (allocator arenas and the image cache settle in the first).
+  // not grow by more than a quarter (allocator arenas and the image cache settle in the first).
   EXPECT_LE(fdsAfter, fdsBefore + 1) << fdsBefore << " descriptors, then " << fdsAfter;
   // Under AddressSanitizer resident memory grows with the work done, by design; its leak
   // checker covers that build, and the Release build checks memory.
   if (!velko::testing::kUnderAddressSanitizer) {
     // The application's high-water mark: where the allocator settles depends on how the first
-    // phase's requests happened to overlap, so the peaks of the two phases are compared.
-    EXPECT_LE(peakAfter, peakBefore + peakBefore / 8)
+    // phase's requests happened to overlap, so the peaks of the two phases are compared. On a
+    // loaded machine the first phase overlaps fewer renders and its peak moved by up to 14 %; a
+    // leak of 100 KiB a request would still add some 60 MiB over a phase and fail.
+    EXPECT_LE(peakAfter, peakBefore + peakBefore / 4)
         << peakBefore << " KiB at most in the first phase, " << peakAfter << " in the second";
     for (std::size_t i = 0; i < clients.size(); ++i) {
       EXPECT_LE(residentKiB(clients[i]->process.pid()), mcpBefore[i] + mcpBefore[i] / 8 + 512)
