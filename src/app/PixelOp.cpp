@@ -43,6 +43,20 @@ void release(VipsImage* /*image*/, void* program) {
   delete static_cast<Program*>(program);
 }
 
+/// `out`, set up as a pipeline, made to compute its pixels with `program`; the program (and its
+/// references to the inputs) lives as long as the image.
+vips::VImage generated(VipsImage* out, std::unique_ptr<Program> program) {
+  Program* owned = program.release();
+  g_signal_connect(out, "close", G_CALLBACK(release), owned);
+  const bool inputs = owned->inputs.size() > 1;
+  if (vips_image_generate(out, inputs ? vips_start_many : nullptr, generate,
+                          inputs ? vips_stop_many : nullptr, owned->inputs.data(), owned) != 0) {
+    g_object_unref(out);
+    throw vips::VError();
+  }
+  return vips::VImage(out);
+}
+
 } // namespace
 
 vips::VImage pixelOp(const std::vector<vips::VImage>& inputs, int bands,
@@ -78,14 +92,7 @@ vips::VImage pixelOp(const std::vector<vips::VImage>& inputs, int bands,
   out->Bands = bands;
   out->BandFmt = VIPS_FORMAT_FLOAT;
   out->Type = interpretation;
-  Program* owned = program.release();
-  // The program (and its references to the inputs) lives as long as the image.
-  g_signal_connect(out, "close", G_CALLBACK(release), owned);
-  if (vips_image_generate(out, vips_start_many, generate, vips_stop_many, array, owned) != 0) {
-    g_object_unref(out);
-    throw vips::VError();
-  }
-  return vips::VImage(out);
+  return generated(out, std::move(program));
 }
 
 vips::VImage pixelOp(int width, int height, int bands, VipsInterpretation interpretation,
@@ -100,13 +107,7 @@ vips::VImage pixelOp(int width, int height, int bands, VipsInterpretation interp
     g_object_unref(out);
     throw vips::VError();
   }
-  Program* owned = program.release();
-  g_signal_connect(out, "close", G_CALLBACK(release), owned);
-  if (vips_image_generate(out, nullptr, generate, nullptr, nullptr, owned) != 0) {
-    g_object_unref(out);
-    throw vips::VError();
-  }
-  return vips::VImage(out);
+  return generated(out, std::move(program));
 }
 
 } // namespace velko::app

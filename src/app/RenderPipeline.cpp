@@ -844,36 +844,36 @@ VImage applyLightness(const VImage& rgb, std::shared_ptr<const PixelStages> fron
   std::vector<VImage> inputs{l, ab.cast(VIPS_FORMAT_FLOAT)};
   struct Detail {
     float amount;
-    int input = -1;                   ///< a narrow blur's input, or
-    std::shared_ptr<WideBlur> wide;   ///< a wide blur
-    float threshold = 0;              ///< edge masking (sharpening only): full from here up
+    int input = -1;                 ///< a narrow blur's input, or
+    std::shared_ptr<WideBlur> wide; ///< a wide blur
+    int edges = -1;                 ///< edge masking (sharpening only): the deviation's input,
+    float threshold = 0;            ///< and the deviation from which the detail is full
   };
   std::vector<Detail> details;
   constexpr double kNarrow = 6; ///< widest sigma blurred at full size
-  std::optional<std::pair<VImage, double>> reduced; // the lightness box-averaged, and by how much
-  const auto add = [&](double sigma, double amount, float threshold = 0,
+  // One shared box average for every wide blur: the smallest of them is still several reduced
+  // pixels wide.
+  constexpr int kBox = 3;
+  std::optional<VImage> reduced;
+  const auto add = [&](double sigma, double amount, int edges = -1, float threshold = 0,
                        double minAmplitude = 0.2) {
     if (amount == 0) {
       return;
     }
     Detail d{static_cast<float>(std::max(amount, -1.0))};
+    d.edges = edges;
     d.threshold = threshold;
     if (sigma <= kNarrow) {
       d.input = static_cast<int>(inputs.size());
       inputs.push_back(blur(l, sigma, minAmplitude));
     } else {
       if (!reduced) {
-        // One shared box average for every wide blur: the smallest of them is still several
-        // reduced pixels wide.
-        const int factor = std::max(1, static_cast<int>(kNarrow / 2));
-        reduced.emplace(l.shrink(factor, factor).cast(VIPS_FORMAT_FLOAT).copy_memory(), factor);
+        reduced = l.shrink(kBox, kBox).copy_memory();
       }
-      d.wide = std::make_shared<WideBlur>(reduced->first, reduced->second, l.width(), l.height(),
-                                          sigma);
+      d.wide = std::make_shared<WideBlur>(*reduced, kBox, l.width(), l.height(), sigma);
     }
     details.push_back(std::move(d));
   };
-  int edgeInput = -1;
   // The sharpening mask's kernel runs out to 1 % of its peak: libvips' default cut, 20 %, leaves
   // a lone centre tap below a sigma of 0.56 px, and the narrower half of the radius range would
   // then sharpen nothing.
@@ -881,12 +881,12 @@ VImage applyLightness(const VImage& rgb, std::shared_ptr<const PixelStages> fron
   if (s.sharpenAmount != 0 && s.sharpenDetail > 0) {
     // Edge masking: no sharpening where the local deviation is under half the threshold, full
     // sharpening from the threshold up, so flat areas and their noise are left alone.
-    edgeInput = static_cast<int>(inputs.size());
     inputs.push_back(edges());
     add(0.8 * std::exp2(s.sharpenRadius), 1.5 * s.sharpenAmount,
-        static_cast<float>(16 * s.sharpenDetail), kSharpenKernel);
+        static_cast<int>(inputs.size()) - 1, static_cast<float>(16 * s.sharpenDetail),
+        kSharpenKernel);
   } else {
-    add(0.8 * std::exp2(s.sharpenRadius), 1.5 * s.sharpenAmount, 0, kSharpenKernel);
+    add(0.8 * std::exp2(s.sharpenRadius), 1.5 * s.sharpenAmount, -1, 0, kSharpenKernel);
   }
   add(std::max(1.0, longEdge * 0.004), 0.8 * s.texture);
   add(std::max(2.0, longEdge * 0.015), 0.6 * s.clarity);
@@ -897,8 +897,8 @@ VImage applyLightness(const VImage& rgb, std::shared_ptr<const PixelStages> fron
   const auto veil = static_cast<float>(0.2 * s.dehaze);
 
   return pixelOp(inputs, 3, VIPS_INTERPRETATION_LAB,
-                 [details = std::move(details), edgeInput, veil](const float* const* in, float* out,
-                                                                 int x, int y, int n) {
+                 [details = std::move(details), veil](const float* const* in, float* out, int x,
+                                                      int y, int n) {
                    const float* l = in[0];
                    std::vector<float> acc(l, l + n);
                    std::vector<float> wide;
@@ -913,10 +913,9 @@ VImage applyLightness(const VImage& rgb, std::shared_ptr<const PixelStages> fron
                      }
                      for (int i = 0; i < n; ++i) {
                        float amount = d.amount;
-                       if (d.threshold > 0) {
-                         const float t = std::clamp(
-                             (in[edgeInput][i] - d.threshold / 2) / (d.threshold / 2), 0.0F, 1.0F);
-                         amount *= t * t * (3 - 2 * t);
+                       if (d.edges >= 0) {
+                         amount *= static_cast<float>(
+                             smoothstep(d.threshold / 2, d.threshold, in[d.edges][i]));
                        }
                        acc[i] += (l[i] - blurred[i]) * amount;
                      }
