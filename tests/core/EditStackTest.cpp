@@ -2,10 +2,10 @@
 
 #include "json/OneKey.h"
 #include "json/Writer.h"
-#include "support/Thrown.h"
 
 #include <algorithm>
 #include <cmath>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -107,14 +107,18 @@ TEST(EditStackJson, EveryPayloadAndShapeMatchesItsLiteral) {
 }
 
 TEST(AdjustmentPayload, RejectsObjectsWithoutExactlyOneKnownKey) {
-  auto message = [](const char* text) {
-    return testing::thrownMessage<json::DecodeError>(
-        [&] { json::decodeAs<AdjustmentPayload>(json::parse(text), json::Path("payload")); });
+  auto decoding = [](const char* text) {
+    return [text] {
+      json::decodeAs<AdjustmentPayload>(json::parse(text), json::Path("payload"));
+    };
   };
-  EXPECT_EQ(message("{}"), "payload: Invalid number of keys found, expected one.");
-  EXPECT_EQ(message(R"({"number":{"_0":1}})"), "payload: unknown case \"number\"");
-  EXPECT_EQ(message(R"({"rect":{"_0":[1,2,3,4]}})"),
-            "payload.rect._0: expected [[x, y], [width, height]]");
+  const auto failsWith = [](const char* message) {
+    return ::testing::ThrowsMessage<json::DecodeError>(message);
+  };
+  EXPECT_THAT(decoding("{}"), failsWith("payload: Invalid number of keys found, expected one."));
+  EXPECT_THAT(decoding(R"({"number":{"_0":1}})"), failsWith("payload: unknown case \"number\""));
+  EXPECT_THAT(decoding(R"({"rect":{"_0":[1,2,3,4]}})"),
+              failsWith("payload.rect._0: expected [[x, y], [width, height]]"));
 }
 
 // The known cases are written as one key (the golden stack holds the user and the assistant);

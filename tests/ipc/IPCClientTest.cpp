@@ -12,7 +12,6 @@
 #include "support/Sanitizer.h"
 #include "support/ServerProcess.h"
 #include "support/TestPeer.h"
-#include "support/Thrown.h"
 
 #include <chrono>
 #include <cstddef>
@@ -36,8 +35,12 @@ using testing::TestPeer;
 constexpr const char* kPingResult = R"({"appVersion":"2.1","buildStamp":"b7","protocolVersion":1,)"
                                     R"("libraryAuthorized":true,"photoCount":12})";
 
-std::optional<ClientError::Kind> clientErrorKindOf(const std::function<void()>& f) {
-  return testing::thrown<ClientError>(f, &ClientError::kind);
+/// Matches a call that throws a ClientError of `kind` whose message matches `message`.
+auto throwsClientError(ClientError::Kind kind,
+                       ::testing::Matcher<const char*> message = ::testing::_) {
+  return ::testing::Throws<ClientError>(
+      ::testing::AllOf(::testing::Property(&ClientError::kind, kind),
+                       ::testing::Property(&ClientError::what, message)));
 }
 
 // The server's binary test sends requests through the client and reads their results, the
@@ -81,9 +84,8 @@ TEST(IPCClient, FailuresToConnectSayWhy) {
     const std::string path = c.arrange(home);
     IPCClient client(path, IPCEndpoint::legacySocketPath(home.path()));
     const auto ping = [&] { client.call(IPCMethod::Ping, std::nullopt); };
-    EXPECT_EQ(clientErrorKindOf(ping), c.kind);
     const std::string named = c.kind == ConnectionFailed ? "errno 22" : path;
-    EXPECT_THAT(testing::thrownMessage<ClientError>(ping), ::testing::HasSubstr(named));
+    EXPECT_THAT(ping, throwsClientError(c.kind, ::testing::HasSubstr(named)));
   }
 }
 
@@ -99,9 +101,9 @@ TEST(HostileApplication, ReplyOfExactlyTheLimitIsAcceptedAndOneBytePastItIsAFram
   const json::Value result = client.call(IPCMethod::PreviewRender, std::nullopt);
   ASSERT_TRUE(result.is_string());
   EXPECT_EQ(result.get_string().size(), fill);
-  EXPECT_EQ(testing::thrown<protocol::FrameError>(
-                [&] { client.call(IPCMethod::Ping, std::nullopt); }),
-            protocol::FrameError::frameTooLarge(protocol::kMaxFrameBytes + 1));
+  EXPECT_THAT([&] { client.call(IPCMethod::Ping, std::nullopt); },
+              ::testing::Throws<protocol::FrameError>(::testing::Eq(
+                  protocol::FrameError::frameTooLarge(protocol::kMaxFrameBytes + 1))));
 }
 
 // fuzz_rpc_response decodes any bytes; these go through the socket, to the untyped call (which
@@ -154,13 +156,13 @@ TEST(HostileApplication, PeerThatGoesAwayEndsAsConnectionClosed) {
   peer.push(PeerStep::closeUnread());
   IPCClient client(peer.socketPath());
   for (int i = 0; i < 3; ++i) {
-    EXPECT_EQ(clientErrorKindOf([&] { client.call(IPCMethod::Ping, std::nullopt); }),
-              ClientError::Kind::ConnectionClosed);
+    EXPECT_THAT([&] { client.call(IPCMethod::Ping, std::nullopt); },
+                throwsClientError(ClientError::Kind::ConnectionClosed));
   }
   // Far more than a socket buffer holds, so the write meets the closed connection: no SIGPIPE.
   json::Value params = json::Object{{"paths", std::string(4u << 20, 'p')}};
-  EXPECT_EQ(clientErrorKindOf([&] { client.call(IPCMethod::ImportAssets, params); }),
-            ClientError::Kind::ConnectionClosed);
+  EXPECT_THAT([&] { client.call(IPCMethod::ImportAssets, params); },
+              throwsClientError(ClientError::Kind::ConnectionClosed));
 }
 
 TEST(HostileApplication, ReplyThatNeverEndsBlocksUntilThePeerGoesAway) {
@@ -174,9 +176,8 @@ TEST(HostileApplication, ReplyThatNeverEndsBlocksUntilThePeerGoesAway) {
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     peer.stop();
   });
-  EXPECT_EQ(
-      clientErrorKindOf([&] { IPCClient(peer.socketPath()).call(IPCMethod::List, std::nullopt); }),
-      ClientError::Kind::ConnectionClosed);
+  EXPECT_THAT([&] { IPCClient(peer.socketPath()).call(IPCMethod::List, std::nullopt); },
+              throwsClientError(ClientError::Kind::ConnectionClosed));
   stopper.join();
 }
 

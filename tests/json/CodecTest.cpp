@@ -2,7 +2,6 @@
 
 #include "json/Date.h"
 #include "json/Writer.h"
-#include "support/Thrown.h"
 
 #include <cmath>
 #include <gmock/gmock.h>
@@ -84,7 +83,7 @@ TEST(RecordCodec, ErrorsNameTheKeyPath) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     const auto decode = [&] { decodeAs<Outer>(parse(c.json), Path("args")); };
-    EXPECT_EQ(testing::thrownMessage<DecodeError>(decode), c.message);
+    EXPECT_THAT(decode, ::testing::ThrowsMessage<DecodeError>(c.message));
   }
 }
 
@@ -135,10 +134,10 @@ TEST(Date, ParsesInternetDateTimesAndFormatsUtc) {
   EXPECT_EQ(formatDate(d), "1969-12-31T23:59:59Z");
   EXPECT_EQ(parseDate(formatDate(d)), d);
   // The decoder's error quotes the text.
-  EXPECT_THAT(testing::thrownMessage<DecodeError>(
-                  [] { decodeAs<Date>(parse(R"("2024-05-01T08:30:00.5Z")"), Path("createdAt")); }),
-              ::testing::AllOf(::testing::StartsWith("createdAt: expected an ISO 8601"),
-                               ::testing::HasSubstr("\"2024-05-01T08:30:00.5Z\"")));
+  EXPECT_THAT([] { decodeAs<Date>(parse(R"("2024-05-01T08:30:00.5Z")"), Path("createdAt")); },
+              ::testing::ThrowsMessage<DecodeError>(
+                  ::testing::AllOf(::testing::StartsWith("createdAt: expected an ISO 8601"),
+                                   ::testing::HasSubstr("\"2024-05-01T08:30:00.5Z\""))));
 }
 
 } // namespace

@@ -1,12 +1,14 @@
 #include "protocol/FrameCodec.h"
-#include "support/Thrown.h"
-
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace velko::protocol {
 namespace {
 
-using testing::thrown;
+/// Matches a call that throws exactly `error`.
+auto throwsError(const FrameError& error) {
+  return ::testing::Throws<FrameError>(::testing::Eq(error));
+}
 
 TEST(FrameCodec, EncodeAppendsOneNewlineWithinTheLimit) {
   EXPECT_EQ(encodeFrame("{\"a\":1}\r"), "{\"a\":1}\r\n");
@@ -15,14 +17,14 @@ TEST(FrameCodec, EncodeAppendsOneNewlineWithinTheLimit) {
 
   std::string overLimit(kMaxFrameBytes + 1, 'a');
   const auto encodeOverLimit = [&] { encodeFrame(overLimit); };
-  EXPECT_EQ(thrown<FrameError>(encodeOverLimit), FrameError::frameTooLarge(8388609));
-  EXPECT_EQ(testing::thrownMessage<FrameError>(encodeOverLimit),
-            "frame too large: 8388609 bytes (limit 8388608)");
+  EXPECT_THAT(encodeOverLimit, throwsError(FrameError::frameTooLarge(8388609)));
+  EXPECT_THAT(encodeOverLimit, ::testing::ThrowsMessage<FrameError>(
+                                   "frame too large: 8388609 bytes (limit 8388608)"));
 
-  EXPECT_EQ(thrown<FrameError>([] { encodeFrame("a\nb"); }), FrameError::interiorNewline());
+  EXPECT_THAT([] { encodeFrame("a\nb"); }, throwsError(FrameError::interiorNewline()));
   // The newline test runs first, over the whole payload.
   overLimit.back() = '\n';
-  EXPECT_EQ(thrown<FrameError>(encodeOverLimit), FrameError::interiorNewline());
+  EXPECT_THAT(encodeOverLimit, throwsError(FrameError::interiorNewline()));
 }
 
 // fuzz_line_scanner checks the splitting for any chunking, and the client's hostile-application
@@ -38,8 +40,8 @@ TEST(FrameCodec, ScannerLimitsOnlyTheUnterminatedRemainder) {
   // A completed line in the chunk that overflows is consumed with the error; the remainder stays.
   LineScanner dropping;
   const std::string overflowing = "done\n" + std::string(kMaxFrameBytes + 10, 'r');
-  EXPECT_EQ(thrown<FrameError>([&] { dropping.append(overflowing); }),
-            FrameError::frameTooLarge(kMaxFrameBytes + 10));
+  EXPECT_THAT([&] { dropping.append(overflowing); },
+              throwsError(FrameError::frameTooLarge(kMaxFrameBytes + 10)));
   EXPECT_EQ(dropping.bufferedBytes(), static_cast<std::size_t>(kMaxFrameBytes + 10));
   EXPECT_EQ(dropping.scannedBytes(), dropping.bufferedBytes());
 }

@@ -8,8 +8,8 @@
 #include "protocol/EditingRecords.h"
 #include "protocol/IPCEndpoint.h"
 #include "protocol/LibraryRecords.h"
-#include "support/Thrown.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace velko::protocol {
@@ -18,7 +18,7 @@ namespace {
 using namespace std::chrono_literals;
 using std::chrono::May;
 using std::chrono::sys_days;
-using testing::thrownMessage;
+using ::testing::ThrowsMessage;
 
 // Decodes `text` into T and compares with `expected`, then encodes `expected` and compares with
 // `text` character for character, so a mistyped key or a wrong key order shows up.
@@ -84,9 +84,9 @@ TEST(Records, DecodeChecksTypesAndPresenceOnly) {
   const json::Value noColorLabel = json::parse(
       R"({"editorOpen":true,"selectionIDs":[],"focusMetadata":{"rating":1,"flag":0,)"
       R"("hasEditStack":false}})");
-  EXPECT_EQ(thrownMessage<json::DecodeError>(
-                [&] { json::decodeAs<ContextResult>(noColorLabel, json::Path("result")); }),
-            "result.focusMetadata.colorLabel: missing required key");
+  EXPECT_THAT([&] { json::decodeAs<ContextResult>(noColorLabel, json::Path("result")); },
+              ThrowsMessage<json::DecodeError>(
+                  "result.focusMetadata.colorLabel: missing required key"));
 }
 
 TEST(IPCEndpoint, HomePrefersThePasswordEntry) {
@@ -110,10 +110,9 @@ TEST(Records, AssistantAnnotationErrorsNameTheKeyPath) {
   const json::Path root("arguments");
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
-    EXPECT_EQ(thrownMessage<json::DecodeError>([&] {
-                core::decodeAssistantAnnotation(json::parse(c.json), root.key("annotation"));
-              }),
-              c.message);
+    EXPECT_THAT(
+        [&] { core::decodeAssistantAnnotation(json::parse(c.json), root.key("annotation")); },
+        ThrowsMessage<json::DecodeError>(c.message));
   }
 }
 

@@ -3,7 +3,6 @@
 #include "json/Errors.h"
 #include "json/Writer.h"
 #include "protocol/LibraryRecords.h"
-#include "support/Thrown.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -42,9 +41,9 @@ TEST(Rpc, IdsDecodeIntegerFirstThenString) {
   EXPECT_EQ(json::decodeAs<RPCID>(json::parse(R"("7")")), RPCID(std::string("7")));
   EXPECT_EQ(json::decodeAs<RPCID>(json::parse(R"("abc")")), RPCID(std::string("abc")));
   // The string attempt's error is the one reported.
-  EXPECT_THAT(testing::thrownMessage<json::DecodeError>(
-                  [] { json::decodeAs<RPCID>(json::parse("1.0"), json::Path("id")); }),
-              ::testing::HasSubstr("id: expected a string"));
+  EXPECT_THAT([] { json::decodeAs<RPCID>(json::parse("1.0"), json::Path("id")); },
+              ::testing::ThrowsMessage<json::DecodeError>(
+                  ::testing::HasSubstr("id: expected a string")));
 }
 
 TEST(Rpc, ApplicationHalfReadsParamsAndWritesReplies) {
