@@ -2,7 +2,7 @@
 
 #include "app/ColorProfiles.h"
 #include "app/Looks.h"
-
+#include "app/PixelOp.h"
 #include "app/RenderGeometry.h"
 #include "app/RenderPipeline.h"
 
@@ -57,7 +57,7 @@ void initImaging() {
 }
 
 VImage renderStack(const std::string& path, const core::EditStack& stack,
-                   std::optional<int> longEdge, const std::string& looksFolder) {
+                   std::optional<int> longEdge, const std::string& looksFolder, Encoding encoding) {
   try {
     const GeometrySettings geometry(stack);
     auto [w, h] = uprightSize(path);
@@ -84,10 +84,9 @@ VImage renderStack(const std::string& path, const core::EditStack& stack,
       image = image.colourspace(VIPS_INTERPRETATION_sRGB); // CMYK, Lab and the like
     }
     image = applyGeometry(image, geometry, warp, plan);
-    if (readsNeighbours(stack)) {
-      // The decoder streams from the top; blurs read back and ahead, so they need the sized
-      // image in memory.
-      image = image.copy_memory();
+    if (rereadsInput(image, stack)) {
+      // The decoder streams from the top and cannot be read back.
+      image = inMemory(image);
     }
     Look look;
     const std::string lookKey = stack.string(core::AdjustmentKind::Lut).value_or("");
@@ -103,7 +102,7 @@ VImage renderStack(const std::string& path, const core::EditStack& stack,
         return applyCube(srgb, cube, intensity);
       };
     }
-    image = applyAdjustments(image, stack, look);
+    image = applyAdjustments(image, stack, look, encoding);
     if (frame.any()) {
       image = applyFrame(image, plan, frame.color);
     }

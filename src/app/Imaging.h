@@ -2,6 +2,7 @@
 // and the encoders of previews, renditions and exports.
 #pragma once
 
+#include "app/RenderPipeline.h"
 #include "core/EditStack.h"
 
 #include <cstdint>
@@ -26,8 +27,11 @@ void initImaging();
 /// std::runtime_error naming the file when it cannot be decoded.
 /// The stack's look (kind lut, a look id or name) comes from `looksFolder` and is applied
 /// last, blended by lutIntensity; a look that is not there fails the render, naming it.
+/// `encoding` says what the result is bound for: Srgb8 (an 8-bit file, the default) lets the
+/// last pass encode it; LinearFloat keeps the precision a 16-bit file needs.
 vips::VImage renderStack(const std::string& path, const core::EditStack& stack,
-                         std::optional<int> longEdge, const std::string& looksFolder);
+                         std::optional<int> longEdge, const std::string& looksFolder,
+                         Encoding encoding = Encoding::Srgb8);
 
 /// An encoded image and its size in pixels.
 struct EncodedImage {

@@ -320,8 +320,10 @@ ExportRenderResult exportRender(App& app, const ExportRenderParams& p) {
     stem = "export";
   }
 
-  const vips::VImage image =
-      renderStack(file.path, stack, p.longEdge ? std::optional<int>(static_cast<int>(*p.longEdge)) : std::nullopt, file.looks);
+  const vips::VImage image = renderStack(
+      file.path, stack,
+      p.longEdge ? std::optional<int>(static_cast<int>(*p.longEdge)) : std::nullopt, file.looks,
+      format.format == FileFormat::Tiff16 ? Encoding::LinearFloat : Encoding::Srgb8);
   SaveSettings settings{format.format,
                         std::clamp(static_cast<int>(std::lround(quality * 100)), 1, 100)};
   if (colorSpace == "displayP3") {

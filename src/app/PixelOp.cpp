@@ -1,7 +1,9 @@
 #include "app/PixelOp.h"
 
+#include <cstdint>
 #include <memory>
 #include <stdexcept>
+#include <sys/mman.h>
 
 namespace velko::app {
 namespace {
@@ -60,16 +62,22 @@ vips::VImage generated(VipsImage* out, std::unique_ptr<Program> program) {
 } // namespace
 
 vips::VImage pixelOp(const std::vector<vips::VImage>& inputs, int bands,
-                     VipsInterpretation interpretation, PixelRow row) {
+                     VipsInterpretation interpretation, PixelRow row, VipsBandFormat format) {
   if (inputs.empty()) {
     throw std::invalid_argument("pixelOp needs an input");
+  }
+  if (format != VIPS_FORMAT_FLOAT && format != VIPS_FORMAT_UCHAR) {
+    throw std::invalid_argument("pixelOp writes float or 8-bit images");
   }
   auto program = std::make_unique<Program>();
   program->row = std::move(row);
   for (const vips::VImage& in : inputs) {
-    if (in.format() != VIPS_FORMAT_FLOAT || in.width() != inputs[0].width() ||
-        in.height() != inputs[0].height()) {
-      throw std::invalid_argument("pixelOp inputs must be float images of one size");
+    const VipsBandFormat format = in.format();
+    if ((format != VIPS_FORMAT_FLOAT && format != VIPS_FORMAT_UCHAR &&
+         format != VIPS_FORMAT_SHORT) ||
+        in.width() != inputs[0].width() || in.height() != inputs[0].height()) {
+      throw std::invalid_argument(
+          "pixelOp inputs must be float, 8-bit or 16-bit images of one size");
     }
     VipsImage* image = in.get_image();
     g_object_ref(image);
@@ -90,7 +98,7 @@ vips::VImage pixelOp(const std::vector<vips::VImage>& inputs, int bands,
     throw vips::VError();
   }
   out->Bands = bands;
-  out->BandFmt = VIPS_FORMAT_FLOAT;
+  out->BandFmt = format;
   out->Type = interpretation;
   return generated(out, std::move(program));
 }
@@ -108,6 +116,36 @@ vips::VImage pixelOp(int width, int height, int bands, VipsInterpretation interp
     throw vips::VError();
   }
   return generated(out, std::move(program));
+}
+
+vips::VImage memoryImage(int width, int height, int bands, VipsBandFormat format,
+                         VipsInterpretation interpretation) {
+  VipsImage* raw = vips_image_new_memory();
+  vips_image_init_fields(raw, width, height, bands, format, VIPS_CODING_NONE, interpretation, 1.0,
+                         1.0);
+  const vips::VImage image(raw);
+  if (vips_image_write_prepare(raw) != 0) {
+    throw vips::VError();
+  }
+  // Only whole, aligned huge pages inside the buffer can be advised.
+  constexpr std::uintptr_t kHugePage = std::uintptr_t{2} << 20;
+  const auto start = reinterpret_cast<std::uintptr_t>(VIPS_IMAGE_ADDR(raw, 0, 0));
+  const std::uintptr_t begin = (start + kHugePage - 1) & ~(kHugePage - 1);
+  const std::uintptr_t end =
+      (start + static_cast<std::uintptr_t>(VIPS_IMAGE_SIZEOF_IMAGE(raw))) & ~(kHugePage - 1);
+  if (end > begin) {
+    ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE); // advice only
+  }
+  return image;
+}
+
+vips::VImage inMemory(const vips::VImage& image) {
+  vips::VImage out = memoryImage(image.width(), image.height(), image.bands(), image.format(),
+                                 image.interpretation());
+  if (vips_image_write(image.get_image(), out.get_image()) != 0) {
+    throw vips::VError();
+  }
+  return out;
 }
 
 } // namespace velko::app

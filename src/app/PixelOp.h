@@ -16,14 +16,27 @@ namespace velko::app {
 using PixelRow =
     std::function<void(const float* const* in, float* out, int x, int y, int width)>;
 
-/// A lazy image the size of `inputs[0]` with `bands` float bands, each row computed by `row`
-/// from the same area of every input. Inputs must be float and the same size.
+/// A lazy image the size of `inputs[0]` with `bands` bands of `format` (float, or unsigned 8-bit,
+/// whose row the program receives as the same pointer and writes as bytes), each row computed by
+/// `row` from the same area of every input. Inputs must be the same size, and float, unsigned 8-bit
+/// or signed 16-bit: an integer input's row arrives as the same pointer, and the program reads it
+/// as its own type.
 vips::VImage pixelOp(const std::vector<vips::VImage>& inputs, int bands,
-                     VipsInterpretation interpretation, PixelRow row);
+                     VipsInterpretation interpretation, PixelRow row,
+                     VipsBandFormat format = VIPS_FORMAT_FLOAT);
 
 /// A lazy image of `width` × `height` with `bands` float bands and no inputs (`in` is null):
 /// each row is drawn by `row` from its position alone.
 vips::VImage pixelOp(int width, int height, int bands, VipsInterpretation interpretation,
                      PixelRow row);
+
+/// A blank image in memory, its buffer allocated: `format` pixels of `bands` bands. Full-size
+/// buffers ask the kernel for huge pages, since faulting in a few hundred megabytes 4 KiB at a
+/// time costs more than filling them.
+vips::VImage memoryImage(int width, int height, int bands, VipsBandFormat format,
+                         VipsInterpretation interpretation);
+
+/// `image` computed into memory (libvips' copy_memory, into a memoryImage).
+vips::VImage inMemory(const vips::VImage& image);
 
 } // namespace velko::app

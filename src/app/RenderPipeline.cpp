@@ -10,8 +10,9 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
-#include <optional>
+#include <mutex>
 #include <numbers>
+#include <optional>
 #include <vector>
 
 namespace velko::app {
@@ -376,24 +377,27 @@ inline void linearToLab(const float* rgb, float* lab) {
   lab[2] = 200 * (fy - fz);
 }
 
-/// CIE Lab to linear scRGB.
+/// CIE Lab to linear scRGB (divisions by constants written as products: it runs for every
+/// pixel of an export).
 inline void labToLinear(const float* lab, float* rgb) {
   float y, fy;
   if (lab[0] < 8) {
-    y = lab[0] / 903.3F;
+    y = lab[0] * (1 / 903.3F);
     fy = 7.787F * y + 16.0F / 116;
   } else {
-    fy = (lab[0] + 16) / 116;
+    fy = (lab[0] + 16) * (1.0F / 116);
     y = fy * fy * fy;
   }
-  const float fx = lab[1] / 500 + fy;
-  const float fz = fy - lab[2] / 200;
-  const auto inverse = [](float t) { return t < 0.2069F ? (t - 16.0F / 116) / 7.787F : t * t * t; };
-  const float x = inverse(fx) * kX0, z = inverse(fz) * kZ0;
-  y *= kY0;
-  rgb[0] = (3.2406F * x - 1.5372F * y - 0.4986F * z) / kY0;
-  rgb[1] = (-0.9689F * x + 1.8758F * y + 0.0415F * z) / kY0;
-  rgb[2] = (0.0557F * x - 0.2040F * y + 1.0570F * z) / kY0;
+  const float fx = lab[1] * (1.0F / 500) + fy;
+  const float fz = fy - lab[2] * (1.0F / 200);
+  const auto inverse = [](float t) {
+    return t < 0.2069F ? (t - 16.0F / 116) * (1 / 7.787F) : t * t * t;
+  };
+  // X and Z relative to the white's Y, so that Y is already on scRGB's scale.
+  const float x = inverse(fx) * (kX0 / kY0), z = inverse(fz) * (kZ0 / kY0);
+  rgb[0] = 3.2406F * x - 1.5372F * y - 0.4986F * z;
+  rgb[1] = -0.9689F * x + 1.8758F * y + 0.0415F * z;
+  rgb[2] = 0.0557F * x - 0.2040F * y + 1.0570F * z;
 }
 
 /// A table index: `v` scaled by `steps`, rounded, and held within the table.
@@ -672,6 +676,117 @@ private:
   std::optional<PointColors> points_;
 };
 
+/// The per-pixel stages of an 8-bit sRGB picture as a table: the stages computed on a lattice of
+/// 33 levels per channel, and each pixel interpolated between the four lattice points of the
+/// tetrahedron around it (exact along the grey axis). An approximation of PixelStages::apply:
+/// within about one 8-bit level for ordinary stacks, more only where a stage bends sharply within
+/// one lattice cell (a steep tone curve, a clip). It is used for images of many more pixels than
+/// the lattice has points, where it costs a fraction of the stages themselves.
+class StageTable {
+public:
+  static constexpr int kLevels = 33;
+  /// Pixels from which an image is worth the table: the table computes the stages 35,937 times.
+  static constexpr double kWorthFrom = 16.0 * kLevels * kLevels * kLevels;
+
+  explicit StageTable(const PixelStages& stages) {
+    entries_.resize(static_cast<std::size_t>(kLevels * kLevels * kLevels) * 3);
+    std::array<float, kLevels> linear{};
+    for (int i = 0; i < kLevels; ++i) {
+      linear[static_cast<std::size_t>(i)] =
+          static_cast<float>(toLinear(static_cast<double>(i) / (kLevels - 1)));
+    }
+    float* e = entries_.data();
+    for (int r = 0; r < kLevels; ++r) {
+      for (int g = 0; g < kLevels; ++g) {
+        for (int b = 0; b < kLevels; ++b, e += 3) {
+          e[0] = linear[static_cast<std::size_t>(r)];
+          e[1] = linear[static_cast<std::size_t>(g)];
+          e[2] = linear[static_cast<std::size_t>(b)];
+          stages.apply(e, true);
+        }
+      }
+    }
+    for (int v = 0; v < 256; ++v) {
+      const float position = static_cast<float>(v) * (kLevels - 1) / 255;
+      const int cell = std::min(static_cast<int>(position), kLevels - 2);
+      cell_[static_cast<std::size_t>(v)] = cell;
+      fraction_[static_cast<std::size_t>(v)] = position - static_cast<float>(cell);
+    }
+  }
+
+  /// One pixel: 8-bit R, G, B in, three floats out.
+  void apply(const std::uint8_t* rgb, float* out) const {
+    constexpr std::size_t kB = 3, kG = kLevels * kB, kR = kLevels * kG;
+    const float fr = fraction_[rgb[0]], fg = fraction_[rgb[1]], fb = fraction_[rgb[2]];
+    const float* c = &entries_[cell_[rgb[0]] * kR + cell_[rgb[1]] * kG + cell_[rgb[2]] * kB];
+    // The tetrahedron is the one walk from the cell's black corner to its white corner that
+    // steps along the channels in the order of their fractions.
+    std::size_t first = 0, second = 0;
+    float f1 = 0, f2 = 0, f3 = 0;
+    if (fr >= fg) {
+      if (fg >= fb) {
+        first = kR, second = kR + kG, f1 = fr, f2 = fg, f3 = fb;
+      } else if (fr >= fb) {
+        first = kR, second = kR + kB, f1 = fr, f2 = fb, f3 = fg;
+      } else {
+        first = kB, second = kR + kB, f1 = fb, f2 = fr, f3 = fg;
+      }
+    } else if (fb >= fg) {
+      first = kB, second = kG + kB, f1 = fb, f2 = fg, f3 = fr;
+    } else if (fb >= fr) {
+      first = kG, second = kG + kB, f1 = fg, f2 = fb, f3 = fr;
+    } else {
+      first = kG, second = kR + kG, f1 = fg, f2 = fr, f3 = fb;
+    }
+    const float* a = c + first;
+    const float* b = c + second;
+    const float* w = c + kR + kG + kB;
+    for (std::size_t k = 0; k < 3; ++k) {
+      out[k] = c[k] + f1 * (a[k] - c[k]) + f2 * (b[k] - a[k]) + f3 * (w[k] - b[k]);
+    }
+  }
+
+private:
+  std::vector<float> entries_; ///< red-major, then green, then blue; three floats each
+  std::array<std::size_t, 256> cell_{};
+  std::array<float, 256> fraction_{};
+};
+
+/// Where the per-pixel stages meet the picture in the first pass over it: as themselves on
+/// float linear light, or as a StageTable on 8-bit sRGB. The table holds Lab, the space the
+/// stages work in, where what it interpolates is smooth; linear light is taken from it pixel by
+/// pixel (interpolated in linear light, saturated colours near black would come out dozens of
+/// levels off once encoded).
+class FirstPass {
+public:
+  FirstPass(std::shared_ptr<const PixelStages> stages, const VImage& input, bool labOut)
+      : stages_(std::move(stages)), labOut_(labOut) {
+    if (input.format() == VIPS_FORMAT_UCHAR) {
+      table_ = std::make_shared<const StageTable>(*stages_);
+    }
+  }
+
+  /// Pixel `i` of an input row into `p` (three floats).
+  void apply(const float* row, int i, float* p) const {
+    const auto at = 3 * static_cast<std::size_t>(i);
+    if (!table_) {
+      std::copy(row + at, row + at + 3, p);
+      stages_->apply(p, labOut_);
+    } else if (labOut_) {
+      table_->apply(reinterpret_cast<const std::uint8_t*>(row) + at, p);
+    } else {
+      std::array<float, 3> lab{};
+      table_->apply(reinterpret_cast<const std::uint8_t*>(row) + at, lab.data());
+      labToLinear(lab.data(), p);
+    }
+  }
+
+private:
+  std::shared_ptr<const PixelStages> stages_;
+  std::shared_ptr<const StageTable> table_;
+  bool labOut_ = false;
+};
+
 // ---- detail and presence: Lab lightness ---------------------------------------------------
 
 /// A value clamped to 0..1 without a branch.
@@ -739,8 +854,11 @@ public:
     data_ = static_cast<const float*>(small_.data());
     w_ = small_.width();
     h_ = small_.height();
-    sx_ = static_cast<float>(w_) / static_cast<float>(width);
+    const float sx = static_cast<float>(w_) / static_cast<float>(width);
     sy_ = static_cast<float>(h_) / static_cast<float>(height);
+    for (int x = 0; x < width; ++x) {
+      columns_.push_back(lattice(static_cast<float>(x), sx, w_));
+    }
   }
 
   /// The blurred value at every pixel of row `y` from `x0`, `n` pixels, into `out`.
@@ -749,7 +867,7 @@ public:
     const float* top = data_ + static_cast<std::size_t>(j0) * w_;
     const float* bottom = data_ + static_cast<std::size_t>(j1) * w_;
     for (int i = 0; i < n; ++i) {
-      const auto [i0, i1, fx] = lattice(static_cast<float>(x0 + i), sx_, w_);
+      const auto [i0, i1, fx] = columns_[static_cast<std::size_t>(x0 + i)];
       const float t = top[i0] + (top[i1] - top[i0]) * fx;
       const float b = bottom[i0] + (bottom[i1] - bottom[i0]) * fx;
       out[i] = t + (b - t) * fy;
@@ -772,7 +890,8 @@ private:
   VImage small_;
   const float* data_ = nullptr;
   int w_ = 0, h_ = 0;
-  float sx_ = 0, sy_ = 0;
+  float sy_ = 0;
+  std::vector<Cell> columns_; ///< per full-size column, the same for every row
 };
 
 /// Sharpening, texture, clarity and the local part of dehaze all add detail of one scale (the
@@ -789,36 +908,33 @@ VImage applyLightness(const VImage& rgb, std::shared_ptr<const PixelStages> fron
   // every margin would cost far more. The same pass writes a and b beside it as 16-bit fixed
   // point (steps of 1/32, up to ±1023), which keeps the whole Lab image at 8 bytes a pixel.
   constexpr float kAbScale = 32;
-  VipsImage* abRaw = vips_image_new_memory();
-  vips_image_init_fields(abRaw, width, height, 2, VIPS_FORMAT_SHORT, VIPS_CODING_NONE,
-                         VIPS_INTERPRETATION_MULTIBAND, 1, 1);
-  const VImage abFixed(abRaw);
-  if (vips_image_write_prepare(abRaw) != 0) {
-    throw vips::VError();
-  }
-  auto* abData = reinterpret_cast<std::int16_t*>(VIPS_IMAGE_ADDR(abRaw, 0, 0));
-  const VImage lightness =
+  const VImage abFixed =
+      memoryImage(width, height, 2, VIPS_FORMAT_SHORT, VIPS_INTERPRETATION_MULTIBAND);
+  auto* abData = reinterpret_cast<std::int16_t*>(VIPS_IMAGE_ADDR(abFixed.get_image(), 0, 0));
+  const VImage lightness = inMemory(
       pixelOp({rgb}, 1, VIPS_INTERPRETATION_B_W,
-              [front, abData, width](const float* const* in, float* out, int x, int y, int n) {
+              [first = FirstPass(std::move(front), rgb, true), abData,
+               width](const float* const* in, float* out, int x, int y, int n) {
                 std::int16_t* ab = abData + 2 * (static_cast<std::size_t>(y) * width + x);
                 for (int i = 0; i < n; ++i) {
-                  std::array<float, 3> p{in[0][3 * i], in[0][3 * i + 1], in[0][3 * i + 2]};
-                  front->apply(p.data(), true);
+                  std::array<float, 3> p{};
+                  first.apply(in[0], i, p.data());
                   out[i] = p[0];
                   for (std::size_t c = 0; c < 2; ++c) {
                     ab[2 * i + c] = static_cast<std::int16_t>(
                         std::lrint(std::clamp(p[c + 1] * kAbScale, -32767.0F, 32767.0F)));
                   }
                 }
-              })
-          .copy_memory();
+              }));
   // Luminance noise reduction comes first, so that everything after works on the smoothed
   // lightness; its sigma and noise level are in output pixels and Lab units.
   const VImage l =
       s.luminanceNR > 0
-          ? suppressNoise(lightness, 1 + 1.5 * s.luminanceNR, 8 * s.luminanceNR).copy_memory()
+          ? inMemory(suppressNoise(lightness, 1 + 1.5 * s.luminanceNR, 8 * s.luminanceNR))
           : lightness;
-  VImage ab = abFixed * (1 / kAbScale);
+  // a and b stay fixed point into the last pass unless a stage on the way changes them.
+  const bool abChanges = s.colorNR > 0 || s.defringe > 0;
+  VImage ab = abChanges ? abFixed * (1 / kAbScale) : abFixed;
 
   std::optional<VImage> deviation;
   const auto edges = [&] {
@@ -841,7 +957,7 @@ VImage applyLightness(const VImage& rgb, std::shared_ptr<const PixelStages> fron
   }
 
   // What the pass reads: lightness, a and b, then one input per narrow blur.
-  std::vector<VImage> inputs{l, ab.cast(VIPS_FORMAT_FLOAT)};
+  std::vector<VImage> inputs{l, abChanges ? ab.cast(VIPS_FORMAT_FLOAT) : ab};
   struct Detail {
     float amount;
     int input = -1;                 ///< a narrow blur's input, or
@@ -897,8 +1013,8 @@ VImage applyLightness(const VImage& rgb, std::shared_ptr<const PixelStages> fron
   const auto veil = static_cast<float>(0.2 * s.dehaze);
 
   return pixelOp(inputs, 3, VIPS_INTERPRETATION_LAB,
-                 [details = std::move(details), veil](const float* const* in, float* out, int x,
-                                                      int y, int n) {
+                 [details = std::move(details), veil, abChanges](const float* const* in, float* out,
+                                                                 int x, int y, int n) {
                    const float* l = in[0];
                    std::vector<float> acc(l, l + n);
                    std::vector<float> wide;
@@ -923,8 +1039,18 @@ VImage applyLightness(const VImage& rgb, std::shared_ptr<const PixelStages> fron
                    const float keep = 1 / (1 - veil);
                    for (int i = 0; i < n; ++i) {
                      out[3 * i] = (acc[i] - 100 * veil) * keep;
-                     out[3 * i + 1] = in[1][2 * i] * keep;
-                     out[3 * i + 2] = in[1][2 * i + 1] * keep;
+                   }
+                   if (abChanges) {
+                     for (int i = 0; i < 2 * n; ++i) {
+                       out[3 * (i / 2) + 1 + i % 2] = in[1][i] * keep;
+                     }
+                   } else {
+                     const auto* ab = reinterpret_cast<const std::int16_t*>(in[1]);
+                     const float scale = keep / kAbScale;
+                     for (int i = 0; i < n; ++i) {
+                       out[3 * i + 1] = static_cast<float>(ab[2 * i]) * scale;
+                       out[3 * i + 2] = static_cast<float>(ab[2 * i + 1]) * scale;
+                     }
                    }
                  });
 }
@@ -944,7 +1070,8 @@ inline std::array<float, 4> catmullRom(float t) {
 /// Seeded noise on a coarse lattice, interpolated (Catmull-Rom) to every pixel. Each lattice
 /// point holds an approximately Gaussian value of unit variance (the sum of four uniform ones,
 /// centred and scaled) drawn from a hash of its position and the seed, so any part of the
-/// image can be computed alone, on any thread, in any order, with the same result.
+/// image can be computed alone, on any thread, in any order, with the same result. Lattice rows
+/// are hashed once, by the first row of pixels that needs them, and kept as 16-bit fixed point.
 class LatticeNoise {
 public:
   /// Variance left of the lattice's unit variance once interpolated, over the image: the mean
@@ -954,43 +1081,69 @@ public:
   LatticeNoise(int width, int height, double cell, std::uint64_t seed)
       : columns_(std::max(1, static_cast<int>(width / cell))),
         rows_(std::max(1, static_cast<int>(height / cell))),
-        scaleX_(static_cast<float>(columns_) / static_cast<float>(width)),
-        scaleY_(static_cast<float>(rows_) / static_cast<float>(height)), seed_(seed) {}
+        scaleY_(static_cast<float>(rows_) / static_cast<float>(height)), seed_(seed),
+        lattice_(static_cast<std::size_t>(rows_) * stride()),
+        hashed_(std::make_unique<std::once_flag[]>(static_cast<std::size_t>(rows_))) {
+    // Every column's lattice position and weights, the same for every row.
+    const float scaleX = static_cast<float>(columns_) / static_cast<float>(width);
+    for (int x = 0; x < width; ++x) {
+      const float u = (static_cast<float>(x) + 0.5F) * scaleX - 0.5F;
+      const int i = static_cast<int>(std::floor(u));
+      left_.push_back(i - 1 + kPad);
+      weights_.push_back(catmullRom(u - static_cast<float>(i)));
+    }
+  }
 
   /// The noise along row `y`, from pixel `x0`, `n` pixels, into `out`.
   void row(int x0, int y, int n, float* out) const {
     const float v = (static_cast<float>(y) + 0.5F) * scaleY_ - 0.5F;
     const int j = static_cast<int>(std::floor(v));
     const std::array<float, 4> wy = catmullRom(v - static_cast<float>(j));
-    const auto lattice = [this](float x) { return (x + 0.5F) * scaleX_ - 0.5F; };
-    const int first = static_cast<int>(std::floor(lattice(static_cast<float>(x0)))) - 1;
-    const int last = static_cast<int>(std::floor(lattice(static_cast<float>(x0 + n - 1)))) + 2;
-    // Each lattice column the row needs, interpolated down to the row first. (A row's buffers
+    std::array<const std::int16_t*, 4> rows{};
+    for (int k = 0; k < 4; ++k) {
+      rows[static_cast<std::size_t>(k)] = latticeRow(std::clamp(j - 1 + k, 0, rows_ - 1));
+    }
+    // The lattice columns the row needs, interpolated down to the row first. (A row's buffers
     // are its own: libvips' worker threads outlive a render, so thread-local ones would too.)
+    const int first = left_[static_cast<std::size_t>(x0)];
+    const int last = left_[static_cast<std::size_t>(x0 + n - 1)] + 3;
     std::vector<float> column(static_cast<std::size_t>(last - first + 1));
     for (int i = first; i <= last; ++i) {
-      float sum = 0;
-      for (int k = 0; k < 4; ++k) {
-        sum += wy[static_cast<std::size_t>(k)] * at(i, j - 1 + k);
-      }
-      column[static_cast<std::size_t>(i - first)] = sum;
+      const auto c = static_cast<std::size_t>(i);
+      column[static_cast<std::size_t>(i - first)] =
+          (wy[0] * rows[0][c] + wy[1] * rows[1][c] + wy[2] * rows[2][c] + wy[3] * rows[3][c]) *
+          (1.0F / kFixed);
     }
     for (int x = 0; x < n; ++x) {
-      const float u = lattice(static_cast<float>(x0 + x));
-      const int i = static_cast<int>(std::floor(u));
-      const std::array<float, 4> wx = catmullRom(u - static_cast<float>(i));
-      const float* c = &column[static_cast<std::size_t>(i - 1 - first)];
-      out[x] = wx[0] * c[0] + wx[1] * c[1] + wx[2] * c[2] + wx[3] * c[3];
+      const auto at = static_cast<std::size_t>(x0 + x);
+      const std::array<float, 4>& w = weights_[at];
+      const float* c = &column[static_cast<std::size_t>(left_[at] - first)];
+      out[x] = w[0] * c[0] + w[1] * c[1] + w[2] * c[2] + w[3] * c[3];
     }
   }
 
 private:
-  /// The lattice point (i, j), the edges repeated outside.
+  static constexpr int kPad = 2;        ///< edge entries repeated either side of a row
+  static constexpr float kFixed = 4096; ///< fixed-point steps per unit (values within ±3.5)
+  std::size_t stride() const { return static_cast<std::size_t>(columns_ + 2 * kPad); }
+
+  /// Lattice row `j`, hashed on first use.
+  const std::int16_t* latticeRow(int j) const {
+    std::int16_t* row = &lattice_[static_cast<std::size_t>(j) * stride()];
+    std::call_once(hashed_[static_cast<std::size_t>(j)], [&] {
+      for (int i = -kPad; i < columns_ + kPad; ++i) {
+        row[i + kPad] =
+            static_cast<std::int16_t>(std::lrint(at(std::clamp(i, 0, columns_ - 1), j) * kFixed));
+      }
+    });
+    return row;
+  }
+
+  /// The lattice point (i, j).
   float at(int i, int j) const {
-    const auto ci = static_cast<std::uint64_t>(std::clamp(i, 0, columns_ - 1));
-    const auto cj = static_cast<std::uint64_t>(std::clamp(j, 0, rows_ - 1));
     // splitmix64 of the seed and the position.
-    std::uint64_t z = seed_ * 0x9e3779b97f4a7c15ULL + (cj << 32 | ci);
+    std::uint64_t z = seed_ * 0x9e3779b97f4a7c15ULL +
+                      (static_cast<std::uint64_t>(j) << 32 | static_cast<std::uint64_t>(i));
     z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ULL;
     z = (z ^ (z >> 27)) * 0x94d049bb133111ebULL;
     z ^= z >> 31;
@@ -1003,8 +1156,12 @@ private:
   }
 
   int columns_, rows_;
-  float scaleX_, scaleY_;
+  float scaleY_;
   std::uint64_t seed_;
+  std::vector<int> left_;                     ///< per column: the first lattice entry it reads
+  std::vector<std::array<float, 4>> weights_; ///< per column: the four entries' weights
+  mutable std::vector<std::int16_t> lattice_; ///< rows of stride() entries, padded
+  std::unique_ptr<std::once_flag[]> hashed_;
 };
 
 /// The effect stage: a vignette (a gain that falls or rises with the distance from the centre,
@@ -1085,11 +1242,38 @@ private:
   float strength_ = 0, spread_ = 0;
 };
 
+/// Linear light to 8-bit sRGB by a table on the linear value in steps of 1/65535: it rounds as
+/// the transfer function does, but for values within 1/131070 of halfway between two levels.
+class SrgbEncoder {
+public:
+  static const SrgbEncoder& get() {
+    static const SrgbEncoder encoder;
+    return encoder;
+  }
+
+  std::uint8_t operator()(float linear) const {
+    const float i = linear * (kSteps - 1) + 0.5F;
+    return table_[i <= 0 ? 0 : i >= kSteps - 1 ? kSteps - 1 : static_cast<std::size_t>(i)];
+  }
+
+private:
+  static constexpr int kSteps = 65536;
+  SrgbEncoder() {
+    for (int i = 0; i < kSteps; ++i) {
+      table_[static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(
+          std::lround(255 * toPerceptual(static_cast<double>(i) / (kSteps - 1))));
+    }
+  }
+  std::array<std::uint8_t, kSteps> table_{};
+};
+
 /// What is left of a render after the neighbourhood stages, in one pass over the pixels: the
 /// per-pixel stages if they have not run yet (`front`), Lab back to linear light (`lab`), the
-/// masks that render pixel by pixel, each blended through its coverage, and the effects.
+/// masks that render pixel by pixel, each blended through its coverage, the effects, and with
+/// `srgb8`, the encoding to 8-bit sRGB.
 VImage finish(const VImage& image, bool lab, std::shared_ptr<const PixelStages> front,
-              const std::vector<PixelMask>& masks, std::shared_ptr<const Effects> effects) {
+              const std::vector<PixelMask>& masks, std::shared_ptr<const Effects> effects,
+              bool srgb8 = false) {
   std::vector<VImage> inputs{image};
   auto stages = std::make_shared<std::vector<PixelStages>>();
   for (const PixelMask& mask : masks) {
@@ -1099,40 +1283,59 @@ VImage finish(const VImage& image, bool lab, std::shared_ptr<const PixelStages> 
       inputs.push_back(mask.coverage);
     }
   }
-  if (front && !front->any()) {
+  // An 8-bit input is sRGB on its way to the table of the per-pixel stages, which also turns it
+  // into linear light.
+  const bool bytes = image.format() == VIPS_FORMAT_UCHAR;
+  if (front && !front->any() && !bytes) {
     front.reset();
   }
   if (effects && !effects->any()) {
     effects.reset();
   }
-  if (!lab && !front && stages->empty() && !effects) {
+  if (!lab && !front && stages->empty() && !effects && !srgb8) {
     return image;
   }
-  return pixelOp(inputs, 3, VIPS_INTERPRETATION_scRGB,
-                 [lab, front, stages, effects](const float* const* in, float* out, int x, int y,
-                                               int n) {
-                   std::copy(in[0], in[0] + 3 * n, out);
-                   for (int i = 0; i < n; ++i) {
-                     float* p = out + 3 * i;
-                     if (lab) {
-                       const std::array<float, 3> l{p[0], p[1], p[2]};
-                       labToLinear(l.data(), p);
-                     } else if (front) {
-                       front->apply(p, false);
-                     }
-                     for (std::size_t m = 0; m < stages->size(); ++m) {
-                       std::array<float, 3> masked{p[0], p[1], p[2]};
-                       (*stages)[m].apply(masked.data(), false);
-                       const float coverage = in[m + 1][i];
-                       for (std::size_t c = 0; c < 3; ++c) {
-                         p[c] += (masked[c] - p[c]) * coverage;
-                       }
-                     }
-                   }
-                   if (effects) {
-                     effects->apply(out, x, y, n);
-                   }
-                 });
+  std::optional<FirstPass> first;
+  if (front) {
+    first.emplace(std::move(front), image, false);
+  }
+  const SrgbEncoder& encoder = SrgbEncoder::get();
+  return pixelOp(
+      inputs, 3, srgb8 ? VIPS_INTERPRETATION_sRGB : VIPS_INTERPRETATION_scRGB,
+      [lab, first = std::move(first), stages, effects, srgb8,
+       &encoder](const float* const* in, float* destination, int x, int y, int n) {
+        // An 8-bit row is computed in floats first.
+        std::vector<float> linear(srgb8 ? 3 * static_cast<std::size_t>(n) : 0);
+        float* out = srgb8 ? linear.data() : destination;
+        for (int i = 0; i < n; ++i) {
+          float* p = out + 3 * i;
+          if (lab) {
+            labToLinear(in[0] + 3 * i, p);
+          } else if (first) {
+            first->apply(in[0], i, p);
+          } else {
+            std::copy(in[0] + 3 * i, in[0] + 3 * i + 3, p);
+          }
+          for (std::size_t m = 0; m < stages->size(); ++m) {
+            std::array<float, 3> masked{p[0], p[1], p[2]};
+            (*stages)[m].apply(masked.data(), false);
+            const float coverage = in[m + 1][i];
+            for (std::size_t c = 0; c < 3; ++c) {
+              p[c] += (masked[c] - p[c]) * coverage;
+            }
+          }
+        }
+        if (effects) {
+          effects->apply(out, x, y, n);
+        }
+        if (srgb8) {
+          auto* bytes = reinterpret_cast<std::uint8_t*>(destination);
+          for (int i = 0; i < 3 * n; ++i) {
+            bytes[i] = encoder(out[i]);
+          }
+        }
+      },
+      srgb8 ? VIPS_FORMAT_UCHAR : VIPS_FORMAT_FLOAT);
 }
 
 } // namespace
@@ -1141,13 +1344,27 @@ bool readsNeighbours(const core::EditStack& stack) {
   return Settings(stack).lightness() || masksReadNeighbours(stack);
 }
 
-VImage applyAdjustments(VImage image, const core::EditStack& stack, const Look& look) {
+bool rereadsInput(const VImage& image, const core::EditStack& stack) {
+  const bool alpha = image.bands() == 2 || image.bands() > 3;
+  return masksReadNeighbours(stack) || (alpha && readsNeighbours(stack));
+}
+
+VImage applyAdjustments(VImage image, const core::EditStack& stack, const Look& look,
+                        Encoding encoding) {
   const Settings s(stack);
   const bool masks = rendersMasks(stack);
   if (!s.any() && !look && !masks) {
     return image;
   }
+  std::shared_ptr<const PixelStages> front = std::make_shared<const PixelStages>(s);
+  // A large 8-bit sRGB picture goes through the per-pixel stages as a table, read straight from
+  // its bytes; anything else is first turned into linear light.
+  const bool table = image.format() == VIPS_FORMAT_UCHAR &&
+                     image.interpretation() == VIPS_INTERPRETATION_sRGB && image.bands() >= 3 &&
+                     (s.lightness() || front->any()) &&
+                     static_cast<double>(image.width()) * image.height() >= StageTable::kWorthFrom;
   // scRGB: three float bands of linear light, then alpha (if any) untouched to the end.
+  const VImage original = image;
   image = image.colourspace(VIPS_INTERPRETATION_scRGB);
   if (image.format() != VIPS_FORMAT_FLOAT) {
     image = withInterpretation(image.cast(VIPS_FORMAT_FLOAT), VIPS_INTERPRETATION_scRGB);
@@ -1155,11 +1372,13 @@ VImage applyAdjustments(VImage image, const core::EditStack& stack, const Look& 
   const bool alpha = image.bands() > 3;
   const VImage extra =
       alpha ? image.extract_band(3, VImage::option()->set("n", image.bands() - 3)) : VImage();
-  VImage rgb = alpha ? image.extract_band(0, VImage::option()->set("n", 3)) : image;
+  const auto colour = [&](const VImage& i) {
+    return alpha ? i.extract_band(0, VImage::option()->set("n", 3)) : i;
+  };
+  VImage rgb = colour(table ? original : image);
 
   // The per-pixel stages (develop, tone, colour, grade) run in one pass with whatever follows
   // them up to the next stage that reads around pixels or works in another encoding.
-  std::shared_ptr<const PixelStages> front = std::make_shared<const PixelStages>(s);
   bool lab = false; // whether rgb holds Lab, still to be turned back into linear light
   if (s.lightness()) {
     rgb = applyLightness(rgb, front, s);
@@ -1186,8 +1405,13 @@ VImage applyAdjustments(VImage image, const core::EditStack& stack, const Look& 
     lab = false;
     perPixel.emplace();
   }
+  // The last pass encodes for an 8-bit result itself, unless alpha must join it in linear light.
+  const bool srgb8 = encoding == Encoding::Srgb8 && !alpha;
   rgb = finish(rgb, lab, front, *perPixel,
-               std::make_shared<const Effects>(s, rgb.width(), rgb.height()));
+               std::make_shared<const Effects>(s, rgb.width(), rgb.height()), srgb8);
+  if (srgb8) {
+    return rgb;
+  }
   rgb = withInterpretation(rgb.cast(VIPS_FORMAT_FLOAT), VIPS_INTERPRETATION_scRGB);
   return alpha ? rgb.bandjoin(extra) : rgb;
 }

@@ -36,14 +36,21 @@ namespace velko::app {
 /// `look`, when given, runs between the presence and the effect stages on 8-bit sRGB pixels.
 ///
 /// Returns `image` unchanged when the stack holds nothing these stages render; otherwise an
-/// scRGB float image (linear light, 1.0 = white; values may lie outside 0..1 until encoded).
+/// scRGB float image (linear light, 1.0 = white; values may lie outside 0..1 until encoded),
+/// or, with Encoding::Srgb8 and no alpha, 8-bit sRGB encoded by the last pass itself.
 using Look = std::function<vips::VImage(const vips::VImage& srgb)>;
+enum class Encoding { LinearFloat, Srgb8 };
 vips::VImage applyAdjustments(vips::VImage image, const core::EditStack& stack,
-                              const Look& look = {});
+                              const Look& look = {}, Encoding encoding = Encoding::LinearFloat);
 
 /// Whether applyAdjustments reads around each pixel (sharpening, texture, clarity, dehaze,
-/// noise reduction, defringing), so that its input must allow reads out of order, which a
-/// decoder streaming from the top of the file does not.
+/// noise reduction, defringing).
 bool readsNeighbours(const core::EditStack& stack);
+
+/// Whether applyAdjustments reads `image` out of order or more than once, which a decoder
+/// streaming from the top of the file does not allow. The neighbourhood stages alone do not:
+/// they read the picture once, in order, into the lightness they blur. Masks that read around
+/// pixels or read the picture itself do, and so does a picture with alpha beside them.
+bool rereadsInput(const vips::VImage& image, const core::EditStack& stack);
 
 } // namespace velko::app
