@@ -77,8 +77,12 @@ std::string printOf(std::pair<int, int> size, VImage thumb) {
   return print;
 }
 
+/// A file cut short fails rather than giving the print of its first rows and a blank rest.
 vips::VOption* thumbnailOptions() {
-  return VImage::option()->set("height", kThumbnailBox)->set("size", VIPS_SIZE_DOWN);
+  return VImage::option()
+      ->set("height", kThumbnailBox)
+      ->set("size", VIPS_SIZE_DOWN)
+      ->set("option_string", "fail_on=truncated");
 }
 
 } // namespace

@@ -84,9 +84,10 @@ std::optional<std::string> downscaledImageBase64(const std::string& path, int ma
     return std::nullopt;
   }
   VipsImage* thumb = nullptr;
-  // Thumbnails apply the EXIF orientation unless told otherwise; SIZE_DOWN never enlarges.
-  if (v.thumbnailBuffer(bytes->data(), bytes->size(), &thumb, maxPixel, "height", maxPixel,
-                        "size", VIPS_SIZE_DOWN, nullptr) != 0) {
+  // Thumbnails apply the EXIF orientation unless told otherwise; SIZE_DOWN never enlarges. A
+  // file cut short is an error, not a thumbnail of its first rows with the rest left blank.
+  if (v.thumbnailBuffer(bytes->data(), bytes->size(), &thumb, maxPixel, "height", maxPixel, "size",
+                        VIPS_SIZE_DOWN, "option_string", "fail_on=truncated", nullptr) != 0) {
     v.errorClear();
     return std::nullopt;
   }

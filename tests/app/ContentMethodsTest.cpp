@@ -72,7 +72,12 @@ TEST_F(Content, SimilarRanksAResizedReencodedCopyFirst) {
                           vips::VImage::option()->set("size", VIPS_SIZE_FORCE)->set("height", 96))
       .write_to_buffer(".png", &png, &size);
   gchar* base64 = g_base64_encode(static_cast<const guchar*>(png), size);
+  gchar* cut = g_base64_encode(static_cast<const guchar*>(png), 64);
   r = call("similar.find", json::Object{{"imageBase64", base64}});
+  // The same PNG cut short is an error, not a search with a blank picture.
+  EXPECT_THAT(callError("similar.find", json::Object{{"imageBase64", cut}}).what(),
+              HasSubstr("cannot decode the image"));
+  g_free(cut);
   g_free(base64);
   g_free(png);
   const json::Array& byImage = r.at("matches").as_array();

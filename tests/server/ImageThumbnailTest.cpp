@@ -48,8 +48,7 @@ protected:
   testing::TempDir dir_;
 };
 
-// A JPEG cut short gives nothing (find_similar's test gives it a missing file and one that is not
-// an image).
+// Find_similar's test gives it a missing file and one that is not an image.
 TEST_F(ImageThumbnail, ShrinksLongSideUprightAndNeverEnlarges) {
   struct Case {
     const char* name;
@@ -70,8 +69,13 @@ TEST_F(ImageThumbnail, ShrinksLongSideUprightAndNeverEnlarges) {
     EXPECT_EQ(out->find('\n'), std::string::npos);
     EXPECT_EQ(jpegSize(*out), c.expected);
   }
-  const std::string cut = testing::readFile(dir_.file("wide.jpg")).substr(0, 64);
-  EXPECT_EQ(downscaledImageBase64(dir_.write("cut.jpg", cut), 100), std::nullopt);
+  // Images cut short give nothing, rather than a thumbnail of what was there.
+  for (const char* name : {"wide.jpg", "tall.png"}) {
+    SCOPED_TRACE(name);
+    const std::string cut = testing::readFile(dir_.file(name)).substr(0, 64);
+    EXPECT_EQ(downscaledImageBase64(dir_.write(std::string("cut-") + name, cut), 100),
+              std::nullopt);
+  }
 }
 
 } // namespace
