@@ -202,14 +202,23 @@ private:
 // ---- shapes ---------------------------------------------------------------------------------
 
 /// A matte of one float band whose value depends on the pixel's position alone, drawn row by
-/// row in one pass: `at(x, y)` is the value at the pixel centre (x + 0.5, y + 0.5).
+/// row in one pass: `at(x, y)` is the value at the pixel centre (x + 0.5, y + 0.5), in float
+/// and without branches, so that a row is computed several pixels at a time.
 template <typename At> VImage drawnMatte(int w, int h, At at) {
   return pixelOp(w, h, 1, VIPS_INTERPRETATION_B_W,
                  [at](const float* const*, float* out, int x0, int y, int n) {
+                   const float row = static_cast<float>(y) + 0.5F;
+                   const float left = static_cast<float>(x0) + 0.5F;
                    for (int i = 0; i < n; ++i) {
-                     out[i] = static_cast<float>(at(x0 + i + 0.5, y + 0.5));
+                     out[i] = at(left + static_cast<float>(i), row);
                    }
                  });
+}
+
+/// smoothstep in float, without branches; `e1` above `e0`.
+inline float rampUp(float e0, float e1, float x) {
+  const float t = std::clamp((x - e0) / (e1 - e0), 0.0F, 1.0F);
+  return t * t * (3 - 2 * t);
 }
 
 VImage linearMatte(const core::LinearShape& s, int w, int h) {
@@ -222,9 +231,11 @@ VImage linearMatte(const core::LinearShape& s, int w, int h) {
     return zeros(w, h); // no direction to grade along
   }
   // Full coverage before the start, none past the end, graded smoothly along start → end.
-  return drawnMatte(w, h, [=](double x, double y) {
-    return 1 - smoothstep(0, 1, ((x - sx) * vx + (y - sy) * vy) / length2);
-  });
+  // Along start → end, 0 at the start and 1 at the end.
+  const auto ax = static_cast<float>(vx / length2), ay = static_cast<float>(vy / length2);
+  const auto origin = static_cast<float>(-(sx * vx + sy * vy) / length2);
+  return drawnMatte(w, h,
+                    [=](float x, float y) { return 1 - rampUp(0, 1, origin + x * ax + y * ay); });
 }
 
 VImage radialMatte(const core::RadialShape& s, int w, int h) {
@@ -235,11 +246,14 @@ VImage radialMatte(const core::RadialShape& s, int w, int h) {
   // Even a hard edge is smoothed over one pixel, so it does not stair-step.
   const double pixel = 1 / std::min(rx, ry);
   const double inner = 1 - feather01(s.feather) - pixel / 2, outer = 1 + pixel / 2;
-  const bool inverted = s.inverted;
-  return drawnMatte(w, h, [=](double x, double y) {
-    const double dx = (x - cx) / rx, dy = (y - cy) / ry;
-    const double m = 1 - smoothstep(inner, outer, std::sqrt(dx * dx + dy * dy));
-    return inverted ? 1 - m : m;
+  const auto fx = static_cast<float>(1 / rx), fy = static_cast<float>(1 / ry);
+  const auto x0 = static_cast<float>(cx), y0 = static_cast<float>(cy);
+  const auto from = static_cast<float>(inner), to = static_cast<float>(outer);
+  // Inverted, the matte rises where it would fall.
+  const float base = s.inverted ? 0 : 1, sign = s.inverted ? 1 : -1;
+  return drawnMatte(w, h, [=](float x, float y) {
+    const float dx = (x - x0) * fx, dy = (y - y0) * fy;
+    return base + sign * rampUp(from, to, std::sqrt(dx * dx + dy * dy));
   });
 }
 

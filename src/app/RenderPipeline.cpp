@@ -400,6 +400,30 @@ inline void labToLinear(const float* lab, float* rgb) {
   rgb[2] = 0.0557F * x - 0.2040F * y + 1.0570F * z;
 }
 
+/// labToLinear over `n` interleaved Lab pixels, into three planes. Both sides of every choice
+/// are computed and then selected, with no branch, so that the compiler runs the loop on several
+/// pixels at once.
+void labRowToLinear(const float* lab, std::size_t n, float* r, float* g, float* b) {
+  const auto inverse = [](float t) {
+    const float cube = t * t * t;
+    const float line = (t - 16.0F / 116) * (1 / 7.787F);
+    return t < 0.2069F ? line : cube;
+  };
+  for (std::size_t i = 0; i < n; ++i) {
+    const float l = lab[3 * i];
+    const float fyHigh = (l + 16) * (1.0F / 116), yHigh = fyHigh * fyHigh * fyHigh;
+    const float yLow = l * (1 / 903.3F), fyLow = 7.787F * yLow + 16.0F / 116;
+    const bool low = l < 8;
+    const float y = low ? yLow : yHigh;
+    const float fy = low ? fyLow : fyHigh;
+    const float x = inverse(lab[3 * i + 1] * (1.0F / 500) + fy) * (kX0 / kY0);
+    const float z = inverse(fy - lab[3 * i + 2] * (1.0F / 200)) * (kZ0 / kY0);
+    r[i] = 3.2406F * x - 1.5372F * y - 0.4986F * z;
+    g[i] = -0.9689F * x + 1.8758F * y + 0.0415F * z;
+    b[i] = 0.0557F * x - 0.2040F * y + 1.0570F * z;
+  }
+}
+
 /// A table index: `v` scaled by `steps`, rounded, and held within the table.
 inline std::size_t entry(float v, int steps, int entries) {
   const float i = v * static_cast<float>(steps) + 0.5F;
@@ -598,6 +622,13 @@ public:
   bool any() const { return develop_ || !tone_.empty() || lab(); }
   /// Whether the stages need Lab (colour or grade).
   bool lab() const { return colour_ || !grade_.empty(); }
+  /// The channel gains, when they are all the stages do.
+  std::optional<std::array<float, 3>> gainsOnly() const {
+    if (tone_.empty() && !lab()) {
+      return develop_ ? gains_ : std::array<float, 3>{1, 1, 1};
+    }
+    return std::nullopt;
+  }
 
   /// One pixel of linear light through the stages: Lab out when `labOut`, else linear light.
   void apply(float* p, bool labOut) const {
@@ -921,8 +952,9 @@ VImage applyLightness(const VImage& rgb, std::shared_ptr<const PixelStages> fron
                   first.apply(in[0], i, p.data());
                   out[i] = p[0];
                   for (std::size_t c = 0; c < 2; ++c) {
-                    ab[2 * i + c] = static_cast<std::int16_t>(
-                        std::lrint(std::clamp(p[c + 1] * kAbScale, -32767.0F, 32767.0F)));
+                    // Rounded half away from zero.
+                    const float v = std::clamp(p[c + 1] * kAbScale, -32767.0F, 32767.0F);
+                    ab[2 * i + c] = static_cast<std::int16_t>(v + std::copysign(0.5F, v));
                   }
                 }
               }));
@@ -1196,41 +1228,45 @@ public:
 
   bool any() const { return !vignette_.empty() || grain_; }
 
-  /// Row `y` of linear light (three bands), from pixel `x0`, `n` pixels, in place.
-  void apply(float* rgb, int x0, int y, int n) const {
+  /// Row `y` of linear light as three planes of `n` pixels each (red, green, blue), from pixel
+  /// `x0`, in place. Both effects are one gain per pixel, for all three channels.
+  void apply(float* planes, int x0, int y, int n) const {
+    const auto size = static_cast<std::size_t>(n);
+    std::vector<float> gain(size, 1.0F);
     if (!vignette_.empty()) {
       const float halfW = static_cast<float>(width_) / 2, halfH = static_cast<float>(height_) / 2;
       const float dy = (static_cast<float>(y) + 0.5F - halfH) / halfH;
+      const float across = 1 / halfW;
+      std::vector<float> position(size);
       for (int x = 0; x < n; ++x) {
-        const float dx = (static_cast<float>(x0 + x) + 0.5F - halfW) / halfW;
-        const float radius = std::sqrt((dx * dx + dy * dy) * 0.5F);
-        const float gain = vignette_[entry(radius, kRadiusSteps, kRadiusSteps + 2)];
-        float* p = rgb + 3 * x;
-        p[0] *= gain;
-        p[1] *= gain;
-        p[2] *= gain;
+        const float dx = (static_cast<float>(x0 + x) + 0.5F - halfW) * across;
+        position[static_cast<std::size_t>(x)] =
+            std::sqrt((dx * dx + dy * dy) * 0.5F) * kRadiusSteps + 0.5F;
+      }
+      for (std::size_t x = 0; x < size; ++x) {
+        gain[x] = vignette_[std::min(static_cast<std::size_t>(position[x]), vignette_.size() - 1)];
       }
     }
     if (grain_) {
-      std::vector<float> noise(static_cast<std::size_t>(n));
-      std::vector<float> clumps;
+      std::vector<float> noise(size);
       grain_->row(x0, y, n, noise.data());
       if (clumps_) {
-        clumps.resize(static_cast<std::size_t>(n));
+        std::vector<float> clumps(size);
         clumps_->row(x0, y, n, clumps.data());
         const auto bias =
             static_cast<float>(spread_ * spread_ * LatticeNoise::kInterpolatedVariance);
-        for (int x = 0; x < n; ++x) {
-          noise[static_cast<std::size_t>(x)] *=
-              std::exp(clumps[static_cast<std::size_t>(x)] * spread_ - bias);
+        for (std::size_t x = 0; x < size; ++x) {
+          noise[x] *= std::exp(clumps[x] * spread_ - bias);
         }
       }
-      for (int x = 0; x < n; ++x) {
-        const float ripple = 1 + noise[static_cast<std::size_t>(x)] * strength_;
-        float* p = rgb + 3 * x;
-        p[0] *= ripple;
-        p[1] *= ripple;
-        p[2] *= ripple;
+      for (std::size_t x = 0; x < size; ++x) {
+        gain[x] *= 1 + noise[x] * strength_;
+      }
+    }
+    for (std::size_t c = 0; c < 3; ++c) {
+      float* plane = planes + c * size;
+      for (std::size_t x = 0; x < size; ++x) {
+        plane[x] *= gain[x];
       }
     }
   }
@@ -1303,35 +1339,65 @@ VImage finish(const VImage& image, bool lab, std::shared_ptr<const PixelStages> 
   return pixelOp(
       inputs, 3, srgb8 ? VIPS_INTERPRETATION_sRGB : VIPS_INTERPRETATION_scRGB,
       [lab, first = std::move(first), stages, effects, srgb8,
-       &encoder](const float* const* in, float* destination, int x, int y, int n) {
-        // An 8-bit row is computed in floats first.
-        std::vector<float> linear(srgb8 ? 3 * static_cast<std::size_t>(n) : 0);
-        float* out = srgb8 ? linear.data() : destination;
-        for (int i = 0; i < n; ++i) {
-          float* p = out + 3 * i;
-          if (lab) {
-            labToLinear(in[0] + 3 * i, p);
-          } else if (first) {
-            first->apply(in[0], i, p);
-          } else {
-            std::copy(in[0] + 3 * i, in[0] + 3 * i + 3, p);
-          }
-          for (std::size_t m = 0; m < stages->size(); ++m) {
-            std::array<float, 3> masked{p[0], p[1], p[2]};
-            (*stages)[m].apply(masked.data(), false);
-            const float coverage = in[m + 1][i];
-            for (std::size_t c = 0; c < 3; ++c) {
-              p[c] += (masked[c] - p[c]) * coverage;
+       &encoder](const float* const* in, float* out, int x, int y, int n) {
+        // The row is worked on as three planes, so that each step is a plain loop over floats.
+        const auto size = static_cast<std::size_t>(n);
+        std::vector<float> planes(3 * size);
+        float* r = planes.data();
+        float* g = r + size;
+        float* b = g + size;
+        if (lab) {
+          labRowToLinear(in[0], size, r, g, b);
+        } else {
+          for (std::size_t i = 0; i < size; ++i) {
+            std::array<float, 3> p{};
+            if (first) {
+              first->apply(in[0], static_cast<int>(i), p.data());
+            } else {
+              std::copy(in[0] + 3 * i, in[0] + 3 * i + 3, p.data());
             }
+            r[i] = p[0];
+            g[i] = p[1];
+            b[i] = p[2];
+          }
+        }
+        for (std::size_t m = 0; m < stages->size(); ++m) {
+          const PixelStages& own = (*stages)[m];
+          const float* coverage = in[m + 1];
+          if (const auto gains = own.gainsOnly()) {
+            // Blending a gain through the coverage is a gain itself.
+            for (std::size_t c = 0; c < 3; ++c) {
+              float* plane = planes.data() + c * size;
+              const float k = (*gains)[c] - 1;
+              for (std::size_t i = 0; i < size; ++i) {
+                plane[i] *= 1 + k * coverage[i];
+              }
+            }
+            continue;
+          }
+          for (std::size_t i = 0; i < size; ++i) {
+            std::array<float, 3> masked{r[i], g[i], b[i]};
+            own.apply(masked.data(), false);
+            r[i] += (masked[0] - r[i]) * coverage[i];
+            g[i] += (masked[1] - g[i]) * coverage[i];
+            b[i] += (masked[2] - b[i]) * coverage[i];
           }
         }
         if (effects) {
-          effects->apply(out, x, y, n);
+          effects->apply(planes.data(), x, y, n);
         }
         if (srgb8) {
-          auto* bytes = reinterpret_cast<std::uint8_t*>(destination);
-          for (int i = 0; i < 3 * n; ++i) {
-            bytes[i] = encoder(out[i]);
+          auto* bytes = reinterpret_cast<std::uint8_t*>(out);
+          for (std::size_t i = 0; i < size; ++i) {
+            bytes[3 * i] = encoder(r[i]);
+            bytes[3 * i + 1] = encoder(g[i]);
+            bytes[3 * i + 2] = encoder(b[i]);
+          }
+        } else {
+          for (std::size_t i = 0; i < size; ++i) {
+            out[3 * i] = r[i];
+            out[3 * i + 1] = g[i];
+            out[3 * i + 2] = b[i];
           }
         }
       },
