@@ -315,6 +315,11 @@ VImage blur(const VImage& band, double sigma, double minAmplitude = 0.2) {
       VImage::option()->set("precision", VIPS_PRECISION_FLOAT)->set("min_ampl", minAmplitude));
 }
 
+/// A row's working buffer, left uninitialised: every use writes it whole before reading it.
+inline std::unique_ptr<float[]> scratch(std::size_t n) {
+  return std::make_unique_for_overwrite<float[]>(n);
+}
+
 // ---- develop, tone, colour and grade: one function per pixel --------------------------------
 
 constexpr int kToneEntries = 4097; ///< interpolated linearly between entries
@@ -751,24 +756,15 @@ public:
     const float fr = fraction_[rgb[0]], fg = fraction_[rgb[1]], fb = fraction_[rgb[2]];
     const float* c = &entries_[cell_[rgb[0]] * kR + cell_[rgb[1]] * kG + cell_[rgb[2]] * kB];
     // The tetrahedron is the one walk from the cell's black corner to its white corner that
-    // steps along the channels in the order of their fractions.
-    std::size_t first = 0, second = 0;
-    float f1 = 0, f2 = 0, f3 = 0;
-    if (fr >= fg) {
-      if (fg >= fb) {
-        first = kR, second = kR + kG, f1 = fr, f2 = fg, f3 = fb;
-      } else if (fr >= fb) {
-        first = kR, second = kR + kB, f1 = fr, f2 = fb, f3 = fg;
-      } else {
-        first = kB, second = kR + kB, f1 = fb, f2 = fr, f3 = fg;
-      }
-    } else if (fb >= fg) {
-      first = kB, second = kG + kB, f1 = fb, f2 = fg, f3 = fr;
-    } else if (fb >= fr) {
-      first = kG, second = kG + kB, f1 = fg, f2 = fb, f3 = fr;
-    } else {
-      first = kG, second = kR + kG, f1 = fg, f2 = fr, f3 = fb;
-    }
+    // steps along the channels in the order of their fractions: first along the largest, then
+    // along the middle one, reaching the corner that lacks only the smallest. Chosen by selects:
+    // which of six tetrahedra a pixel falls in is as good as random in a photo.
+    const bool rg = fr >= fg, gb = fg >= fb, rb = fr >= fb;
+    const std::size_t first = rg ? (rb ? kR : kB) : (gb ? kG : kB);
+    const std::size_t smallest = rg ? (gb ? kB : kG) : (rb ? kB : kR);
+    const std::size_t second = kR + kG + kB - smallest;
+    const float f1 = std::max(fr, std::max(fg, fb)), f3 = std::min(fr, std::min(fg, fb));
+    const float f2 = fr + fg + fb - f1 - f3;
     const float* a = c + first;
     const float* b = c + second;
     const float* w = c + kR + kG + kB;
@@ -867,21 +863,32 @@ VImage fringeTable() {
   return lutImage(table, entries, 1);
 }
 
-/// A wide blur of one band, held small: the band reduced, blurred there and kept in memory, then
-/// read back at full size by bilinear interpolation. The reduced blur's sigma is several reduced
-/// pixels, so the interpolation adds no visible error, and the cost no longer grows with the
-/// image: nothing of it runs at full size but the interpolation itself.
+/// Wide blurs of one band, held small, as one weighted sum: the band reduced, blurred there at
+/// each sigma, weighted and summed on one grid, kept in memory, then read back at full size by
+/// bilinear interpolation. Every reduced blur's sigma is several reduced pixels, so the
+/// interpolations add no visible error, and the cost no longer grows with the image or the
+/// number of blurs: nothing of it runs at full size but one interpolation.
 class WideBlur {
 public:
-  /// `reduced` is the band already shrunk by `factor` (an integer box average), in memory.
-  WideBlur(const VImage& reduced, double factor, int width, int height, double sigma) {
+  /// `reduced` is the band already shrunk by `factor` (an integer box average), in memory;
+  /// `terms` are (sigma, weight) pairs.
+  WideBlur(const VImage& reduced, double factor, int width, int height,
+           std::vector<std::pair<double, double>> terms) {
     constexpr double kReducedSigma = 4;
-    const double shrink = std::max(1.0, sigma / kReducedSigma / factor);
-    small_ = reduced.resize(1 / shrink)
-                 .gaussblur(sigma / factor / shrink,
-                            VImage::option()->set("precision", VIPS_PRECISION_FLOAT))
-                 .cast(VIPS_FORMAT_FLOAT)
-                 .copy_memory();
+    // The narrowest blur needs the finest grid; the others are brought to it.
+    std::sort(terms.begin(), terms.end());
+    std::optional<VImage> sum;
+    for (const auto& [sigma, weight] : terms) {
+      const double shrink = std::max(1.0, sigma / kReducedSigma / factor);
+      VImage blurred = reduced.resize(1 / shrink)
+                           .gaussblur(sigma / factor / shrink,
+                                      VImage::option()->set("precision", VIPS_PRECISION_FLOAT));
+      if (sum) {
+        blurred = resizeTo(blurred, sum->width(), sum->height(), VIPS_KERNEL_LINEAR);
+      }
+      sum = sum ? *sum + blurred * weight : blurred * weight;
+    }
+    small_ = sum->cast(VIPS_FORMAT_FLOAT).copy_memory();
     data_ = static_cast<const float*>(small_.data());
     w_ = small_.width();
     h_ = small_.height();
@@ -992,35 +999,33 @@ VImage applyLightness(const VImage& rgb, std::shared_ptr<const PixelStages> fron
   std::vector<VImage> inputs{l, abChanges ? ab.cast(VIPS_FORMAT_FLOAT) : ab};
   struct Detail {
     float amount;
-    int input = -1;                 ///< a narrow blur's input, or
-    std::shared_ptr<WideBlur> wide; ///< a wide blur
-    int edges = -1;                 ///< edge masking (sharpening only): the deviation's input,
-    float threshold = 0;            ///< and the deviation from which the detail is full
+    int input = -1;      ///< the narrow blur's input
+    int edges = -1;      ///< edge masking (sharpening only): the deviation's input,
+    float threshold = 0; ///< and the deviation from which the detail is full
   };
   std::vector<Detail> details;
+  // Wide blurs add up: the sum of amount × (l − blur) over them is l × (the sum of the amounts)
+  // − (the amounts' weighted sum of the blurs), and the weighted sum is one small image.
+  std::vector<std::pair<double, double>> wideTerms;
+  float wideAmount = 0;
   constexpr double kNarrow = 6; ///< widest sigma blurred at full size
-  // One shared box average for every wide blur: the smallest of them is still several reduced
-  // pixels wide.
-  constexpr int kBox = 3;
-  std::optional<VImage> reduced;
   const auto add = [&](double sigma, double amount, int edges = -1, float threshold = 0,
                        double minAmplitude = 0.2) {
     if (amount == 0) {
       return;
     }
-    Detail d{static_cast<float>(std::max(amount, -1.0))};
+    const double clamped = std::max(amount, -1.0);
+    if (sigma > kNarrow) {
+      wideTerms.emplace_back(sigma, clamped);
+      wideAmount += static_cast<float>(clamped);
+      return;
+    }
+    Detail d{static_cast<float>(clamped)};
     d.edges = edges;
     d.threshold = threshold;
-    if (sigma <= kNarrow) {
-      d.input = static_cast<int>(inputs.size());
-      inputs.push_back(blur(l, sigma, minAmplitude));
-    } else {
-      if (!reduced) {
-        reduced = l.shrink(kBox, kBox).copy_memory();
-      }
-      d.wide = std::make_shared<WideBlur>(*reduced, kBox, l.width(), l.height(), sigma);
-    }
-    details.push_back(std::move(d));
+    d.input = static_cast<int>(inputs.size());
+    inputs.push_back(blur(l, sigma, minAmplitude));
+    details.push_back(d);
   };
   // The sharpening mask's kernel runs out to 1 % of its peak: libvips' default cut, 20 %, leaves
   // a lone centre tap below a sigma of 0.56 px, and the narrower half of the radius range would
@@ -1043,22 +1048,29 @@ VImage applyLightness(const VImage& rgb, std::shared_ptr<const PixelStages> fron
   // from white and restores colour; adding it (< 0) does the reverse. The broad local contrast
   // above stands in for a per-region haze estimate.
   const auto veil = static_cast<float>(0.2 * s.dehaze);
+  std::shared_ptr<const WideBlur> wide;
+  if (!wideTerms.empty()) {
+    // One shared box average for every wide blur: the smallest of them is still several reduced
+    // pixels wide.
+    constexpr int kBox = 3;
+    wide = std::make_shared<const WideBlur>(l.shrink(kBox, kBox).copy_memory(), kBox, l.width(),
+                                            l.height(), std::move(wideTerms));
+  }
 
   return pixelOp(inputs, 3, VIPS_INTERPRETATION_LAB,
-                 [details = std::move(details), veil, abChanges](const float* const* in, float* out,
-                                                                 int x, int y, int n) {
+                 [details = std::move(details), wide, wideAmount, veil,
+                  abChanges](const float* const* in, float* out, int x, int y, int n) {
                    const float* l = in[0];
                    std::vector<float> acc(l, l + n);
-                   std::vector<float> wide;
-                   for (const Detail& d : details) {
-                     const float* blurred = nullptr;
-                     if (d.wide) {
-                       wide.resize(static_cast<std::size_t>(n));
-                       d.wide->row(x, y, n, wide.data());
-                       blurred = wide.data();
-                     } else {
-                       blurred = in[d.input];
+                   if (wide) {
+                     const auto sum = scratch(static_cast<std::size_t>(n));
+                     wide->row(x, y, n, sum.get());
+                     for (int i = 0; i < n; ++i) {
+                       acc[i] += l[i] * wideAmount - sum[i];
                      }
+                   }
+                   for (const Detail& d : details) {
+                     const float* blurred = in[d.input];
                      for (int i = 0; i < n; ++i) {
                        float amount = d.amount;
                        if (d.edges >= 0) {
@@ -1139,7 +1151,7 @@ public:
     // are its own: libvips' worker threads outlive a render, so thread-local ones would too.)
     const int first = left_[static_cast<std::size_t>(x0)];
     const int last = left_[static_cast<std::size_t>(x0 + n - 1)] + 3;
-    std::vector<float> column(static_cast<std::size_t>(last - first + 1));
+    const auto column = scratch(static_cast<std::size_t>(last - first + 1));
     for (int i = first; i <= last; ++i) {
       const auto c = static_cast<std::size_t>(i);
       column[static_cast<std::size_t>(i - first)] =
@@ -1237,7 +1249,7 @@ public:
       const float halfW = static_cast<float>(width_) / 2, halfH = static_cast<float>(height_) / 2;
       const float dy = (static_cast<float>(y) + 0.5F - halfH) / halfH;
       const float across = 1 / halfW;
-      std::vector<float> position(size);
+      const auto position = scratch(size);
       for (int x = 0; x < n; ++x) {
         const float dx = (static_cast<float>(x0 + x) + 0.5F - halfW) * across;
         position[static_cast<std::size_t>(x)] =
@@ -1248,11 +1260,11 @@ public:
       }
     }
     if (grain_) {
-      std::vector<float> noise(size);
-      grain_->row(x0, y, n, noise.data());
+      const auto noise = scratch(size);
+      grain_->row(x0, y, n, noise.get());
       if (clumps_) {
-        std::vector<float> clumps(size);
-        clumps_->row(x0, y, n, clumps.data());
+        const auto clumps = scratch(size);
+        clumps_->row(x0, y, n, clumps.get());
         const auto bias =
             static_cast<float>(spread_ * spread_ * LatticeNoise::kInterpolatedVariance);
         for (std::size_t x = 0; x < size; ++x) {
@@ -1342,8 +1354,8 @@ VImage finish(const VImage& image, bool lab, std::shared_ptr<const PixelStages> 
        &encoder](const float* const* in, float* out, int x, int y, int n) {
         // The row is worked on as three planes, so that each step is a plain loop over floats.
         const auto size = static_cast<std::size_t>(n);
-        std::vector<float> planes(3 * size);
-        float* r = planes.data();
+        const auto planes = scratch(3 * size);
+        float* r = planes.get();
         float* g = r + size;
         float* b = g + size;
         if (lab) {
@@ -1367,7 +1379,7 @@ VImage finish(const VImage& image, bool lab, std::shared_ptr<const PixelStages> 
           if (const auto gains = own.gainsOnly()) {
             // Blending a gain through the coverage is a gain itself.
             for (std::size_t c = 0; c < 3; ++c) {
-              float* plane = planes.data() + c * size;
+              float* plane = planes.get() + c * size;
               const float k = (*gains)[c] - 1;
               for (std::size_t i = 0; i < size; ++i) {
                 plane[i] *= 1 + k * coverage[i];
@@ -1384,7 +1396,7 @@ VImage finish(const VImage& image, bool lab, std::shared_ptr<const PixelStages> 
           }
         }
         if (effects) {
-          effects->apply(planes.data(), x, y, n);
+          effects->apply(planes.get(), x, y, n);
         }
         if (srgb8) {
           auto* bytes = reinterpret_cast<std::uint8_t*>(out);
