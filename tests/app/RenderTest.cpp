@@ -777,6 +777,32 @@ TEST_F(Render, LargeEightBitPicturesMatchTheExactStages) {
   }
 }
 
+// From a file, the decoder streams from the top: the neighbourhood stages read it once, in order,
+// without a copy, and a picture with alpha, read twice, is held in memory first. Both give what
+// the same stack gives on the decoded picture in memory.
+TEST_F(Render, StreamedDecodesRenderLikeDecodesInMemory) {
+  velko::testing::TempDir dir;
+  const core::EditStack stack = stackOf({{K::Exposure, 0.3}, {K::Clarity, 0.5}, {K::Texture, 0.3}});
+  const VImage opaque = rampX().resize(10); // 960 × 640: the table's size
+  const VImage translucent = opaque.bandjoin_const({200});
+  for (const auto& [name, picture] : std::vector<std::pair<std::string, VImage>>{
+           {"opaque.png", opaque}, {"alpha.png", translucent}}) {
+    SCOPED_TRACE(name);
+    const std::string path = dir.file(name);
+    picture.pngsave(path.c_str());
+    const VImage streamed = renderStack(path, stack, std::nullopt, {});
+    EXPECT_EQ(streamed.bands(), picture.bands());
+    const VImage expected = applyAdjustments(VImage::new_from_file(path.c_str()).copy_memory(),
+                                             stack, {}, Encoding::Srgb8)
+                                .colourspace(VIPS_INTERPRETATION_sRGB);
+    EXPECT_LE((streamed.colourspace(VIPS_INTERPRETATION_sRGB).cast(VIPS_FORMAT_FLOAT) -
+               expected.cast(VIPS_FORMAT_FLOAT))
+                  .abs()
+                  .max(),
+              1.0);
+  }
+}
+
 TEST_F(Render, MaskCoordinatesBelongToTheRenderedFrame) {
   // Through the streaming decoder: the crop keeps the right half, and a mask at the centre
   // lands at the centre of what is shown. The AI shape reads the decode out of order.
