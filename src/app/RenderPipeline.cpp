@@ -306,9 +306,8 @@ VImage positive(const VImage& image) {
   return (image + image.abs()) * 0.5;
 }
 
-
-/// A Gaussian blur of a float band at full size (the narrow blurs: a few pixels of sigma). The
-/// kernel ends where the Gaussian falls below `minAmplitude` of its peak.
+/// A Gaussian blur of a float band at full size, by libvips (noise reduction, the edge measure).
+/// The kernel ends where the Gaussian falls below `minAmplitude` of its peak.
 VImage blur(const VImage& band, double sigma, double minAmplitude = 0.2) {
   return band.gaussblur(
       sigma,
@@ -863,6 +862,60 @@ VImage fringeTable() {
   return lutImage(table, entries, 1);
 }
 
+/// A narrow Gaussian blur of a band held in memory, computed where it is read, a row at a time:
+/// libvips' own kernel (gaussmat, cut where it falls below `minAmplitude` of its peak) run down
+/// the columns around the row, then along it, the edges repeated. As a libvips blur it would be
+/// one more full-size image computed into buffers of its own and read back.
+class NarrowBlur {
+public:
+  NarrowBlur(const VImage& band, double sigma, double minAmplitude)
+      : band_(band), data_(static_cast<const float*>(band.data())), width_(band.width()),
+        height_(band.height()) {
+    const VImage mask = VImage::gaussmat(
+        sigma, minAmplitude,
+        VImage::option()->set("separable", true)->set("precision", VIPS_PRECISION_FLOAT));
+    const double scale = mask.get_double("scale");
+    for (int i = 0; i < mask.width(); ++i) {
+      weights_.push_back(static_cast<float>(mask.getpoint(i, 0)[0] / scale));
+    }
+  }
+
+  /// The blurred band along row `y`, from pixel `x0`, `n` pixels, into `out`.
+  void row(int x0, int y, int n, float* out) const {
+    const int radius = static_cast<int>(weights_.size()) / 2;
+    // Column sums from x0 - radius to x0 + n + radius, those past the edges repeating the edge.
+    const int span = n + 2 * radius;
+    const auto column = scratch(static_cast<std::size_t>(span));
+    const int lo = std::max(0, x0 - radius), hi = std::min(width_, x0 + n + radius);
+    float* inside = column.get() + (lo - (x0 - radius));
+    std::fill(inside, inside + (hi - lo), 0.0F);
+    for (std::size_t k = 0; k < weights_.size(); ++k) {
+      const int j = std::clamp(y + static_cast<int>(k) - radius, 0, height_ - 1);
+      const float* source = data_ + static_cast<std::size_t>(j) * width_ + lo;
+      const float w = weights_[k];
+      for (int i = 0; i < hi - lo; ++i) {
+        inside[i] += w * source[i];
+      }
+    }
+    std::fill(column.get(), inside, inside[0]);
+    std::fill(inside + (hi - lo), column.get() + span, inside[hi - lo - 1]);
+    std::fill(out, out + n, 0.0F);
+    for (std::size_t k = 0; k < weights_.size(); ++k) {
+      const float* from = column.get() + k;
+      const float w = weights_[k];
+      for (int i = 0; i < n; ++i) {
+        out[i] += w * from[i];
+      }
+    }
+  }
+
+private:
+  VImage band_; ///< kept for its pixels
+  const float* data_;
+  int width_, height_;
+  std::vector<float> weights_;
+};
+
 /// Wide blurs of one band, held small, as one weighted sum: the band reduced, blurred there at
 /// each sigma, weighted and summed on one grid, kept in memory, then read back at full size by
 /// bilinear interpolation. Every reduced blur's sigma is several reduced pixels, so the
@@ -934,9 +987,9 @@ private:
 
 /// Sharpening, texture, clarity and the local part of dehaze all add detail of one scale (the
 /// lightness minus its blur at that scale), each taken from the same lightness, and all of it
-/// comes together in one pass over the pixels with the dehaze veil. Narrow blurs are libvips
-/// blurs read beside the lightness; wide ones are WideBlurs. Amount 1 adds the detail once
-/// more, -1 removes it.
+/// comes together in one pass over the pixels with the dehaze veil. Narrow blurs are NarrowBlurs
+/// and wide ones one WideBlur, both computed in that pass. Amount 1 adds the detail once more,
+/// -1 removes it.
 VImage applyLightness(const VImage& rgb, std::shared_ptr<const PixelStages> front,
                       const Settings& s) {
   const int width = rgb.width(), height = rgb.height();
@@ -995,11 +1048,11 @@ VImage applyLightness(const VImage& rgb, std::shared_ptr<const PixelStages> fron
     ab = ab * keep;
   }
 
-  // What the pass reads: lightness, a and b, then one input per narrow blur.
+  // What the pass reads: lightness, a and b, and the local deviation if sharpening is masked.
   std::vector<VImage> inputs{l, abChanges ? ab.cast(VIPS_FORMAT_FLOAT) : ab};
   struct Detail {
     float amount;
-    int input = -1;      ///< the narrow blur's input
+    std::shared_ptr<const NarrowBlur> blur;
     int edges = -1;      ///< edge masking (sharpening only): the deviation's input,
     float threshold = 0; ///< and the deviation from which the detail is full
   };
@@ -1023,9 +1076,8 @@ VImage applyLightness(const VImage& rgb, std::shared_ptr<const PixelStages> fron
     Detail d{static_cast<float>(clamped)};
     d.edges = edges;
     d.threshold = threshold;
-    d.input = static_cast<int>(inputs.size());
-    inputs.push_back(blur(l, sigma, minAmplitude));
-    details.push_back(d);
+    d.blur = std::make_shared<const NarrowBlur>(l, sigma, minAmplitude);
+    details.push_back(std::move(d));
   };
   // The sharpening mask's kernel runs out to 1 % of its peak: libvips' default cut, 20 %, leaves
   // a lone centre tap below a sigma of 0.56 px, and the narrower half of the radius range would
@@ -1069,8 +1121,9 @@ VImage applyLightness(const VImage& rgb, std::shared_ptr<const PixelStages> fron
                        acc[i] += l[i] * wideAmount - sum[i];
                      }
                    }
+                   const auto blurred = scratch(details.empty() ? 0 : static_cast<std::size_t>(n));
                    for (const Detail& d : details) {
-                     const float* blurred = in[d.input];
+                     d.blur->row(x, y, n, blurred.get());
                      for (int i = 0; i < n; ++i) {
                        float amount = d.amount;
                        if (d.edges >= 0) {
