@@ -780,9 +780,8 @@ private:
 
 /// Where the per-pixel stages meet the picture in the first pass over it: as themselves on
 /// float linear light, or as a StageTable on 8-bit sRGB. The table holds Lab, the space the
-/// stages work in, where what it interpolates is smooth; linear light is taken from it pixel by
-/// pixel (interpolated in linear light, saturated colours near black would come out dozens of
-/// levels off once encoded).
+/// stages end in and the detail stages read; where linear light is wanted, it is taken from the
+/// interpolated Lab pixel by pixel (a table of linear light measured no closer to the stages).
 class FirstPass {
 public:
   FirstPass(std::shared_ptr<const PixelStages> stages, const VImage& input, bool labOut)
