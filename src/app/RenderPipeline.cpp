@@ -307,11 +307,8 @@ VImage positive(const VImage& image) {
 }
 
 /// A Gaussian blur of a float band at full size, by libvips (noise reduction, the edge measure).
-/// The kernel ends where the Gaussian falls below `minAmplitude` of its peak.
-VImage blur(const VImage& band, double sigma, double minAmplitude = 0.2) {
-  return band.gaussblur(
-      sigma,
-      VImage::option()->set("precision", VIPS_PRECISION_FLOAT)->set("min_ampl", minAmplitude));
+VImage blur(const VImage& band, double sigma) {
+  return band.gaussblur(sigma, VImage::option()->set("precision", VIPS_PRECISION_FLOAT));
 }
 
 /// A row's working buffer, left uninitialised: every use writes it whole before reading it.
@@ -381,50 +378,36 @@ inline void linearToLab(const float* rgb, float* lab) {
   lab[2] = 200 * (fy - fz);
 }
 
-/// CIE Lab to linear scRGB (divisions by constants written as products: it runs for every
-/// pixel of an export).
-inline void labToLinear(const float* lab, float* rgb) {
-  float y, fy;
-  if (lab[0] < 8) {
-    y = lab[0] * (1 / 903.3F);
-    fy = 7.787F * y + 16.0F / 116;
-  } else {
-    fy = (lab[0] + 16) * (1.0F / 116);
-    y = fy * fy * fy;
-  }
-  const float fx = lab[1] * (1.0F / 500) + fy;
-  const float fz = fy - lab[2] * (1.0F / 200);
-  const auto inverse = [](float t) {
-    return t < 0.2069F ? (t - 16.0F / 116) * (1 / 7.787F) : t * t * t;
-  };
-  // X and Z relative to the white's Y, so that Y is already on scRGB's scale.
-  const float x = inverse(fx) * (kX0 / kY0), z = inverse(fz) * (kZ0 / kY0);
-  rgb[0] = 3.2406F * x - 1.5372F * y - 0.4986F * z;
-  rgb[1] = -0.9689F * x + 1.8758F * y + 0.0415F * z;
-  rgb[2] = 0.0557F * x - 0.2040F * y + 1.0570F * z;
-}
-
-/// labToLinear over `n` interleaved Lab pixels, into three planes. Both sides of every choice
-/// are computed and then selected, with no branch, so that the compiler runs the loop on several
-/// pixels at once.
-void labRowToLinear(const float* lab, std::size_t n, float* r, float* g, float* b) {
+/// CIE Lab to linear scRGB. Divisions by constants are written as products, and both sides of
+/// every choice are computed and then selected, with no branch, so that a loop over pixels runs
+/// several at once: it runs for every pixel of an export.
+inline void labToLinear(float l, float a, float b, float& red, float& green, float& blue) {
   const auto inverse = [](float t) {
     const float cube = t * t * t;
     const float line = (t - 16.0F / 116) * (1 / 7.787F);
     return t < 0.2069F ? line : cube;
   };
+  const float fyHigh = (l + 16) * (1.0F / 116), yHigh = fyHigh * fyHigh * fyHigh;
+  const float yLow = l * (1 / 903.3F), fyLow = 7.787F * yLow + 16.0F / 116;
+  const bool low = l < 8;
+  const float y = low ? yLow : yHigh;
+  const float fy = low ? fyLow : fyHigh;
+  // X and Z relative to the white's Y, so that Y is already on scRGB's scale.
+  const float x = inverse(a * (1.0F / 500) + fy) * (kX0 / kY0);
+  const float z = inverse(fy - b * (1.0F / 200)) * (kZ0 / kY0);
+  red = 3.2406F * x - 1.5372F * y - 0.4986F * z;
+  green = -0.9689F * x + 1.8758F * y + 0.0415F * z;
+  blue = 0.0557F * x - 0.2040F * y + 1.0570F * z;
+}
+
+inline void labToLinear(const float* lab, float* rgb) {
+  labToLinear(lab[0], lab[1], lab[2], rgb[0], rgb[1], rgb[2]);
+}
+
+/// labToLinear over `n` interleaved Lab pixels, into three planes.
+void labRowToLinear(const float* lab, std::size_t n, float* r, float* g, float* b) {
   for (std::size_t i = 0; i < n; ++i) {
-    const float l = lab[3 * i];
-    const float fyHigh = (l + 16) * (1.0F / 116), yHigh = fyHigh * fyHigh * fyHigh;
-    const float yLow = l * (1 / 903.3F), fyLow = 7.787F * yLow + 16.0F / 116;
-    const bool low = l < 8;
-    const float y = low ? yLow : yHigh;
-    const float fy = low ? fyLow : fyHigh;
-    const float x = inverse(lab[3 * i + 1] * (1.0F / 500) + fy) * (kX0 / kY0);
-    const float z = inverse(fy - lab[3 * i + 2] * (1.0F / 200)) * (kZ0 / kY0);
-    r[i] = 3.2406F * x - 1.5372F * y - 0.4986F * z;
-    g[i] = -0.9689F * x + 1.8758F * y + 0.0415F * z;
-    b[i] = 0.0557F * x - 0.2040F * y + 1.0570F * z;
+    labToLinear(lab[3 * i], lab[3 * i + 1], lab[3 * i + 2], r[i], g[i], b[i]);
   }
 }
 
@@ -628,10 +611,7 @@ public:
   bool lab() const { return colour_ || !grade_.empty(); }
   /// The channel gains, when they are all the stages do.
   std::optional<std::array<float, 3>> gainsOnly() const {
-    if (tone_.empty() && !lab()) {
-      return develop_ ? gains_ : std::array<float, 3>{1, 1, 1};
-    }
-    return std::nullopt;
+    return tone_.empty() && !lab() ? std::optional(gains_) : std::nullopt;
   }
 
   /// One pixel of linear light through the stages: Lab out when `labOut`, else linear light.

@@ -99,6 +99,13 @@ protected:
   static double mean(const VImage& i, Area a, VipsInterpretation space, int band) {
     return in(i, a).colourspace(space)[band].avg();
   }
+  /// The largest difference between two pictures in 8-bit sRGB levels, over every band.
+  static double largestDifference(const VImage& a, const VImage& b) {
+    const auto eight = [](const VImage& i) {
+      return i.colourspace(VIPS_INTERPRETATION_sRGB).cast(VIPS_FORMAT_FLOAT);
+    };
+    return (eight(a) - eight(b)).abs().max();
+  }
   /// The spread of lightness (or Lab a, b) over the left half, away from the middle and borders.
   static double spread(const VImage& i, int band = 0) {
     return in(i, {4, 4, kW / 2 - 16, kH - 8}).colourspace(VIPS_INTERPRETATION_LAB)[band].deviate();
@@ -701,12 +708,6 @@ TEST_F(Render, WhatAMaskRendersDecidesTheShortcuts) {
 // The per-pixel stages and the drawn masks run in one pass of our own code; each must give what
 // the libvips colour conversions and the general mask stage give.
 TEST_F(Render, OnePassMatchesLibvipsAndTheGeneralMaskStage) {
-  const auto largestDifference = [](const VImage& a, const VImage& b) {
-    const auto eight = [](const VImage& i) {
-      return i.colourspace(VIPS_INTERPRETATION_sRGB).cast(VIPS_FORMAT_FLOAT);
-    };
-    return (eight(a) - eight(b)).abs().max();
-  };
   // Covers every pixel, but reads the image, so the mask goes through the general stage.
   const std::vector<core::MaskComponent> everywhere = {
       refine(core::LuminanceRangeShape{-1, 2, 0}, CompositeMode::Intersect)};
@@ -773,7 +774,7 @@ TEST_F(Render, LargeEightBitPicturesMatchTheExactStages) {
     EXPECT_LE(dE.max(), 5.0);
     EXPECT_LE(dE.avg(), 0.6);
     const VImage encoded = applyAdjustments(exact, stack, {}, Encoding::Srgb8);
-    EXPECT_LE((encoded.cast(VIPS_FORMAT_FLOAT) - slow.cast(VIPS_FORMAT_FLOAT)).abs().max(), 1.0);
+    EXPECT_LE(largestDifference(encoded, slow), 1.0);
   }
 }
 
@@ -793,13 +794,8 @@ TEST_F(Render, StreamedDecodesRenderLikeDecodesInMemory) {
     const VImage streamed = renderStack(path, stack, std::nullopt, {});
     EXPECT_EQ(streamed.bands(), picture.bands());
     const VImage expected = applyAdjustments(VImage::new_from_file(path.c_str()).copy_memory(),
-                                             stack, {}, Encoding::Srgb8)
-                                .colourspace(VIPS_INTERPRETATION_sRGB);
-    EXPECT_LE((streamed.colourspace(VIPS_INTERPRETATION_sRGB).cast(VIPS_FORMAT_FLOAT) -
-               expected.cast(VIPS_FORMAT_FLOAT))
-                  .abs()
-                  .max(),
-              1.0);
+                                             stack, {}, Encoding::Srgb8);
+    EXPECT_LE(largestDifference(streamed, expected), 1.0);
   }
 }
 
