@@ -15,6 +15,10 @@
 #include <optional>
 #include <vector>
 
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
+
 namespace velko::app {
 namespace {
 
@@ -23,9 +27,6 @@ using core::AdjustmentKind;
 using vips::VImage;
 
 constexpr double kPi = std::numbers::pi;
-
-
-
 
 /// A stored scalar, or `fallback` when it is absent or not a number.
 double scalar(const core::EditStack& stack, AdjustmentKind kind, double fallback = 0) {
@@ -413,8 +414,9 @@ void labRowToLinear(const float* lab, std::size_t n, float* r, float* g, float* 
 
 /// A table index: `v` scaled by `steps`, rounded, and held within the table.
 inline std::size_t entry(float v, int steps, int entries) {
-  const float i = v * static_cast<float>(steps) + 0.5F;
-  return i <= 0 ? 0 : std::min(static_cast<std::size_t>(i), static_cast<std::size_t>(entries - 1));
+  const float i = std::min(static_cast<float>(entries - 1),
+                           std::max(0.0F, v * static_cast<float>(steps) + 0.5F));
+  return static_cast<std::size_t>(static_cast<int>(i));
 }
 
 /// One lookup per channel, indexed by the square root of the linear value (fine steps in the
@@ -625,8 +627,8 @@ public:
       for (std::size_t c = 0; c < 3; ++c) {
         const float root = p[c] > 0 ? std::sqrt(p[c]) : 0.0F;
         const float position = std::min(root, 1.0F) * (kToneEntries - 1);
-        const std::size_t i =
-            std::min(static_cast<std::size_t>(position), static_cast<std::size_t>(kToneEntries - 2));
+        const auto i =
+            static_cast<std::size_t>(std::min(static_cast<int>(position), kToneEntries - 2));
         const float* e = &tone_[i * 3 + c];
         p[c] = e[0] + (e[3] - e[0]) * (position - static_cast<float>(i));
       }
@@ -731,7 +733,6 @@ public:
 
   /// One pixel: 8-bit R, G, B in, three floats out.
   void apply(const std::uint8_t* rgb, float* out) const {
-    constexpr std::size_t kB = 3, kG = kLevels * kB, kR = kLevels * kG;
     const float fr = fraction_[rgb[0]], fg = fraction_[rgb[1]], fb = fraction_[rgb[2]];
     const float* c = &entries_[cell_[rgb[0]] * kR + cell_[rgb[1]] * kG + cell_[rgb[2]] * kB];
     // The tetrahedron is the one walk from the cell's black corner to its white corner that
@@ -752,7 +753,110 @@ public:
     }
   }
 
+  /// A row of `n` pixels, 8-bit R, G, B, to Lab: lightness into `l`, a and b interleaved into
+  /// `ab` as toFixed values. Eight pixels at a time where the processor has AVX2 (the same
+  /// arithmetic in the same order, so the same results), one at a time otherwise.
+  void labRow(const std::uint8_t* rgb, int n, float* l, std::int16_t* ab) const {
+    int i = 0;
+#if defined(__x86_64__)
+    static const bool avx2 = __builtin_cpu_supports("avx2");
+    if (avx2) {
+      i = labRowAvx2(rgb, n, l, ab);
+    }
+#endif
+    for (; i < n; ++i) {
+      std::array<float, 3> p{};
+      apply(rgb + 3 * static_cast<std::size_t>(i), p.data());
+      l[i] = p[0];
+      ab[2 * i] = toFixed(p[1]);
+      ab[2 * i + 1] = toFixed(p[2]);
+    }
+  }
+
+  /// a or b as 16-bit fixed point, in steps of 1/kAbScale, rounded half away from zero.
+  static constexpr float kAbScale = 32;
+  static std::int16_t toFixed(float v) {
+    const float scaled = std::clamp(v * kAbScale, -32767.0F, 32767.0F);
+    return static_cast<std::int16_t>(scaled + std::copysign(0.5F, scaled));
+  }
+
 private:
+  static constexpr int kB = 3, kG = kLevels * kB, kR = kLevels * kG;
+
+#if defined(__x86_64__)
+  /// labRow for as many whole groups of eight pixels as it can read 16 bytes at a time without
+  /// passing the row's end; returns the pixels done. The tetrahedron's corners are gathered.
+  __attribute__((target("avx2"))) int labRowAvx2(const std::uint8_t* rgb, int n, float* l,
+                                                 std::int16_t* ab) const {
+    const __m256 steps = _mm256_set1_ps(kLevels - 1), top = _mm256_set1_ps(255);
+    const __m256i lastCell = _mm256_set1_epi32(kLevels - 2);
+    const __m256i r = _mm256_set1_epi32(kR), g = _mm256_set1_epi32(kG), b = _mm256_set1_epi32(kB);
+    const __m256i white = _mm256_set1_epi32(kR + kG + kB);
+    const __m256 scale = _mm256_set1_ps(kAbScale), most = _mm256_set1_ps(32767);
+    const __m256 least = _mm256_set1_ps(-32767), half = _mm256_set1_ps(0.5F);
+    const __m256 sign = _mm256_set1_ps(-0.0F);
+    int i = 0;
+    // Pixels 4..7 are read as 16 bytes from pixel 4: two pixels past the group.
+    for (; i + 10 <= n; i += 8) {
+      const std::uint8_t* at = rgb + 3 * static_cast<std::size_t>(i);
+      const __m128i low = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at));
+      const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i*>(at + 12));
+      __m256 fraction[3];
+      __m256i base = _mm256_setzero_si256();
+      for (int c = 0; c < 3; ++c) {
+        // Channel c of the eight pixels, one per 32-bit lane.
+        const auto k = static_cast<char>(c);
+        const __m128i pick = _mm_setr_epi8(k, -1, -1, -1, static_cast<char>(k + 3), -1, -1, -1,
+                                           static_cast<char>(k + 6), -1, -1, -1,
+                                           static_cast<char>(k + 9), -1, -1, -1);
+        const __m256 v = _mm256_cvtepi32_ps(
+            _mm256_set_m128i(_mm_shuffle_epi8(high, pick), _mm_shuffle_epi8(low, pick)));
+        const __m256 position = _mm256_div_ps(_mm256_mul_ps(v, steps), top);
+        const __m256i cell = _mm256_min_epi32(_mm256_cvttps_epi32(position), lastCell);
+        fraction[c] = _mm256_sub_ps(position, _mm256_cvtepi32_ps(cell));
+        base = _mm256_add_epi32(base, _mm256_mullo_epi32(cell, c == 0 ? r : c == 1 ? g : b));
+      }
+      const __m256 fr = fraction[0], fg = fraction[1], fb = fraction[2];
+      const __m256i rg = _mm256_castps_si256(_mm256_cmp_ps(fr, fg, _CMP_GE_OQ));
+      const __m256i gb = _mm256_castps_si256(_mm256_cmp_ps(fg, fb, _CMP_GE_OQ));
+      const __m256i rb = _mm256_castps_si256(_mm256_cmp_ps(fr, fb, _CMP_GE_OQ));
+      const __m256i first =
+          _mm256_blendv_epi8(_mm256_blendv_epi8(b, g, gb), _mm256_blendv_epi8(b, r, rb), rg);
+      const __m256i smallest =
+          _mm256_blendv_epi8(_mm256_blendv_epi8(r, b, rb), _mm256_blendv_epi8(g, b, gb), rg);
+      const __m256i second = _mm256_sub_epi32(white, smallest);
+      const __m256 f1 = _mm256_max_ps(fr, _mm256_max_ps(fg, fb));
+      const __m256 f3 = _mm256_min_ps(fr, _mm256_min_ps(fg, fb));
+      const __m256 f2 =
+          _mm256_sub_ps(_mm256_sub_ps(_mm256_add_ps(_mm256_add_ps(fr, fg), fb), f1), f3);
+      const __m256i atA = _mm256_add_epi32(base, first), atB = _mm256_add_epi32(base, second);
+      const __m256i atW = _mm256_add_epi32(base, white);
+      __m256 out[3];
+      for (int c = 0; c < 3; ++c) {
+        const float* e = entries_.data() + c;
+        const __m256 vc = _mm256_i32gather_ps(e, base, 4), va = _mm256_i32gather_ps(e, atA, 4);
+        const __m256 vb = _mm256_i32gather_ps(e, atB, 4), vw = _mm256_i32gather_ps(e, atW, 4);
+        __m256 o = _mm256_add_ps(vc, _mm256_mul_ps(f1, _mm256_sub_ps(va, vc)));
+        o = _mm256_add_ps(o, _mm256_mul_ps(f2, _mm256_sub_ps(vb, va)));
+        out[c] = _mm256_add_ps(o, _mm256_mul_ps(f3, _mm256_sub_ps(vw, vb)));
+      }
+      _mm256_storeu_ps(l + i, out[0]);
+      __m256i fixed[2];
+      for (int c = 0; c < 2; ++c) {
+        const __m256 v =
+            _mm256_min_ps(_mm256_max_ps(_mm256_mul_ps(out[c + 1], scale), least), most);
+        const __m256 away = _mm256_or_ps(_mm256_and_ps(v, sign), half);
+        fixed[c] = _mm256_cvttps_epi32(_mm256_add_ps(v, away));
+      }
+      // Interleaved a, b: per 128-bit lane, pixels 0,1 | 2,3 (then 4,5 | 6,7), packed to 16 bits.
+      const __m256i pairs = _mm256_packs_epi32(_mm256_unpacklo_epi32(fixed[0], fixed[1]),
+                                               _mm256_unpackhi_epi32(fixed[0], fixed[1]));
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(ab + 2 * static_cast<std::size_t>(i)), pairs);
+    }
+    return i;
+  }
+#endif
+
   std::vector<float> entries_; ///< red-major, then green, then blue; three floats each
   std::array<std::size_t, 256> cell_{};
   std::array<float, 256> fraction_{};
@@ -768,6 +872,22 @@ public:
       : stages_(std::move(stages)), labOut_(labOut) {
     if (input.format() == VIPS_FORMAT_UCHAR) {
       table_ = std::make_shared<const StageTable>(*stages_);
+    }
+  }
+
+  /// A row of `n` input pixels to Lab (`labOut` only): lightness into `l`, a and b into `ab` as
+  /// StageTable::toFixed values.
+  void labRow(const float* row, int n, float* l, std::int16_t* ab) const {
+    if (table_) {
+      table_->labRow(reinterpret_cast<const std::uint8_t*>(row), n, l, ab);
+      return;
+    }
+    for (int i = 0; i < n; ++i) {
+      std::array<float, 3> p{};
+      apply(row, i, p.data());
+      l[i] = p[0];
+      ab[2 * i] = StageTable::toFixed(p[1]);
+      ab[2 * i + 1] = StageTable::toFixed(p[2]);
     }
   }
 
@@ -976,8 +1096,8 @@ VImage applyLightness(const VImage& rgb, std::shared_ptr<const PixelStages> fron
   // The per-pixel stages run once, in the pass that computes lightness into memory (one float
   // band): the blurs read around each tile, and recomputing everything before this stage for
   // every margin would cost far more. The same pass writes a and b beside it as 16-bit fixed
-  // point (steps of 1/32, up to ±1023), which keeps the whole Lab image at 8 bytes a pixel.
-  constexpr float kAbScale = 32;
+  // point (StageTable::toFixed, up to ±1023), which keeps the whole Lab image at 8 bytes a pixel.
+  constexpr float kAbScale = StageTable::kAbScale;
   const VImage abFixed =
       memoryImage(width, height, 2, VIPS_FORMAT_SHORT, VIPS_INTERPRETATION_MULTIBAND);
   auto* abData = reinterpret_cast<std::int16_t*>(VIPS_IMAGE_ADDR(abFixed.get_image(), 0, 0));
@@ -985,17 +1105,7 @@ VImage applyLightness(const VImage& rgb, std::shared_ptr<const PixelStages> fron
       pixelOp({rgb}, 1, VIPS_INTERPRETATION_B_W,
               [first = FirstPass(std::move(front), rgb, true), abData,
                width](const float* const* in, float* out, int x, int y, int n) {
-                std::int16_t* ab = abData + 2 * (static_cast<std::size_t>(y) * width + x);
-                for (int i = 0; i < n; ++i) {
-                  std::array<float, 3> p{};
-                  first.apply(in[0], i, p.data());
-                  out[i] = p[0];
-                  for (std::size_t c = 0; c < 2; ++c) {
-                    // Rounded half away from zero.
-                    const float v = std::clamp(p[c + 1] * kAbScale, -32767.0F, 32767.0F);
-                    ab[2 * i + c] = static_cast<std::int16_t>(v + std::copysign(0.5F, v));
-                  }
-                }
+                first.labRow(in[0], n, out, abData + 2 * (static_cast<std::size_t>(y) * width + x));
               }));
   // Luminance noise reduction comes first, so that everything after works on the smoothed
   // lightness; its sigma and noise level are in output pixels and Lab units.
@@ -1282,13 +1392,14 @@ public:
       const float dy = (static_cast<float>(y) + 0.5F - halfH) / halfH;
       const float across = 1 / halfW;
       const auto position = scratch(size);
+      const auto last = static_cast<float>(vignette_.size() - 1);
       for (int x = 0; x < n; ++x) {
         const float dx = (static_cast<float>(x0 + x) + 0.5F - halfW) * across;
         position[static_cast<std::size_t>(x)] =
             std::sqrt((dx * dx + dy * dy) * 0.5F) * kRadiusSteps + 0.5F;
       }
       for (std::size_t x = 0; x < size; ++x) {
-        gain[x] = vignette_[std::min(static_cast<std::size_t>(position[x]), vignette_.size() - 1)];
+        gain[x] = vignette_[static_cast<unsigned>(static_cast<int>(std::min(position[x], last)))];
       }
     }
     if (grain_) {
@@ -1331,9 +1442,23 @@ public:
     return encoder;
   }
 
-  std::uint8_t operator()(float linear) const {
-    const float i = linear * (kSteps - 1) + 0.5F;
-    return table_[i <= 0 ? 0 : i >= kSteps - 1 ? kSteps - 1 : static_cast<std::size_t>(i)];
+  std::uint8_t operator()(float linear) const { return table_[index(linear)]; }
+
+  /// `n` pixels of three planes into interleaved 8-bit R, G, B: eight at a time where the
+  /// processor has AVX2, one at a time otherwise.
+  void row(const float* r, const float* g, const float* b, int n, std::uint8_t* out) const {
+    int i = 0;
+#if defined(__x86_64__)
+    static const bool avx2 = __builtin_cpu_supports("avx2");
+    if (avx2) {
+      i = rowAvx2(r, g, b, n, out);
+    }
+#endif
+    for (; i < n; ++i) {
+      out[3 * i] = (*this)(r[i]);
+      out[3 * i + 1] = (*this)(g[i]);
+      out[3 * i + 2] = (*this)(b[i]);
+    }
   }
 
 private:
@@ -1344,7 +1469,48 @@ private:
           std::lround(255 * toPerceptual(static_cast<double>(i) / (kSteps - 1))));
     }
   }
-  std::array<std::uint8_t, kSteps> table_{};
+
+  /// The table entry of a linear value: clamped first (NaN to 0), then converted through int, as
+  /// a float to std::size_t conversion has no single instruction and costs a branch.
+  static unsigned index(float linear) {
+    const float i = std::min(kSteps - 1.0F, std::max(0.0F, linear * (kSteps - 1) + 0.5F));
+    return static_cast<unsigned>(static_cast<int>(i));
+  }
+
+#if defined(__x86_64__)
+  /// row for whole groups of eight pixels while the last group's 16-byte store stays within the
+  /// row; returns the pixels done. Entries are gathered four bytes at a time (the table has three
+  /// bytes to spare) and the low byte kept.
+  __attribute__((target("avx2"))) int rowAvx2(const float* r, const float* g, const float* b, int n,
+                                              std::uint8_t* out) const {
+    const __m256 scale = _mm256_set1_ps(kSteps - 1), half = _mm256_set1_ps(0.5F);
+    const __m256 zero = _mm256_setzero_ps(), last = _mm256_set1_ps(kSteps - 1.0F);
+    const __m256i low = _mm256_set1_epi32(0xFF);
+    const auto* table = reinterpret_cast<const int*>(table_.data());
+    // Per 128-bit lane: the low three bytes of each of its four pixels, then four unused bytes.
+    const __m256i squeeze =
+        _mm256_setr_epi8(0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, -1, -1, -1, -1, 0, 1, 2, 4, 5, 6,
+                         8, 9, 10, 12, 13, 14, -1, -1, -1, -1);
+    int i = 0;
+    for (; 3 * (i + 8) + 4 <= 3 * n; i += 8) {
+      __m256i pixel = _mm256_setzero_si256();
+      const float* planes[3] = {r, g, b};
+      for (int c = 0; c < 3; ++c) {
+        const __m256 v = _mm256_add_ps(_mm256_mul_ps(_mm256_loadu_ps(planes[c] + i), scale), half);
+        const __m256i at = _mm256_cvttps_epi32(_mm256_min_ps(last, _mm256_max_ps(zero, v)));
+        const __m256i level = _mm256_and_si256(_mm256_i32gather_epi32(table, at, 1), low);
+        pixel = _mm256_or_si256(pixel, _mm256_slli_epi32(level, 8 * c));
+      }
+      const __m256i packed = _mm256_shuffle_epi8(pixel, squeeze);
+      std::uint8_t* to = out + 3 * static_cast<std::size_t>(i);
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(to), _mm256_castsi256_si128(packed));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(to + 12), _mm256_extracti128_si256(packed, 1));
+    }
+    return i;
+  }
+#endif
+
+  std::array<std::uint8_t, kSteps + 3> table_{};
 };
 
 /// What is left of a render after the neighbourhood stages, in one pass over the pixels: the
@@ -1431,12 +1597,7 @@ VImage finish(const VImage& image, bool lab, std::shared_ptr<const PixelStages> 
           effects->apply(planes.get(), x, y, n);
         }
         if (srgb8) {
-          auto* bytes = reinterpret_cast<std::uint8_t*>(out);
-          for (std::size_t i = 0; i < size; ++i) {
-            bytes[3 * i] = encoder(r[i]);
-            bytes[3 * i + 1] = encoder(g[i]);
-            bytes[3 * i + 2] = encoder(b[i]);
-          }
+          encoder.row(r, g, b, n, reinterpret_cast<std::uint8_t*>(out));
         } else {
           for (std::size_t i = 0; i < size; ++i) {
             out[3 * i] = r[i];
