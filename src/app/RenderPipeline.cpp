@@ -706,7 +706,7 @@ public:
   static constexpr double kWorthFrom = 16.0 * kLevels * kLevels * kLevels;
 
   explicit StageTable(const PixelStages& stages) {
-    entries_.resize(static_cast<std::size_t>(kLevels * kLevels * kLevels) * 3);
+    entries_.resize(static_cast<std::size_t>(kLevels * kLevels * kLevels) * kB);
     std::array<float, kLevels> linear{};
     for (int i = 0; i < kLevels; ++i) {
       linear[static_cast<std::size_t>(i)] =
@@ -715,7 +715,7 @@ public:
     float* e = entries_.data();
     for (int r = 0; r < kLevels; ++r) {
       for (int g = 0; g < kLevels; ++g) {
-        for (int b = 0; b < kLevels; ++b, e += 3) {
+        for (int b = 0; b < kLevels; ++b, e += kB) {
           e[0] = linear[static_cast<std::size_t>(r)];
           e[1] = linear[static_cast<std::size_t>(g)];
           e[2] = linear[static_cast<std::size_t>(b)];
@@ -781,7 +781,9 @@ public:
   }
 
 private:
-  static constexpr int kB = 3, kG = kLevels * kB, kR = kLevels * kG;
+  /// Entry strides: each entry is four floats (Lab and one unused), so that a corner is one
+  /// 16-byte load.
+  static constexpr int kB = 4, kG = kLevels * kB, kR = kLevels * kG;
 
 #if defined(__x86_64__)
   /// labRow for as many whole groups of eight pixels as it can read 16 bytes at a time without
@@ -831,15 +833,32 @@ private:
           _mm256_sub_ps(_mm256_sub_ps(_mm256_add_ps(_mm256_add_ps(fr, fg), fb), f1), f3);
       const __m256i atA = _mm256_add_epi32(base, first), atB = _mm256_add_epi32(base, second);
       const __m256i atW = _mm256_add_epi32(base, white);
-      __m256 out[3];
-      for (int c = 0; c < 3; ++c) {
-        const float* e = entries_.data() + c;
-        const __m256 vc = _mm256_i32gather_ps(e, base, 4), va = _mm256_i32gather_ps(e, atA, 4);
-        const __m256 vb = _mm256_i32gather_ps(e, atB, 4), vw = _mm256_i32gather_ps(e, atW, 4);
-        __m256 o = _mm256_add_ps(vc, _mm256_mul_ps(f1, _mm256_sub_ps(va, vc)));
-        o = _mm256_add_ps(o, _mm256_mul_ps(f2, _mm256_sub_ps(vb, va)));
-        out[c] = _mm256_add_ps(o, _mm256_mul_ps(f3, _mm256_sub_ps(vw, vb)));
+      // The corners are read a whole entry at a time, pixel by pixel (as fast as gathering
+      // one channel of eight pixels, which would take three times as many instructions), then
+      // turned back into one vector per channel.
+      alignas(32) std::int32_t corner[4][8];
+      alignas(32) float weight[3][8];
+      _mm256_store_si256(reinterpret_cast<__m256i*>(corner[0]), base);
+      _mm256_store_si256(reinterpret_cast<__m256i*>(corner[1]), atA);
+      _mm256_store_si256(reinterpret_cast<__m256i*>(corner[2]), atB);
+      _mm256_store_si256(reinterpret_cast<__m256i*>(corner[3]), atW);
+      _mm256_store_ps(weight[0], f1);
+      _mm256_store_ps(weight[1], f2);
+      _mm256_store_ps(weight[2], f3);
+      __m128 pixel[8];
+      const float* e = entries_.data();
+      for (int p = 0; p < 8; ++p) {
+        const __m128 vc = _mm_loadu_ps(e + corner[0][p]), va = _mm_loadu_ps(e + corner[1][p]);
+        const __m128 vb = _mm_loadu_ps(e + corner[2][p]), vw = _mm_loadu_ps(e + corner[3][p]);
+        __m128 o = _mm_add_ps(vc, _mm_mul_ps(_mm_set1_ps(weight[0][p]), _mm_sub_ps(va, vc)));
+        o = _mm_add_ps(o, _mm_mul_ps(_mm_set1_ps(weight[1][p]), _mm_sub_ps(vb, va)));
+        pixel[p] = _mm_add_ps(o, _mm_mul_ps(_mm_set1_ps(weight[2][p]), _mm_sub_ps(vw, vb)));
       }
+      _MM_TRANSPOSE4_PS(pixel[0], pixel[1], pixel[2], pixel[3]);
+      _MM_TRANSPOSE4_PS(pixel[4], pixel[5], pixel[6], pixel[7]);
+      const __m256 out[3] = {_mm256_set_m128(pixel[4], pixel[0]),
+                             _mm256_set_m128(pixel[5], pixel[1]),
+                             _mm256_set_m128(pixel[6], pixel[2])};
       _mm256_storeu_ps(l + i, out[0]);
       __m256i fixed[2];
       for (int c = 0; c < 2; ++c) {
@@ -857,7 +876,7 @@ private:
   }
 #endif
 
-  std::vector<float> entries_; ///< red-major, then green, then blue; three floats each
+  std::vector<float> entries_; ///< red-major, then green, then blue; kB floats each
   std::array<std::size_t, 256> cell_{};
   std::array<float, 256> fraction_{};
 };
