@@ -312,6 +312,27 @@ VImage blur(const VImage& band, double sigma) {
   return band.gaussblur(sigma, VImage::option()->set("precision", VIPS_PRECISION_FLOAT));
 }
 
+#if defined(__x86_64__)
+template <typename Loops> __attribute__((target("avx2"))) void withAvx2(const Loops& loops) {
+  loops();
+}
+#endif
+
+/// Runs `loops` compiled for AVX2 (inlined into withAvx2) where the processor has it. The
+/// compiler then makes vector code eight floats wide; a loop over interleaved pixels, which the
+/// baseline instructions vectorise only two floats at a time, gains most. Fused multiply-adds stay
+/// off, so the results are those of the baseline code.
+template <typename Loops> void vectorised(const Loops& loops) {
+#if defined(__x86_64__)
+  static const bool avx2 = __builtin_cpu_supports("avx2");
+  if (avx2) {
+    withAvx2(loops);
+    return;
+  }
+#endif
+  loops();
+}
+
 /// A row's working buffer, left uninitialised: every use writes it whole before reading it.
 inline std::unique_ptr<float[]> scratch(std::size_t n) {
   return std::make_unique_for_overwrite<float[]>(n);
@@ -407,9 +428,11 @@ inline void labToLinear(const float* lab, float* rgb) {
 
 /// labToLinear over `n` interleaved Lab pixels, into three planes.
 void labRowToLinear(const float* lab, std::size_t n, float* r, float* g, float* b) {
-  for (std::size_t i = 0; i < n; ++i) {
-    labToLinear(lab[3 * i], lab[3 * i + 1], lab[3 * i + 2], r[i], g[i], b[i]);
-  }
+  vectorised([&] {
+    for (std::size_t i = 0; i < n; ++i) {
+      labToLinear(lab[3 * i], lab[3 * i + 1], lab[3 * i + 2], r[i], g[i], b[i]);
+    }
+  });
 }
 
 /// A table index: `v` scaled by `steps`, rounded, and held within the table.
