@@ -313,6 +313,12 @@ VImage blur(const VImage& band, double sigma) {
 }
 
 #if defined(__x86_64__)
+/// Whether the processor has AVX2, asked once.
+bool hasAvx2() {
+  static const bool avx2 = __builtin_cpu_supports("avx2");
+  return avx2;
+}
+
 template <typename Loops> __attribute__((target("avx2"))) void withAvx2(const Loops& loops) {
   loops();
 }
@@ -324,8 +330,7 @@ template <typename Loops> __attribute__((target("avx2"))) void withAvx2(const Lo
 /// off, so the results are those of the baseline code.
 template <typename Loops> void vectorised(const Loops& loops) {
 #if defined(__x86_64__)
-  static const bool avx2 = __builtin_cpu_supports("avx2");
-  if (avx2) {
+  if (hasAvx2()) {
     withAvx2(loops);
     return;
   }
@@ -782,8 +787,7 @@ public:
   void labRow(const std::uint8_t* rgb, int n, float* l, std::int16_t* ab) const {
     int i = 0;
 #if defined(__x86_64__)
-    static const bool avx2 = __builtin_cpu_supports("avx2");
-    if (avx2) {
+    if (hasAvx2()) {
       i = labRowAvx2(rgb, n, l, ab);
     }
 #endif
@@ -810,7 +814,7 @@ private:
 
 #if defined(__x86_64__)
   /// labRow for as many whole groups of eight pixels as it can read 16 bytes at a time without
-  /// passing the row's end; returns the pixels done. The tetrahedron's corners are gathered.
+  /// passing the row's end; returns the pixels done.
   __attribute__((target("avx2"))) int labRowAvx2(const std::uint8_t* rgb, int n, float* l,
                                                  std::int16_t* ab) const {
     const __m256 steps = _mm256_set1_ps(kLevels - 1), top = _mm256_set1_ps(255);
@@ -856,9 +860,8 @@ private:
           _mm256_sub_ps(_mm256_sub_ps(_mm256_add_ps(_mm256_add_ps(fr, fg), fb), f1), f3);
       const __m256i atA = _mm256_add_epi32(base, first), atB = _mm256_add_epi32(base, second);
       const __m256i atW = _mm256_add_epi32(base, white);
-      // The corners are read a whole entry at a time, pixel by pixel (as fast as gathering
-      // one channel of eight pixels, which would take three times as many instructions), then
-      // turned back into one vector per channel.
+      // The corners are read a whole entry at a time, pixel by pixel, then turned back into one
+      // vector per channel: four loads a pixel cost less than twelve gathers per eight pixels.
       alignas(32) std::int32_t corner[4][8];
       alignas(32) float weight[3][8];
       _mm256_store_si256(reinterpret_cast<__m256i*>(corner[0]), base);
@@ -1491,8 +1494,7 @@ public:
   void row(const float* r, const float* g, const float* b, int n, std::uint8_t* out) const {
     int i = 0;
 #if defined(__x86_64__)
-    static const bool avx2 = __builtin_cpu_supports("avx2");
-    if (avx2) {
+    if (hasAvx2()) {
       i = rowAvx2(r, g, b, n, out);
     }
 #endif
