@@ -721,6 +721,22 @@ private:
   std::optional<PointColors> points_;
 };
 
+/// a or b as the first pass stores them for the detail pass: 16-bit fixed point in steps of
+/// 1/kAbScale, rounded half away from zero.
+constexpr float kAbScale = 32;
+inline std::int16_t toFixed(float v) {
+  const float scaled = std::clamp(v * kAbScale, -32767.0F, 32767.0F);
+  return static_cast<std::int16_t>(scaled + std::copysign(0.5F, scaled));
+}
+
+/// Pixel `i` of a first-pass row: the lightness of `lab` into `l`, its a and b into `ab`
+/// (interleaved, toFixed).
+inline void storeLab(const std::array<float, 3>& lab, int i, float* l, std::int16_t* ab) {
+  l[i] = lab[0];
+  ab[2 * i] = toFixed(lab[1]);
+  ab[2 * i + 1] = toFixed(lab[2]);
+}
+
 /// The per-pixel stages of an 8-bit sRGB picture as a table: the stages computed on a lattice of
 /// 33 levels per channel, and each pixel interpolated between the four lattice points of the
 /// tetrahedron around it (exact along the grey axis). An approximation of PixelStages::apply:
@@ -781,9 +797,9 @@ public:
     }
   }
 
-  /// A row of `n` pixels, 8-bit R, G, B, to Lab: lightness into `l`, a and b interleaved into
-  /// `ab` as toFixed values. Eight pixels at a time where the processor has AVX2 (the same
-  /// arithmetic in the same order, so the same results), one at a time otherwise.
+  /// A row of `n` pixels, 8-bit R, G, B, to Lab, stored as storeLab stores it. Eight pixels at a
+  /// time where the processor has AVX2 (the same arithmetic in the same order, so the same
+  /// results), one at a time otherwise.
   void labRow(const std::uint8_t* rgb, int n, float* l, std::int16_t* ab) const {
     int i = 0;
 #if defined(__x86_64__)
@@ -794,17 +810,8 @@ public:
     for (; i < n; ++i) {
       std::array<float, 3> p{};
       apply(rgb + 3 * static_cast<std::size_t>(i), p.data());
-      l[i] = p[0];
-      ab[2 * i] = toFixed(p[1]);
-      ab[2 * i + 1] = toFixed(p[2]);
+      storeLab(p, i, l, ab);
     }
-  }
-
-  /// a or b as 16-bit fixed point, in steps of 1/kAbScale, rounded half away from zero.
-  static constexpr float kAbScale = 32;
-  static std::int16_t toFixed(float v) {
-    const float scaled = std::clamp(v * kAbScale, -32767.0F, 32767.0F);
-    return static_cast<std::int16_t>(scaled + std::copysign(0.5F, scaled));
   }
 
 private:
@@ -920,8 +927,7 @@ public:
     }
   }
 
-  /// A row of `n` input pixels to Lab (`labOut` only): lightness into `l`, a and b into `ab` as
-  /// StageTable::toFixed values.
+  /// A row of `n` input pixels to Lab (`labOut` only), stored as storeLab stores it.
   void labRow(const float* row, int n, float* l, std::int16_t* ab) const {
     if (table_) {
       table_->labRow(reinterpret_cast<const std::uint8_t*>(row), n, l, ab);
@@ -930,9 +936,7 @@ public:
     for (int i = 0; i < n; ++i) {
       std::array<float, 3> p{};
       apply(row, i, p.data());
-      l[i] = p[0];
-      ab[2 * i] = StageTable::toFixed(p[1]);
-      ab[2 * i + 1] = StageTable::toFixed(p[2]);
+      storeLab(p, i, l, ab);
     }
   }
 
@@ -1141,8 +1145,7 @@ VImage applyLightness(const VImage& rgb, std::shared_ptr<const PixelStages> fron
   // The per-pixel stages run once, in the pass that computes lightness into memory (one float
   // band): the blurs read around each tile, and recomputing everything before this stage for
   // every margin would cost far more. The same pass writes a and b beside it as 16-bit fixed
-  // point (StageTable::toFixed, up to ±1023), which keeps the whole Lab image at 8 bytes a pixel.
-  constexpr float kAbScale = StageTable::kAbScale;
+  // point (toFixed, up to ±1023), which keeps the whole Lab image at 8 bytes a pixel.
   const VImage abFixed =
       memoryImage(width, height, 2, VIPS_FORMAT_SHORT, VIPS_INTERPRETATION_MULTIBAND);
   auto* abData = reinterpret_cast<std::int16_t*>(VIPS_IMAGE_ADDR(abFixed.get_image(), 0, 0));
