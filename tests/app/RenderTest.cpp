@@ -164,14 +164,8 @@ protected:
   static core::LocalMask maskOf(core::MaskShape shape,
                                 core::MaskAdjustments adjustments = {{K::Exposure, 1}},
                                 std::vector<core::MaskComponent> refinements = {}) {
-    core::LocalMask m;
-    m.id = core::Uuid::random();
-    m.shape = std::move(shape);
-    m.adjustments = std::move(adjustments);
-    if (!refinements.empty()) {
-      m.refinementList = std::move(refinements);
-    }
-    return m;
+    return {.id = core::Uuid::random(), .shape = std::move(shape),
+            .adjustments = std::move(adjustments), .refinementList = std::move(refinements)};
   }
   static core::MaskComponent refine(core::MaskShape shape, CompositeMode mode) {
     return {core::Uuid::random(), std::move(shape), mode};
@@ -184,10 +178,6 @@ protected:
   static core::RadialShape radial(double cx, double cy, double r, double feather,
                                   bool inverted = false) {
     return {{cx, cy}, {r, r}, feather, inverted};
-  }
-  static core::BrushStroke stroke(std::vector<core::Point> points, double radius,
-                                  bool erase = false) {
-    return {std::move(points), radius, erase};
   }
 
   const VImage grey_ = flat(118, 118, 118);
@@ -377,12 +367,10 @@ TEST_F(Render, EachKindDoesWhatItsNameSays) {
 }
 
 TEST_F(Render, KeepsAlphaAndTakesEveryInputFormat) {
-  const std::vector<std::pair<VImage, int>> cases = {
-      {flat(100, 100, 100).colourspace(VIPS_INTERPRETATION_B_W), 3},
-      {flat(100, 100, 100).bandjoin_const({128}), 4},
-      {flat(100, 100, 100).colourspace(VIPS_INTERPRETATION_RGB16), 3},
-  };
-  for (const auto& [input, bands] : cases) {
+  const VImage grey = flat(100, 100, 100);
+  for (const auto& [input, bands] : {std::pair{grey.colourspace(VIPS_INTERPRETATION_B_W), 3},
+                                     {grey.bandjoin_const({128}), 4},
+                                     {grey.colourspace(VIPS_INTERPRETATION_RGB16), 3}}) {
     SCOPED_TRACE(vips_enum_nick(VIPS_TYPE_INTERPRETATION, input.interpretation()) +
                  std::to_string(input.bands()));
     const VImage out = applyAdjustments(input, stackOf({{K::Exposure, 1}, {K::Contrast, 0.2}}));
@@ -472,8 +460,7 @@ TEST_F(Render, AutoCropIsTheLargestRectangleWithNothingEmpty) {
     double reach = 0;
     for (int j = 0; j <= 100; ++j) {
       const double t = j / 100.0;
-      for (core::Point p :
-           {core::Point{t, 0}, core::Point{t, 1}, core::Point{0, t}, core::Point{1, t}}) {
+      for (core::Point p : {core::Point{t, 0}, {t, 1}, {0, t}, {1, t}}) {
         const core::Point s = warp.source(p);
         reach = std::max({reach, std::abs(2 * s.x - 1), std::abs(2 * s.y - 1)});
       }
@@ -564,8 +551,8 @@ TEST_F(Render, MaskExposureLandsWhereEachShapeIs) {
   const Area top{0, 0, kW, 5}, bottom{0, kH - 5, kW, 5}, lineStart{16, kH / 2 - 1, 24, 2};
   const Area bright{kW * 2 / 3, 0, kW / 3, kH}, dark{0, 0, kW / 3, kH},
       erased{62, kH / 2 - 1, 22, 2};
-  const core::BrushStroke line = stroke({{0.1, 0.5}, {0.9, 0.5}}, 0.04);
-  const core::BrushStroke erase = stroke({{0.62, 0.5}, {1.0, 0.5}}, 0.1, true);
+  const core::BrushStroke line{{{0.1, 0.5}, {0.9, 0.5}}, 0.04},
+      erase{{{0.62, 0.5}, {1.0, 0.5}}, 0.1, true};
   const core::LinearShape downwards{{0.5, 0.1}, {0.5, 0.9}};
   const std::vector<Case> cases = {
       {"inverted radial", grey_, radial(0.5, 0.5, 0.3, 0.2, true), kCorner, kCentre},
@@ -593,37 +580,28 @@ TEST_F(Render, MaskRefinementsCombineInListOrder) {
   const core::RadialShape big = radial(0.5, 0.5, 0.4, 0); // covers the centre and both rings
   const core::RadialShape hole = radial(0.5, 0.5, 0.15, 0);
   const core::RadialShape dot = radial(0, 0, 0.1, 0); // the top-left corner
-  struct Case {
-    const char* name;
-    std::vector<core::MaskComponent> refinements;
-    std::vector<double> expected; ///< at the centre, the left ring, the right ring, top left
-  };
-  const std::vector<Case> cases = {
+  // The matte at the centre, the left ring, the right ring and the top left.
+  const std::tuple<const char*, std::vector<core::MaskComponent>, std::array<double, 4>> cases[] = {
       {"subtract cuts a hole", {refine(hole, CompositeMode::Subtract)}, {0, 1, 1, 0}},
       {"intersect keeps the overlap", {refine(hole, CompositeMode::Intersect)}, {1, 0, 0, 0}},
       {"subtract, then add",
        {refine(dot, CompositeMode::Subtract), refine(dot, CompositeMode::Add)},
        {1, 1, 1, 1}},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    const VImage m = maskMatte(maskOf(big, {}, c.refinements), grey_);
+  for (const auto& [name, refinements, expected] : cases) {
+    SCOPED_TRACE(name);
+    const VImage m = maskMatte(maskOf(big, {}, refinements), grey_);
     ASSERT_EQ(m.bands(), 1);
-    EXPECT_NEAR(m.getpoint(kW / 2, kH / 2)[0], c.expected[0], 0.1);
-    EXPECT_NEAR(m.getpoint(kW / 2 - 24, kH / 2)[0], c.expected[1], 0.02);
-    EXPECT_NEAR(m.getpoint(kW / 2 + 24, kH / 2)[0], c.expected[2], 0.02);
-    EXPECT_NEAR(m.getpoint(1, 1)[0], c.expected[3], 0.02);
+    EXPECT_NEAR(m.getpoint(kW / 2, kH / 2)[0], expected[0], 0.1);
+    EXPECT_NEAR(m.getpoint(kW / 2 - 24, kH / 2)[0], expected[1], 0.02);
+    EXPECT_NEAR(m.getpoint(kW / 2 + 24, kH / 2)[0], expected[2], 0.02);
+    EXPECT_NEAR(m.getpoint(1, 1)[0], expected[3], 0.02);
   }
 }
 
 TEST_F(Render, MaskFeatherZeroIsAHardEdgeAndMoreFeatherASoftRamp) {
-  struct Case {
-    const char* name;
-    VImage input;
-    core::MaskShape hard, soft;
-  };
-  const core::BrushStroke down = stroke({{0.5, 0.1}, {0.5, 0.9}}, 0.3);
-  const std::vector<Case> cases = {
+  const core::BrushStroke down{{{0.5, 0.1}, {0.5, 0.9}}, 0.3};
+  const std::tuple<const char*, VImage, core::MaskShape, core::MaskShape> cases[] = {
       {"radial", grey_, radial(0.5, 0.5, 0.4, 0), radial(0.5, 0.5, 0.4, 1)},
       {"brush", grey_, core::BrushShape{{down}, 0}, core::BrushShape{{down}, 1}},
       {"colour", hueRampX(), core::ColorRangeShape{0.15, 0.02, 0},
@@ -634,10 +612,10 @@ TEST_F(Render, MaskFeatherZeroIsAHardEdgeAndMoreFeatherASoftRamp) {
     const VImage row = maskMatte(maskOf(shape), input).extract_area(0, kH / 2, kW, 1);
     return ((row > 0.02) & (row < 0.98)).avg() / 255 * kW;
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    EXPECT_LE(partial(c.hard, c.input), 4);
-    EXPECT_GE(partial(c.soft, c.input), 12);
+  for (const auto& [name, input, hard, soft] : cases) {
+    SCOPED_TRACE(name);
+    EXPECT_LE(partial(hard, input), 4);
+    EXPECT_GE(partial(soft, input), 12);
   }
 }
 
@@ -650,9 +628,10 @@ TEST_F(Render, MattesStayInRangeForAnyNumbersAndFrameSize) {
       core::RadialShape{{1e300, -1e300}, {0, inf}, nan, false},
       core::LuminanceRangeShape{0.9, 0.1, -3},
       core::ColorRangeShape{-7.25, inf, nan},
-      core::BrushShape{{stroke({{nan, 0.5}, {1e300, 1e300}, {0.5, -inf}}, 1e300),
-                        stroke({{0.5, 0.5}}, -1), stroke({}, 0.1),
-                        stroke({{0.2, 0.2}, {0.2, 0.2}, {0.9, 0.9}}, 0.1, true)},
+      core::BrushShape{{{{{nan, 0.5}, {1e300, 1e300}, {0.5, -inf}}, 1e300},
+                        {{{0.5, 0.5}}, -1},
+                        {{}, 0.1},
+                        {{{0.2, 0.2}, {0.2, 0.2}, {0.9, 0.9}}, 0.1, true}},
                        nan},
       core::AiSubjectShape{},
       core::AiPeopleShape{true},
@@ -717,22 +696,16 @@ TEST_F(Render, OnePassMatchesLibvipsAndTheGeneralMaskStage) {
                 refinements),
          maskOf(core::LinearShape{{0.2, 0.2}, {0.8, 0.7}}, {{K::Contrast, 0.5}}, refinements)});
   };
-  struct Case {
-    const char* name;
-    VImage input;
-    core::EditStack stack;
-    VImage expected;
-  };
-  const std::vector<Case> cases = {
+  const std::tuple<const char*, VImage, core::EditStack, VImage> cases[] = {
       {"Lab and back, chroma only", hueRampX(), stackOf({{K::Vibrance, 1e-9}}), hueRampX()},
       {"Lab and back through a hue turn", hueRampX(), stackOf({{K::HslRedHue, 1e-7}}), hueRampX()},
       {"grade off the ramp's lightness", rampX(), stackOf({{K::CgMidLum, 1e-9}}), rampX()},
       {"radial and linear masks", rampX(), twoMasks({}),
        applyAdjustments(rampX(), twoMasks(everywhere))},
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.name);
-    EXPECT_LE(largestDifference(applyAdjustments(c.input, c.stack), c.expected), 1.0);
+  for (const auto& [name, input, stack, expected] : cases) {
+    SCOPED_TRACE(name);
+    EXPECT_LE(largestDifference(applyAdjustments(input, stack), expected), 1.0);
   }
 }
 
@@ -747,20 +720,12 @@ TEST_F(Render, LargeEightBitPicturesMatchTheExactStages) {
       srgb(VImage::bandjoin({xy[0] * (255.0 / (kSide - 1)), xy[1] * (255.0 / (kSide - 1)),
                              (xy[0] * 7 + xy[1] * 13) % 256}));
   const VImage exact = picture.colourspace(VIPS_INTERPRETATION_RGB16);
-  const auto lab = [](const VImage& i) {
-    return i.colourspace(VIPS_INTERPRETATION_LAB);
-  };
+  const auto lab = [](const VImage& i) { return i.colourspace(VIPS_INTERPRETATION_LAB); };
   const std::vector<std::pair<const char*, core::EditStack>> stacks = {
-      {"tone and colour", stackOf({{K::Exposure, 0.4},
-                                   {K::Contrast, 0.3},
-                                   {K::Highlights, -0.5},
-                                   {K::Shadows, 0.4},
-                                   {K::Temperature, 0.3},
-                                   {K::Vibrance, 0.4},
-                                   {K::HslBlueSat, 0.5},
-                                   {K::HslOrangeLum, 0.3},
-                                   {K::CgShadowSat, 0.4},
-                                   {K::PointColor, 0.5}})},
+      {"tone and colour",
+       stackOf({{K::Exposure, 0.4}, {K::Contrast, 0.3}, {K::Highlights, -0.5}, {K::Shadows, 0.4},
+                {K::Temperature, 0.3}, {K::Vibrance, 0.4}, {K::HslBlueSat, 0.5},
+                {K::HslOrangeLum, 0.3}, {K::CgShadowSat, 0.4}, {K::PointColor, 0.5}})},
       {"curve and levels",
        stackOf({{K::ToneCurve, 0.7}, {K::LevelsBlack, 0.1}, {K::Saturation, -0.5}})},
       {"with detail", stackOf({{K::Exposure, -0.3}, {K::HslRedHue, 0.5}, {K::Clarity, 0.4}})},
@@ -840,7 +805,7 @@ TEST_F(Render, WholeStackFromAFileIsFramedAndRepeats) {
   stack.setMasks({
       maskOf(core::AiSubjectShape{}, {{K::Exposure, 0.4}, {K::Clarity, 0.3}}),
       maskOf(core::AiPeopleShape{}, {{K::Saturation, -0.5}}),
-      maskOf(core::BrushShape{{stroke({{0.1, 0.1}, {0.8, 0.7}, {0.3, 0.9}}, 0.05)}, 0.5},
+      maskOf(core::BrushShape{{{{{0.1, 0.1}, {0.8, 0.7}, {0.3, 0.9}}, 0.05}}, 0.5},
              {{K::Temperature, 0.4}},
              {refine(core::LuminanceRangeShape{0.2, 0.8, 0.1}, CompositeMode::Intersect),
               refine(core::ColorRangeShape{0.1, 0.1, 0.1}, CompositeMode::Add),
