@@ -75,8 +75,9 @@ TEST_F(Content, SimilarRanksAResizedReencodedCopyFirst) {
   g_autofree gchar* cut = g_base64_encode(static_cast<const guchar*>(png), 64);
   r = call("similar.find", json::Object{{"imageBase64", base64}});
   // The same PNG cut short is an error, not a search with a blank picture.
-  EXPECT_THAT(callError("similar.find", json::Object{{"imageBase64", cut}}).what(),
-              HasSubstr("cannot decode the image"));
+  const CallError refused = callError("similar.find", json::Object{{"imageBase64", cut}});
+  EXPECT_EQ(refused.code, -32602);
+  EXPECT_THAT(refused.what(), HasSubstr("cannot be decoded as an image (cannot decode the image"));
   const json::Array& byImage = r.at("matches").as_array();
   ASSERT_EQ(byImage.size(), 6u);
   EXPECT_EQ((std::set<std::string>{std::string(byImage[0].at("id").as_string()),

@@ -13,7 +13,6 @@
 #include <random>
 #include <set>
 #include <thread>
-#include <xxhash.h>
 
 namespace velko::app::testing {
 namespace {
@@ -26,9 +25,8 @@ constexpr int kStaged = 32;
 constexpr int kRounds = 30;
 constexpr std::uint32_t kSeed = 20240501;
 
-std::uint64_t fileHash(const fs::path& path) {
-  const std::string bytes = readFile(path);
-  return XXH3_64bits(bytes.data(), bytes.size());
+std::size_t fileHash(const fs::path& path) {
+  return std::hash<std::string>{}(readFile(path));
 }
 
 /// What the catalogue holds for one photo; state 2 is in the trash.
@@ -37,11 +35,9 @@ struct Row {
   std::string path;
 };
 using Field = std::int64_t Row::*;
-constexpr std::pair<const char*, Field> kFields[] = {{"state", &Row::state},
-                                                     {"rating", &Row::rating},
-                                                     {"flag", &Row::flag},
-                                                     {"stack version", &Row::version},
-                                                     {"keyword", &Row::keyword}};
+constexpr std::pair<const char*, Field> kFields[] = {
+    {"state", &Row::state}, {"rating", &Row::rating}, {"flag", &Row::flag},
+    {"stack version", &Row::version}, {"keyword", &Row::keyword}};
 
 std::map<std::string, Row> photosIn(const std::string& catalogue) {
   std::map<std::string, Row> photos;
@@ -135,9 +131,7 @@ protected:
                                                    {"scalar", 0.1 * (w.rng() % 10)}}}},
                   {"expectedVersion", version}};
       }
-      if (n == moveAt) {
-        moveSent_ = true;
-      }
+      moveSent_ = moveSent_ || n == moveAt;
       const auto reply = rpc(socket(), c.method, params);
       if (!reply) {
         w.unanswered = c;
@@ -200,7 +194,7 @@ protected:
       w.unanswered.reset();
     }
     // Every user file exactly once, and nothing else left behind.
-    std::map<std::uint64_t, std::vector<std::string>> seen;
+    std::map<std::size_t, std::vector<std::string>> seen;
     for (const std::string& dir :
          {library(), home() + "/.velko/exchange", home() + "/.velko/headless/trash"}) {
       for (const auto& entry : fs::recursive_directory_iterator(dir)) {
@@ -217,7 +211,7 @@ protected:
     EXPECT_EQ(seen.size(), known_.size()) << "a user file was lost";
   }
 
-  std::set<std::uint64_t> known_;
+  std::set<std::size_t> known_;
   std::vector<Worker> workers_{{.rng = std::mt19937(kSeed + 1)}, {.rng = std::mt19937(kSeed + 2)}};
   std::atomic<bool> stopping_{false}, moveSent_{false};
   int nextStaged_ = kLibraryPhotos; ///< one worker imports in a round
@@ -266,15 +260,8 @@ TEST_F(Crash, AcknowledgedChangesAndUserFilesSurviveKills) {
   }
   kill();
   const int acknowledged = workers_[0].acknowledged + workers_[1].acknowledged;
-  const std::string said = log();
-  int settled = 0;
-  for (auto at = said.find("was interrupted"); at != std::string::npos;
-       at = said.find("was interrupted", at + 1)) {
-    ++settled;
-  }
   std::cout << "[ crash    ] " << kRounds << " rounds, each ended by a kill: " << acknowledged
-            << " changes acknowledged (" << imported_ << " imports, " << deleted_ << " deletions), "
-            << settled << " interrupted moves settled\n";
+            << " changes acknowledged (" << imported_ << " imports, " << deleted_ << " deletions)\n";
   EXPECT_GT(acknowledged, kRounds * 4);
 }
 

@@ -83,20 +83,18 @@ TEST_F(OrganiseMethods, AnnotationsAreTidiedFoundByTextAndNoLongerPending) {
 
 TEST_F(OrganiseMethods, GeotagNeedsTheFlagThenTakesOneForm) {
   const std::string a = openOne("a.jpg");
-  CallError refused =
-      callError("photo.geotag", json::Object{{"ids", json::Array{a}}, {"clear", true}});
+  const json::Object clear{{"ids", json::Array{a}}, {"clear", true}};
+  const CallError refused = callError("photo.geotag", clear);
   EXPECT_EQ(refused.code, -32603);
   EXPECT_THAT(refused.what(), HasSubstr("--allow-saving"));
 
   options_.allowSaving = true;
   open(false);
-  const auto location = [&] {
-    return call("photo.get", json::Object{{"id", a}}).at("photo");
-  };
+  const auto location = [&] { return call("photo.get", json::Object{{"id", a}}).at("photo"); };
   call("photo.geotag",
        json::Object{{"ids", json::Array{a}}, {"latitude", 4.15}, {"longitude", -73.63}});
   EXPECT_EQ(location().at("longitude").to_number<double>(), -73.63);
-  call("photo.geotag", json::Object{{"ids", json::Array{a}}, {"clear", true}});
+  call("photo.geotag", clear);
   EXPECT_FALSE(location().as_object().contains("latitude"));
 }
 
@@ -129,7 +127,7 @@ TEST(OrganiseGazetteer, MatchesCitiesAndCountriesLoosely) {
   }
   const auto ny = g.find("new york");
   ASSERT_TRUE(ny);
-  EXPECT_NEAR(ny->latitude, 40.714, 1e-3);
+  EXPECT_NEAR(ny->latitude, 40.714, 1e-3); // +404251: degrees, minutes and seconds
   EXPECT_NEAR(ny->longitude, -74.006, 1e-3);
 }
 
