@@ -19,11 +19,9 @@ protected:
 
   static vips::VImage decodePng(const json::Value& preview) {
     gsize size = 0;
-    guchar* bytes =
+    g_autofree guchar* bytes =
         g_base64_decode(std::string(preview.at("pngBase64").as_string()).c_str(), &size);
-    vips::VImage image = vips::VImage::new_from_buffer(bytes, size, "").copy_memory();
-    g_free(bytes);
-    return image;
+    return vips::VImage::new_from_buffer(bytes, size, "").copy_memory();
   }
 };
 
@@ -66,23 +64,21 @@ TEST_F(EditingMethods, SetRecordsTheAgentAndRefusedPatchesChangeNothing) {
 TEST_F(EditingMethods, PreviewsAndExportsAreUprightAtTheAskedSize) {
   const std::string id =
       openOne("IMG_7.jpg", {.width = 300, .height = 200, .make = "TestCam", .orientation = 6});
-  struct Preview {
-    std::optional<std::int64_t> longEdge;
-    int width, height;
-  } previews[] = {{std::nullopt, 200, 300}, {1, 11, 16}, {100000, 200, 300}};
-  for (const Preview& c : previews) {
-    SCOPED_TRACE(c.longEdge.value_or(0));
+  // No long edge, the smallest, and one past the photo's (never enlarged).
+  for (const auto& [longEdge, width, height] :
+       {std::tuple<json::Value, int, int>{nullptr, 200, 300}, {1, 11, 16}, {100000, 200, 300}}) {
+    SCOPED_TRACE(json::toCompact(longEdge));
     json::Object params{{"id", id}};
-    if (c.longEdge) {
-      params["longEdge"] = *c.longEdge;
+    if (!longEdge.is_null()) {
+      params["longEdge"] = longEdge;
     }
     json::Value r = call("preview.render", params);
-    EXPECT_EQ(r.at("width").as_int64(), c.width);
-    EXPECT_EQ(r.at("height").as_int64(), c.height);
+    EXPECT_EQ(r.at("width"), width);
+    EXPECT_EQ(r.at("height"), height);
     EXPECT_EQ(r.at("basedOnOriginal"), true);
     vips::VImage png = decodePng(r);
-    EXPECT_EQ(png.width(), c.width);
-    EXPECT_EQ(png.height(), c.height);
+    EXPECT_EQ(png.width(), width);
+    EXPECT_EQ(png.height(), height);
   }
 
   struct Export {

@@ -27,9 +27,7 @@ constexpr int kOwnedEach = 2;
 constexpr int kShared = 4;
 constexpr int kPhotos = kClients * kOwnedEach + kShared;
 
-long residentKiB(pid_t pid) {
-  return velko::testing::statusKiB(pid, "VmRSS");
-}
+long residentKiB(pid_t pid) { return velko::testing::statusKiB(pid, "VmRSS"); }
 
 double percentile(std::vector<double> v, double p) {
   std::sort(v.begin(), v.end());
@@ -40,8 +38,7 @@ double percentile(std::vector<double> v, double p) {
 struct Tally {
   std::map<std::string, std::vector<double>> millis;
   std::map<std::string, std::pair<std::int64_t, std::int64_t>> owned; ///< id → rating, flag
-  int conflicts = 0;
-  int exports = 0;
+  int conflicts = 0, exports = 0;
   std::vector<std::string> failures;
 };
 

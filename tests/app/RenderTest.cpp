@@ -25,19 +25,14 @@ using vips::VImage;
 using K = core::AdjustmentKind;
 using Scalar = std::pair<K, double>;
 
-constexpr int kW = 96;
-constexpr int kH = 64;
-constexpr int kGW = 240; ///< the geometry and frame tests' picture
-constexpr int kGH = 160;
+constexpr int kW = 96, kH = 64;
+constexpr int kGW = 240, kGH = 160; ///< the geometry and frame tests' picture
 
 struct Area {
   int x, y, w, h;
 };
-constexpr Area kWhole{0, 0, kW, kH};
-constexpr Area kLeft{0, 0, kW / 2, kH};
-constexpr Area kRight{kW / 2, 0, kW / 2, kH};
-constexpr Area kCentre{kW / 2 - 8, kH / 2 - 8, 16, 16};
-constexpr Area kCorner{0, 0, 8, 8};
+constexpr Area kWhole{0, 0, kW, kH}, kLeft{0, 0, kW / 2, kH}, kRight{kW / 2, 0, kW / 2, kH};
+constexpr Area kCentre{kW / 2 - 8, kH / 2 - 8, 16, 16}, kCorner{0, 0, 8, 8};
 
 class Render : public ::testing::Test {
 protected:
