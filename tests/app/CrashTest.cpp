@@ -261,7 +261,8 @@ TEST_F(Crash, AcknowledgedChangesAndUserFilesSurviveKills) {
   kill();
   const int acknowledged = workers_[0].acknowledged + workers_[1].acknowledged;
   std::cout << "[ crash    ] " << kRounds << " rounds, each ended by a kill: " << acknowledged
-            << " changes acknowledged (" << imported_ << " imports, " << deleted_ << " deletions)\n";
+            << " changes acknowledged (" << imported_ << " imports, " << deleted_
+            << " deletions)\n";
   EXPECT_GT(acknowledged, kRounds * 4);
 }
 

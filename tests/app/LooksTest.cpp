@@ -11,14 +11,15 @@
 namespace velko::app {
 namespace {
 
-/// An image of the given pixels (interleaved bands) in the given format, values 0..255 (or
-/// 0..65535 for ushort).
-vips::VImage imageOf(std::vector<double> values, int width, int bands, VipsBandFormat format) {
-  const int height = int(values.size()) / (width * bands);
-  auto doubles = vips::VImage::new_from_memory(values.data(), values.size() * sizeof(double),
-                                               width, height, bands, VIPS_FORMAT_DOUBLE);
-  return doubles.cast(format)
-      .copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB))
+/// One row of the given pixels (interleaved bands) in the given format, values 0..255 (or
+/// 0..65535 for ushort, then 16-bit RGB).
+vips::VImage imageOf(std::vector<double> values, int bands, VipsBandFormat format) {
+  const auto space =
+      format == VIPS_FORMAT_USHORT ? VIPS_INTERPRETATION_RGB16 : VIPS_INTERPRETATION_sRGB;
+  return vips::VImage::new_from_memory(values.data(), values.size() * sizeof(double),
+                                       int(values.size()) / bands, 1, bands, VIPS_FORMAT_DOUBLE)
+      .cast(format)
+      .copy(vips::VImage::option()->set("interpretation", space))
       .copy_memory();
 }
 
@@ -75,7 +76,7 @@ TEST_F(Looks, CubeTablesMapColours) {
     for (auto format : {VIPS_FORMAT_UCHAR, VIPS_FORMAT_FLOAT}) {
       SCOPED_TRACE(std::string(c.name) + (format == VIPS_FORMAT_UCHAR ? " uchar" : " float"));
       const auto lut = parseCube(c.text, "look.cube");
-      const auto out = pixels(applyCube(imageOf(c.in, 1, 4, format), lut, c.intensity));
+      const auto out = pixels(applyCube(imageOf(c.in, 4, format), lut, c.intensity));
       const double tolerance = format == VIPS_FORMAT_UCHAR ? 0.5 : 1e-3;
       EXPECT_THAT(out, ::testing::Pointwise(::testing::DoubleNear(tolerance), c.expected));
     }
@@ -128,24 +129,17 @@ TEST_F(Looks, MalformedCubesNameTheLine) {
 TEST_F(Looks, DisplayP3HoldsSrgbRedInsideItsGamut) {
   // toDisplayP3 writes its profile into the folder; wrong bytes there would move these colours.
   const std::string folder = dir_.file("profiles");
-  const struct {
-    VipsBandFormat format;
-    double white;
-  } cases[] = {{VIPS_FORMAT_UCHAR, 255}, {VIPS_FORMAT_USHORT, 65535}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(vips_enum_nick(VIPS_TYPE_BAND_FORMAT, c.format));
-    auto red = imageOf({c.white, 0, 0}, 1, 3, c.format);
-    if (c.format == VIPS_FORMAT_USHORT) {
-      red = red.copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_RGB16));
-    }
-    const auto p3 = toDisplayP3(red, folder);
+  for (const auto& [format, white] :
+       {std::pair{VIPS_FORMAT_UCHAR, 255.0}, {VIPS_FORMAT_USHORT, 65535.0}}) {
+    SCOPED_TRACE(vips_enum_nick(VIPS_TYPE_BAND_FORMAT, format));
+    const auto p3 = toDisplayP3(imageOf({white, 0, 0}, 3, format), folder);
     const auto px = pixels(p3);
     ASSERT_EQ(px.size(), 3u);
     // sRGB red is about (234, 51, 35) in Display P3.
-    EXPECT_NEAR(px[0] / c.white, 234.0 / 255, 0.02);
-    EXPECT_NEAR(px[1] / c.white, 51.0 / 255, 0.03);
-    EXPECT_NEAR(px[2] / c.white, 35.0 / 255, 0.03);
-    EXPECT_EQ(p3.format(), c.format);
+    EXPECT_NEAR(px[0] / white, 234.0 / 255, 0.02);
+    EXPECT_NEAR(px[1] / white, 51.0 / 255, 0.03);
+    EXPECT_NEAR(px[2] / white, 35.0 / 255, 0.03);
+    EXPECT_EQ(p3.format(), format);
   }
 }
 
