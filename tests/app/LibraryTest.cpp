@@ -22,11 +22,9 @@ protected:
     s->bind(1, arg);
     return s->step() ? s->int64(0) : -100;
   }
-  std::int64_t state(const std::string& id) {
-    return number("SELECT state FROM photos WHERE id = ?", id);
-  }
-  std::int64_t rating(const std::string& id) {
-    return number("SELECT rating FROM photos WHERE id = ?", id);
+  /// A photo's `column` in the catalogue.
+  std::int64_t field(const std::string& column, const std::string& id) {
+    return number("SELECT " + column + " FROM photos WHERE id = ?", id);
   }
 };
 
@@ -110,9 +108,9 @@ TEST_F(LibraryScan, IdsSurviveReopenRenameMoveAndDeletion) {
   EXPECT_EQ(r.moved, 2);
   EXPECT_EQ(r.added, 0);
   EXPECT_EQ(r.missing, 1);
-  EXPECT_EQ(rating(a), 4);
-  EXPECT_EQ(rating(b), 4);
-  EXPECT_EQ(state(c), 1);
+  EXPECT_EQ(field("rating", a), 4);
+  EXPECT_EQ(field("rating", b), 4);
+  EXPECT_EQ(field("state", c), 1);
   EXPECT_EQ(ids(), (std::vector<std::string>{b, a}));
   EXPECT_EQ(number("SELECT count(*) FROM photo_text WHERE photo_text MATCH ?", "renamed"), 1);
 
@@ -120,7 +118,7 @@ TEST_F(LibraryScan, IdsSurviveReopenRenameMoveAndDeletion) {
   fs::rename(outside, libraryFile("c.jpg"));
   r = scan();
   EXPECT_EQ(r.moved, 1);
-  EXPECT_EQ(state(c), 0);
+  EXPECT_EQ(field("state", c), 0);
   fs::rename(libraryFile("c.jpg"), outside);
   app().catalog().write([&](Database& db) {
     db.prepare("UPDATE photos SET state = 2 WHERE id = ?")->bindAll(c).run();
@@ -131,7 +129,7 @@ TEST_F(LibraryScan, IdsSurviveReopenRenameMoveAndDeletion) {
   EXPECT_EQ(scan().missing, 0);
   fs::rename(outside, libraryFile("sub/c.jpg"));
   scan();
-  EXPECT_EQ(state(c), 0);
+  EXPECT_EQ(field("state", c), 0);
   EXPECT_EQ(number("SELECT count(*) FROM trash WHERE photo_id = ?", c), 0);
   EXPECT_EQ(ids().size(), 3u);
 }

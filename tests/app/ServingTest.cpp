@@ -21,12 +21,7 @@ TEST_F(RequestPath, RefusalsNameTheProblem) {
         json::Object{{"jsonrpc", "2.0"}, {"id", 1}, {"method", method}, {"params", params}});
   };
   const json::Array one{still};
-  struct Case {
-    std::string frame;
-    std::int64_t code;
-    std::string says;
-  };
-  std::vector<Case> cases = {
+  std::vector<std::tuple<std::string, std::int64_t, std::string>> cases = { // frame, code, words
       {"{oops", -32700, "not JSON"},
       {"[1,2]", -32600, "JSON-RPC"},
       {R"({"jsonrpc":"2.0","id":1})", -32600, "method"},
@@ -51,15 +46,15 @@ TEST_F(RequestPath, RefusalsNameTheProblem) {
        "pass latitude and longitude"},
   };
   for (const char* method : {"photo.get", "edit.set", "edit.commit", "snapshot.restore"}) {
-    cases.push_back({frame(method, {{"id", "X/L0/001"}, {"ops", json::Array{}}, {"name", "n"}}),
-                     -32602, "no photo with id X/L0/001"});
+    cases.emplace_back(frame(method, {{"id", "X/L0/001"}, {"ops", json::Array{}}, {"name", "n"}}),
+                       -32602, "no photo with id X/L0/001");
   }
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.frame);
-    const json::Value reply = json::parse(answer(app(), c.frame));
+  for (const auto& [request, code, says] : cases) {
+    SCOPED_TRACE(request);
+    const json::Value reply = json::parse(answer(app(), request));
     ASSERT_TRUE(reply.as_object().contains("error")) << json::toCompact(reply);
-    EXPECT_EQ(reply.at("error").at("code").as_int64(), c.code);
-    EXPECT_THAT(std::string(reply.at("error").at("message").as_string()), HasSubstr(c.says));
+    EXPECT_EQ(reply.at("error").at("code").as_int64(), code);
+    EXPECT_THAT(std::string(reply.at("error").at("message").as_string()), HasSubstr(says));
   }
 }
 
@@ -76,24 +71,20 @@ TEST_F(RequestPath, EveryMethodHasAHandler) {
 }
 
 TEST(CommandLine, ParsesAndRefuses) {
-  struct Case {
-    std::vector<std::string> args;
-    int status;
-    const char* says; ///< in the text, or "" for a run
-  };
-  const Case cases[] = {
+  // The arguments, the exit status, and words of the text ("" for a run).
+  const std::tuple<std::vector<std::string>, int, const char*> cases[] = {
       {{"--library", "/p"}, 0, ""},
       {{"--library", "/p", "--allow-delete", "--allow-saving", "--catalog", "/c.db"}, 0, ""},
       {{"--library"}, 2, "--library needs a path"},
       {{"--library", "/p", "--fast"}, 2, "unknown argument \"--fast\""},
       {{"--help"}, 0, "usage: velko-headless"},
   };
-  for (const Case& c : cases) {
-    const CommandLine cmd = parseCommandLine(c.args, "/home/u");
-    SCOPED_TRACE(c.args.empty() ? "(none)" : c.args.back());
-    EXPECT_EQ(cmd.exitStatus, c.status);
-    EXPECT_THAT(cmd.text, HasSubstr(c.says));
-    EXPECT_EQ(cmd.run.has_value(), std::string_view(c.says).empty());
+  for (const auto& [args, status, says] : cases) {
+    const CommandLine cmd = parseCommandLine(args, "/home/u");
+    SCOPED_TRACE(args.back());
+    EXPECT_EQ(cmd.exitStatus, status);
+    EXPECT_THAT(cmd.text, HasSubstr(says));
+    EXPECT_EQ(cmd.run.has_value(), std::string_view(says).empty());
   }
   const Options o = *parseCommandLine({"--library", "~/Pictures", "--luts", "/l"}, "/home/u").run;
   EXPECT_EQ(o.library, "/home/u/Pictures");
