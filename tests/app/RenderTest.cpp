@@ -159,8 +159,13 @@ protected:
   static core::LocalMask maskOf(core::MaskShape shape,
                                 core::MaskAdjustments adjustments = {{K::Exposure, 1}},
                                 std::vector<core::MaskComponent> refinements = {}) {
-    return {.id = core::Uuid::random(), .shape = std::move(shape),
-            .adjustments = std::move(adjustments), .refinementList = std::move(refinements)};
+    // No refinements leaves the list absent, as most stored masks have it.
+    core::LocalMask m{.id = core::Uuid::random(), .shape = std::move(shape),
+                      .adjustments = std::move(adjustments)};
+    if (!refinements.empty()) {
+      m.refinementList = std::move(refinements);
+    }
+    return m;
   }
   static core::MaskComponent refine(core::MaskShape shape, CompositeMode mode) {
     return {core::Uuid::random(), std::move(shape), mode};
