@@ -225,8 +225,7 @@ TEST_F(Crash, AcknowledgedChangesAndUserFilesSurviveKills) {
     const std::string path =
         (i < kLibraryPhotos ? library() + "/p" : home() + "/.velko/exchange/s") +
         std::to_string(i) + ".jpg";
-    writePhoto(path, {.width = 48 + i,
-                      .red = static_cast<unsigned char>(5 * i),
+    writePhoto(path, {.width = 48 + i, .red = static_cast<unsigned char>(5 * i),
                       .dateTimeOriginal = "2024:05:01 10:" + std::to_string(10 + i) + ":00"});
     known_.insert(fileHash(path));
   }

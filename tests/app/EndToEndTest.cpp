@@ -18,12 +18,10 @@ using EndToEnd = ProgramTest;
 TEST_F(EndToEnd, ToolsTheClientSessionLeavesOut) {
   // Photos a day apart, newest last; p1 is stored turned a quarter (orientation 6).
   for (int i = 0; i < kPhotos; ++i) {
+    const std::string date = "2024:05:0" + std::to_string(i + 1) + " 10:00:00";
     writePhoto(library() + "/roll/p" + std::to_string(i) + ".jpg",
-               {.width = 96 + 8 * i,
-                .height = 64,
-                .pattern = i % 2 == 0,
-                .dateTimeOriginal = "2024:05:0" + std::to_string(i + 1) + " 10:00:00",
-                .orientation = i == 1 ? 6 : 1});
+               {.width = 96 + 8 * i, .height = 64, .pattern = i % 2 == 0,
+                .dateTimeOriginal = date, .orientation = i == 1 ? 6 : 1});
   }
   McpSession session(
       headless(VELKO_HEADLESS_PATH, "--allow-saving --allow-delete", VELKO_MCP_PATH));
