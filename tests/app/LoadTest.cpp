@@ -12,6 +12,7 @@
 #include <atomic>
 #include <csignal>
 #include <map>
+#include <mutex>
 #include <random>
 #include <thread>
 
@@ -34,7 +35,7 @@ double percentile(std::vector<double> v, double p) {
   return v.empty() ? 0 : v[std::min(v.size() - 1, static_cast<std::size_t>(p * double(v.size())))];
 }
 
-/// What one client saw: latencies by kind of call, and what it was told had happened.
+/// What the clients saw: latencies by kind of call, and what they were told had happened.
 struct Tally {
   std::map<std::string, std::vector<double>> millis;
   std::map<std::string, std::pair<std::int64_t, std::int64_t>> owned; ///< id → rating, flag
@@ -46,7 +47,7 @@ class Load : public ProgramTest {
 protected:
   /// Client `index`'s stream until `until`. Ids are in file order: the first sixteen owned two by
   /// two, the rest shared.
-  void drive(McpSession& client, int index, Clock::time_point until, Tally& tally) {
+  void drive(McpSession& client, int index, Clock::time_point until) {
     std::mt19937 rng(1000 + static_cast<unsigned>(index));
     std::map<std::string, std::int64_t> versions; ///< of the shared photos, as last seen
     while (Clock::now() < until) {
@@ -95,36 +96,37 @@ protected:
       try {
         r = client.tool(name, std::move(args));
       } catch (const std::exception& e) {
-        tally.failures.push_back(name + ": " + e.what());
+        const std::lock_guard lock(mutex_);
+        tally_.failures.push_back(name + ": " + e.what());
         return; // the process is gone or stuck; nothing more from this client
       }
-      tally.millis[kind].push_back(
-          std::chrono::duration<double, std::milli>(Clock::now() - start).count());
+      const double millis = std::chrono::duration<double, std::milli>(Clock::now() - start).count();
+      const std::lock_guard lock(mutex_);
+      tally_.millis[kind].push_back(millis);
       if (r.isError && name == "velko_edit_set" && r.rawText.starts_with("velko error -32000:")) {
-        ++tally.conflicts;
+        ++tally_.conflicts;
         versions.erase(id); // read again before the next edit
       } else if (r.isError) {
-        tally.failures.push_back(name + ": " + r.rawText);
+        tally_.failures.push_back(name + ": " + r.rawText);
       } else if (name == "velko_rate") {
-        tally.owned[id].first = value;
+        tally_.owned[id].first = value;
       } else if (name == "velko_flag") {
-        tally.owned[id].second = value % 3 - 1;
+        tally_.owned[id].second = value % 3 - 1;
       } else if (name == "velko_edit_set") {
         versions[id] = r.text.at("newVersion").as_int64();
         edits_.at(id).fetch_add(1);
       } else if (name == "velko_export") {
-        ++tally.exports;
+        ++tally_.exports;
       }
     }
   }
 
   /// Runs every client for `seconds`; the highest resident size of `watched` meanwhile, in KiB.
-  long phase(std::vector<std::unique_ptr<McpSession>>& clients, int seconds,
-             std::vector<Tally>& tallies, pid_t watched) {
+  long phase(std::vector<std::unique_ptr<McpSession>>& clients, int seconds, pid_t watched) {
     const Clock::time_point until = Clock::now() + std::chrono::seconds(seconds);
     std::vector<std::jthread> threads; // joined on return
     for (std::size_t i = 0; i < clients.size(); ++i) {
-      threads.emplace_back([&, i] { drive(*clients[i], int(i), until, tallies[i]); });
+      threads.emplace_back([&, i] { drive(*clients[i], int(i), until); });
     }
     long peak = 0;
     while (Clock::now() < until) {
@@ -136,6 +138,8 @@ protected:
 
   std::vector<std::string> ids_;
   std::map<std::string, std::atomic<int>> edits_;
+  std::mutex mutex_; ///< guards tally_
+  Tally tally_;
 };
 
 TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
@@ -168,12 +172,9 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
 
   const char* setting = std::getenv("VELKO_LOAD_SECONDS");
   const int seconds = setting != nullptr && std::atoi(setting) > 0 ? std::atoi(setting) : 10;
-  std::vector<Tally> tallies(kClients);
-  const long peakBefore = phase(clients, seconds, tallies, pid);
-  for (Tally& t : tallies) {
-    t.millis.clear(); // latencies and conflicts are reported for the second phase
-    t.conflicts = 0;
-  }
+  const long peakBefore = phase(clients, seconds, pid);
+  tally_.millis.clear(); // latencies and conflicts are reported for the second phase
+  tally_.conflicts = 0;
   const auto idle = [&] { // the application's descriptors and resident KiB after a pause
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
     const fs::directory_iterator fds("/proc/" + std::to_string(pid) + "/fd");
@@ -185,24 +186,17 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
     mcpBefore.push_back(residentKiB(c->process.pid()));
   }
   const Clock::time_point start = Clock::now();
-  const long peakAfter = phase(clients, seconds, tallies, pid);
+  const long peakAfter = phase(clients, seconds, pid);
   const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
   const auto [fdsAfter, rssAfter] = idle();
 
   // Nothing failed but version conflicts.
-  Tally all; // every client's tally together
+  for (const std::string& f : tally_.failures) {
+    ADD_FAILURE() << f;
+  }
   std::size_t calls = 0;
-  for (const Tally& t : tallies) {
-    for (const std::string& f : t.failures) {
-      ADD_FAILURE() << f;
-    }
-    all.exports += t.exports;
-    all.conflicts += t.conflicts;
-    all.owned.insert(t.owned.begin(), t.owned.end());
-    for (const auto& [kind, v] : t.millis) {
-      all.millis[kind].insert(all.millis[kind].end(), v.begin(), v.end());
-      calls += v.size();
-    }
+  for (const auto& [kind, v] : tally_.millis) {
+    calls += v.size();
   }
 
   // Every acknowledged change is in the catalogue once the application has stopped.
@@ -212,15 +206,15 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
   EXPECT_EQ(rows.size(), static_cast<std::size_t>(kPhotos));
   for (const auto& row : rows) {
     SCOPED_TRACE(row[0]);
-    if (all.owned.contains(row[0])) {
-      EXPECT_EQ(std::stoll(row[1]), all.owned[row[0]].first);
-      EXPECT_EQ(std::stoll(row[2]), all.owned[row[0]].second);
+    if (tally_.owned.contains(row[0])) {
+      EXPECT_EQ(std::stoll(row[1]), tally_.owned[row[0]].first);
+      EXPECT_EQ(std::stoll(row[2]), tally_.owned[row[0]].second);
     }
     EXPECT_EQ(std::stoll(row[3]), edits_.at(row[0]).load());
   }
   EXPECT_EQ(std::count_if(fs::recursive_directory_iterator(root_.file("exports")), {},
                           [](const fs::directory_entry& e) { return e.is_regular_file(); }),
-            all.exports);
+            tally_.exports);
 
   // Flat: the same idle descriptors, and memory that a second phase as long as the first did
   // not grow by more than a quarter (allocator arenas and the image cache settle in the first).
@@ -242,9 +236,9 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
   std::printf(
       "[ load     ] %d clients, %.1f s: %zu calls, %.0f calls/s, %d version conflicts, "
       "%d exports; velko-headless idle %ld → %ld KiB (peak %ld → %ld), %d → %d descriptors\n",
-      kClients, elapsed, calls, static_cast<double>(calls) / elapsed, all.conflicts, all.exports,
-      rssBefore, rssAfter, peakBefore, peakAfter, fdsBefore, fdsAfter);
-  for (const auto& [kind, v] : all.millis) {
+      kClients, elapsed, calls, static_cast<double>(calls) / elapsed, tally_.conflicts,
+      tally_.exports, rssBefore, rssAfter, peakBefore, peakAfter, fdsBefore, fdsAfter);
+  for (const auto& [kind, v] : tally_.millis) {
     std::printf(
         "[ load     ] %-8s %6zu calls  p50 %7.1f ms  p90 %7.1f ms  p99 %7.1f ms  max %7.1f ms\n",
         kind.c_str(), v.size(), percentile(v, 0.5), percentile(v, 0.9), percentile(v, 0.99),
