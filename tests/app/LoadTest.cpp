@@ -219,8 +219,8 @@ TEST_F(Load, EightSessionsAtOnceLoseNothingAndStayFlat) {
   // Flat: the same idle descriptors, and memory that a second phase as long as the first did
   // not grow by more than a quarter (allocator arenas and the image cache settle in the first).
   EXPECT_LE(fdsAfter, fdsBefore + 1) << fdsBefore << " descriptors, then " << fdsAfter;
-  // Under AddressSanitizer resident memory grows with the work done, by design (its leak checker
-  // covers that build).
+  // Under AddressSanitizer resident memory grows with the work done, as it should there (its leak
+  // checker covers that build).
   if (!velko::testing::kUnderAddressSanitizer) {
     // Peaks, not idle sizes, since where the allocator settles depends on how requests happened
     // to overlap: on a loaded machine the first peak moved by up to 14 %, while a leak of
