@@ -92,54 +92,50 @@ TEST(EditingTools, PreviewRenderPutsTheImageFirst) {
                   R"j(will)"}],"isError":false})j"));
 }
 
-TEST(EditingTools, CropNormalisesTheRectangle) {
-  struct Case {
-    const char* arguments;
-    const char* rect;
-    const char* summary;
-  } cases[] = {
-      {R"({"id":"A","x":0.9,"y":0,"width":0.5,"height":1,"preview":true})",
-       "[[0.9,0],[0.09999999999999998,1]]",
-       "Cropped to x:0.90 y:0.00 w:0.10 h:1.00 (version 5)."},
-      {R"({"id":"A","x":0.2,"y":0.25,"width":0,"height":0.5,"preview":true})",
-       "[[0.2,0.25],[0.01,0.5]]",
-       "Cropped to x:0.20 y:0.25 w:0.01 h:0.50 (version 5)."},
-      {R"({"id":"A","x":1.2,"y":-1,"width":0.5,"height":2,"preview":true})", "[[1,0],[0,1]]",
-       "Cropped to x:1.00 y:0.00 w:0.00 h:1.00 (version 5)."},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.arguments);
-    RecordingCaller caller;
-    caller.answer(kEditSetReplyWithPreview);
-    ToolResult result = invokeTool("velko_crop", c.arguments, caller);
-    EXPECT_EQ(sentOps(caller), std::string(R"([{"kind":"crop","rect":)") + c.rect + "}]");
-    EXPECT_EQ(textAt(result, 0), c.summary);
-  }
-}
-
-TEST(EditingTools, LutFindsTheLookByIdOrNameAndRemovesWithNone) {
+// The look tools: the ops they send (after the lut.list lookup of velko_lut) and the summary shown
+// when a preview was asked for, the reply as JSON otherwise. The crop rectangle is normalised into
+// the photo; LUT names from any script match whatever their case, ids only as written.
+TEST(EditingTools, LookToolsSendTheirOpsAndSummarise) {
   constexpr const char* kLuts =
       R"({"luts":[{"id":"L1","name":"Été Ärger"},{"id":"l2","name":"Σκιά"}]})";
+  const std::string replyShown = json::toPretty(json::parse(kEditSetReply));
   struct Case {
+    const char* tool;
     const char* arguments;
     const char* luts;  // the lut.list reply; null: not asked
-    const char* ops;   // the edit.set ops; null: nothing set
+    const char* ops;   // the edit.set ops; null: nothing set, an error result
     std::string shown; // the result's text
   } cases[] = {
-      {R"({"id":"A","lut":"None"})", nullptr,
-       R"([{"kind":"lut","remove":true},{"kind":"lutIntensity","remove":true}])",
-       json::toPretty(json::parse(kEditSetReply))},
-      // Names from any script match whatever their case; ids only as written.
-      {R"({"id":"A","lut":"ÉTÉ ärger","preview":true})", kLuts,
+      {"velko_crop", R"({"id":"A","x":0.9,"y":0,"width":0.5,"height":1,"preview":true})", nullptr,
+       R"([{"kind":"crop","rect":[[0.9,0],[0.09999999999999998,1]]}])",
+       "Cropped to x:0.90 y:0.00 w:0.10 h:1.00 (version 5)."},
+      {"velko_crop", R"({"id":"A","x":0.2,"y":0.25,"width":0,"height":0.5,"preview":true})",
+       nullptr, R"([{"kind":"crop","rect":[[0.2,0.25],[0.01,0.5]]}])",
+       "Cropped to x:0.20 y:0.25 w:0.01 h:0.50 (version 5)."},
+      {"velko_crop", R"({"id":"A","x":1.2,"y":-1,"width":0.5,"height":2,"preview":true})",
+       nullptr, R"([{"kind":"crop","rect":[[1,0],[0,1]]}])",
+       "Cropped to x:1.00 y:0.00 w:0.00 h:1.00 (version 5)."},
+      {"velko_lut", R"({"id":"A","lut":"None"})", nullptr,
+       R"([{"kind":"lut","remove":true},{"kind":"lutIntensity","remove":true}])", replyShown},
+      {"velko_lut", R"({"id":"A","lut":"ÉTÉ ärger","preview":true})", kLuts,
        R"([{"kind":"lut","string":"L1"},{"kind":"lutIntensity","scalar":1}])",
        "Applied LUT (version 5)."},
-      {R"({"id":"A","lut":"l2","intensity":-0.5})", kLuts,
-       R"([{"kind":"lut","string":"l2"},{"kind":"lutIntensity","scalar":0}])",
-       json::toPretty(json::parse(kEditSetReply))},
-      {R"({"id":"A","lut":"L2"})", kLuts, nullptr,
+      {"velko_lut", R"({"id":"A","lut":"l2","intensity":-0.5})", kLuts,
+       R"([{"kind":"lut","string":"l2"},{"kind":"lutIntensity","scalar":0}])", replyShown},
+      {"velko_lut", R"({"id":"A","lut":"L2"})", kLuts, nullptr,
        "no imported LUT 'L2'. Available: Été Ärger, Σκιά"},
-      {R"({"id":"A","lut":"x"})", R"({"luts":[]})", nullptr,
+      {"velko_lut", R"({"id":"A","lut":"x"})", R"({"luts":[]})", nullptr,
        "no imported LUT 'x'. Available: (none \u2014 the user imports LUTs in the app)"},
+      // The whole target list is sent, defaults filled in; an empty one clears them.
+      {"velko_point_color",
+       R"({"id":"A","targets":[{"targetHue":0.6,"targetSat":0.5,"targetLum":0.4,)"
+       R"("sat":0.2,"lum":-1.5}]})",
+       nullptr,
+       R"([{"kind":"pointColor","pointColors":[{"targetHue":0.6,"targetSat":0.5,)"
+       R"("targetLum":0.4,"hue":0,"sat":0.2,"lum":-1.5,"range":0.5}]}])",
+       replyShown},
+      {"velko_point_color", R"({"id":"A","targets":[],"preview":true})", nullptr,
+       R"([{"kind":"pointColor","pointColors":[]}])", "Set 0 point-color target(s) (version 5)."},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.arguments);
@@ -152,7 +148,7 @@ TEST(EditingTools, LutFindsTheLookByIdOrNameAndRemovesWithNone) {
                         ? kEditSetReplyWithPreview
                         : kEditSetReply);
     }
-    const ToolResult result = invokeTool("velko_lut", c.arguments, caller);
+    const ToolResult result = invokeTool(c.tool, c.arguments, caller);
     EXPECT_EQ(caller.requests.size(), (c.luts != nullptr) + (c.ops != nullptr));
     if (c.ops != nullptr) {
       EXPECT_EQ(sentOps(caller), c.ops);
@@ -160,22 +156,6 @@ TEST(EditingTools, LutFindsTheLookByIdOrNameAndRemovesWithNone) {
     EXPECT_EQ(textAt(result, 0), c.shown);
     EXPECT_EQ(result.at("isError"), c.ops == nullptr);
   }
-}
-
-TEST(EditingTools, PointColorSendsTheWholeTargetList) {
-  RecordingCaller caller;
-  caller.answer(kEditSetReply).answer(kEditSetReplyWithPreview);
-  invokeTool("velko_point_color",
-             R"({"id":"A","targets":[{"targetHue":0.6,"targetSat":0.5,"targetLum":0.4,)"
-             R"("sat":0.2,"lum":-1.5}]})",
-             caller);
-  EXPECT_EQ(sentOps(caller),
-            R"([{"kind":"pointColor","pointColors":[{"targetHue":0.6,"targetSat":0.5,)"
-            R"("targetLum":0.4,"hue":0,"sat":0.2,"lum":-1.5,"range":0.5}]}])");
-  ToolResult cleared =
-      invokeTool("velko_point_color", R"({"id":"A","targets":[],"preview":true})", caller);
-  EXPECT_EQ(sentOps(caller), R"([{"kind":"pointColor","pointColors":[]}])");
-  EXPECT_EQ(textAt(cleared, 0), "Set 0 point-color target(s) (version 5).");
 }
 
 } // namespace

@@ -9,7 +9,6 @@
 #include "server/ToolSupport.h"
 
 #include <cmath>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace velko::server {
@@ -121,16 +120,6 @@ TEST(ToolHandlers, BadArgumentsAreRefusedBeforeAnythingIsSent) {
     const std::string how = refusal(c.tool, c.arguments);
     EXPECT_EQ(how.rfind(c.refusal, 0), 0u) << how;
   }
-}
-
-TEST(ToolHandlers, PingChecksTheProtocolVersion) {
-  RecordingCaller caller;
-  caller.answer(
-      R"({"appVersion":"2","buildStamp":"b","protocolVersion":2,"libraryAuthorized":true,"photoCount":1})");
-  EXPECT_THAT([&] { invokeTool("velko_ping", R"({"x":1})", caller); },
-              ::testing::Throws<ipc::ClientError>(::testing::Property(
-                  &ipc::ClientError::kind, ipc::ClientError::Kind::ProtocolMismatch)));
-  EXPECT_EQ(caller.sent(), std::vector<std::string>{"system.ping"});
 }
 
 // The focused photo's preview follows the context (clients.session checks that); a preview that
