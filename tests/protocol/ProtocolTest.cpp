@@ -171,8 +171,8 @@ TEST(FrameCodec, EncodeAppendsOneNewlineWithinTheLimit) {
   std::string overLimit(kMaxFrameBytes + 1, 'a');
   const auto encodeOverLimit = [&] { encodeFrame(overLimit); };
   EXPECT_THAT(encodeOverLimit, throwsError(FrameError::frameTooLarge(8388609)));
-  EXPECT_THAT(encodeOverLimit, ::testing::ThrowsMessage<FrameError>(
-                                   "frame too large: 8388609 bytes (limit 8388608)"));
+  EXPECT_THAT(encodeOverLimit,
+              ThrowsMessage<FrameError>("frame too large: 8388609 bytes (limit 8388608)"));
 
   EXPECT_THAT([] { encodeFrame("a\nb"); }, throwsError(FrameError::interiorNewline()));
   // The newline test runs first, over the whole payload.
@@ -231,11 +231,10 @@ TEST(Rpc, IdsDecodeIntegerFirstThenString) {
   EXPECT_EQ(json::decodeAs<RPCID>(json::parse(R"("abc")")), RPCID(std::string("abc")));
   // The string attempt's error is the one reported.
   EXPECT_THAT([] { json::decodeAs<RPCID>(json::parse("1.0"), json::Path("id")); },
-              ::testing::ThrowsMessage<json::DecodeError>(
-                  ::testing::HasSubstr("id: expected a string")));
+              ThrowsMessage<json::DecodeError>(::testing::HasSubstr("id: expected a string")));
 }
 
-TEST(Rpc, ApplicationHalfReadsParamsAndWritesReplies) {
+TEST(Rpc, ApplicationHalfReadsParamsAndWritesRepliesOrFallbacks) {
   EXPECT_EQ(
       decodeParams<RateParams>(
           R"({"jsonrpc":"2.0","id":1,"method":"photo.rate","params":{"ids":["a"],"rating":2}})"),
@@ -245,9 +244,7 @@ TEST(Rpc, ApplicationHalfReadsParamsAndWritesReplies) {
   EXPECT_EQ(encodeResult(std::nullopt, json::Value(true)), R"({"jsonrpc":"2.0","result":true})");
   EXPECT_EQ(encodeError(RPCID(std::string("q")), RPCErrorCode::MethodNotFound, "no such method"),
             R"({"jsonrpc":"2.0","id":"q","error":{"code":-32601,"message":"no such method"}})");
-}
-
-TEST(Rpc, ReplyEncodersFallBackInsteadOfFailing) {
+  // The reply encoders fall back instead of failing.
   // A non-finite number cannot be written as JSON.
   json::Value nan(std::numeric_limits<double>::quiet_NaN());
   EXPECT_EQ(
