@@ -29,21 +29,6 @@ std::string reply(std::string_view resultJson) {
   return R"({"jsonrpc":"2.0","id":1,"result":)" + std::string(resultJson) + "}";
 }
 
-/// Splits what the server wrote into lines, each ending in a line feed.
-std::vector<json::Value> protocolLines(const std::string& output) {
-  std::vector<json::Value> lines;
-  EXPECT_TRUE(output.empty() || output.back() == '\n') << "output does not end in a line feed";
-  std::istringstream stream(output);
-  for (std::string line; std::getline(stream, line);) {
-    // One JSON object, written compactly: no pretty printing and no carriage return.
-    const json::Value value = json::parse(line);
-    EXPECT_TRUE(value.is_object()) << line;
-    EXPECT_EQ(json::toCompact(value), line);
-    lines.push_back(value);
-  }
-  return lines;
-}
-
 /// The text of a tools/call reply's first content item.
 std::string firstText(const json::Value& reply) {
   return std::string(reply.at("result").at("content").at(0).at("text").as_string());
@@ -88,7 +73,17 @@ TEST(BinaryTest, ServesAHostSessionThroughTheSocketUnderThePasswordHome) {
   }
   server.write(R"({"jsonrpc":"2.0","id":9,"method":"ping"})"); // no final line feed
   server.closeInput();
-  const std::vector<json::Value> replies = protocolLines(server.readToEnd());
+  // What the server wrote: lines, each ending in a line feed and holding one JSON object written
+  // compactly (no pretty printing and no carriage return).
+  const std::string output = server.readToEnd();
+  EXPECT_TRUE(output.empty() || output.back() == '\n') << "output does not end in a line feed";
+  std::vector<json::Value> replies;
+  std::istringstream stream(output);
+  for (std::string line; std::getline(stream, line);) {
+    replies.push_back(json::parse(line));
+    EXPECT_TRUE(replies.back().is_object()) << line;
+    EXPECT_EQ(json::toCompact(replies.back()), line);
+  }
   // A generous bound: this catches a server that waits for more input, not a slow one.
   EXPECT_EQ(server.waitExit(60s), 0);
   EXPECT_FALSE(server.groupAlive()) << "a process of the server's group outlived it";

@@ -287,21 +287,6 @@ TEST(FindSimilarTool, ThumbnailsForTheNearestSixOnly) {
   EXPECT_EQ(content[6].at("text"), "m4 (distance 0.494)");
 }
 
-/// A width×height RGB image with a bright left half at `path`, saved through the saver of the
-/// name's suffix. The images are made with libvips linked directly; the code under test opens it
-/// by itself.
-void makeImage(const std::string& path, int width, int height, int orientation) {
-  ASSERT_EQ(VIPS_INIT("velko-tests"), 0);
-  VipsImage* image = nullptr;
-  EXPECT_EQ(vips_black(&image, width, height, "bands", 3, nullptr), 0);
-  EXPECT_EQ(vips_draw_rect1(image, 255.0, 0, 0, width / 2, height, "fill", TRUE, nullptr), 0);
-  if (orientation != 0) {
-    vips_image_set_int(image, VIPS_META_ORIENTATION, orientation);
-  }
-  EXPECT_EQ(vips_image_write_to_file(image, path.c_str(), nullptr), 0) << vips_error_buffer();
-  g_object_unref(image);
-}
-
 /// Decodes `base64` as an image and returns {width, height}; {0, 0} if it is not a JPEG. This
 /// checks the thumbnail's base64 too.
 std::pair<int, int> jpegSize(const std::string& base64) {
@@ -333,10 +318,20 @@ TEST_F(FileTools, ThumbnailShrinksLongSideUprightAndNeverEnlarges) {
       // Orientation 6 means "rotate 90° clockwise to display": 400×200 shows as 200×400.
       {"rotated.jpg", 400, 200, 100, 6, {50, 100}},
   };
+  // The images are made with libvips linked directly (the code under test opens it by itself):
+  // a bright left half, saved through the saver of the name's suffix.
+  ASSERT_EQ(VIPS_INIT("velko-tests"), 0);
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
+    VipsImage* image = nullptr;
+    EXPECT_EQ(vips_black(&image, c.width, c.height, "bands", 3, nullptr), 0);
+    EXPECT_EQ(vips_draw_rect1(image, 255.0, 0, 0, c.width / 2, c.height, "fill", TRUE, nullptr), 0);
+    if (c.orientation != 0) {
+      vips_image_set_int(image, VIPS_META_ORIENTATION, c.orientation);
+    }
     const std::string path = tmp.file(c.name);
-    makeImage(path, c.width, c.height, c.orientation);
+    EXPECT_EQ(vips_image_write_to_file(image, path.c_str(), nullptr), 0) << vips_error_buffer();
+    g_object_unref(image);
     std::optional<std::string> out = downscaledImageBase64(path, c.maxPixel);
     ASSERT_TRUE(out.has_value());
     EXPECT_EQ(out->find('\n'), std::string::npos);

@@ -57,28 +57,13 @@ TEST(ToolHandlers, SendDecodedArgumentsAndShowTheReply) {
   }
 }
 
-/// How a handler refuses `arguments`: the exception it throws (which the dispatcher turns into an
-/// error result) or the error result it returns, with its text.
-std::string refusal(const char* tool, const char* arguments) {
-  RecordingCaller caller;
-  std::string how;
-  try {
-    const ToolResult result = invokeTool(tool, arguments, caller);
-    how = (result.at("isError") == true ? "result: " : "accepted: ") + textAt(result);
-  } catch (const json::DecodeError& e) {
-    how = std::string("DecodeError: ") + e.what();
-  } catch (const ToolError& e) {
-    how = std::string("ToolError: ") + e.what();
-  }
-  EXPECT_TRUE(caller.requests.empty()) << "sent " << caller.sent().front();
-  return how;
-}
-
+// How a handler refuses: the exception it throws (which the dispatcher turns into an error result)
+// or the error result it returns, with its text; and nothing is sent.
 TEST(ToolHandlers, BadArgumentsAreRefusedBeforeAnythingIsSent) {
   struct Case {
     const char* tool;
     const char* arguments; // null: no arguments key
-    const char* refusal;   // the start of what refusal() says
+    const char* refusal;   // the start of how it is refused
   } cases[] = {
       // Arguments that do not decode into the request's record.
       {"velko_make_movie", nullptr, "DecodeError: arguments.ids: missing required key"},
@@ -118,8 +103,18 @@ TEST(ToolHandlers, BadArgumentsAreRefusedBeforeAnythingIsSent) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(std::string(c.tool) + " " + (c.arguments ? c.arguments : "(none)"));
-    const std::string how = refusal(c.tool, c.arguments);
+    RecordingCaller caller;
+    std::string how;
+    try {
+      const ToolResult result = invokeTool(c.tool, c.arguments, caller);
+      how = (result.at("isError") == true ? "result: " : "accepted: ") + textAt(result);
+    } catch (const json::DecodeError& e) {
+      how = std::string("DecodeError: ") + e.what();
+    } catch (const ToolError& e) {
+      how = std::string("ToolError: ") + e.what();
+    }
     EXPECT_EQ(how.rfind(c.refusal, 0), 0u) << how;
+    EXPECT_TRUE(caller.requests.empty()) << "sent " << caller.sent().front();
   }
 }
 
@@ -148,10 +143,6 @@ constexpr const char* kEditSetReply = R"({"newVersion":5,"stack":{"values":{},"v
 constexpr const char* kEditSetReplyWithPreview =
     R"({"newVersion":5,"stack":{"values":{},"version":5},"preview":{"pngBase64":"UE5H",)"
     R"("width":512,"height":341,"appliedStackVersion":5,"basedOnOriginal":false}})";
-
-std::string sentOps(const RecordingCaller& caller) {
-  return json::toCompact(caller.requests.back().params->at("ops"));
-}
 
 TEST(EditingTools, EditSetSendsTheOpsWithTheAgentName) {
   RecordingCaller caller;
@@ -280,7 +271,7 @@ TEST(EditingTools, LookToolsSendTheirOpsAndSummarise) {
     const ToolResult result = invokeTool(c.tool, c.arguments, caller);
     EXPECT_EQ(caller.requests.size(), (c.luts != nullptr) + (c.ops != nullptr));
     if (c.ops != nullptr) {
-      EXPECT_EQ(sentOps(caller), c.ops);
+      EXPECT_EQ(json::toCompact(caller.requests.back().params->at("ops")), c.ops);
     }
     EXPECT_EQ(textAt(result, 0), c.shown);
     EXPECT_EQ(result.at("isError"), c.ops == nullptr);
