@@ -106,8 +106,6 @@ export async function openSession(mcp, headless, { client: kind = 'sdk' } = {}) 
 
 // ---- The session --------------------------------------------------------------------------------
 
-const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
-
 /// Runs the session on an open one. `onStep({ index, tool, args, outcome, images })` hears of each
 /// call once its checks have passed (`images` are PNG buffers); a failed check throws, after
 /// `onStep` has heard of it with `failed` set. Exports go to `exportDir` (default: in the scratch
@@ -159,7 +157,7 @@ export async function runSession({ client, sandbox }, { onStep = () => {}, expor
     for (let tries = 0; tries < 600; ++tries) {
       r = await callTool(tool, args);
       if (!r.isError && r.json && done(r.json)) break;
-      await sleep(100);
+      await new Promise((resolve) => setTimeout(resolve, 100));
     }
     return step(tool, args, check, r);
   }
