@@ -23,14 +23,21 @@ std::string pretty(const char* text) {
   return json::toPretty(json::parse(text));
 }
 
-// Argument-record tools and list tools: the request is the decoded arguments re-encoded, and the
-// reply comes back as pretty, key-sorted JSON.
+constexpr const char* kEditSetReply = R"({"newVersion":5,"stack":{"values":{},"version":5}})";
+constexpr const char* kEditSetReplyWithPreview =
+    R"({"newVersion":5,"stack":{"values":{},"version":5},"preview":{"pngBase64":"UE5H",)"
+    R"("width":512,"height":341,"appliedStackVersion":5,"basedOnOriginal":false}})";
+
+// The request that goes out for given arguments, and what the assistant reads back: for
+// argument-record tools and list tools the decoded arguments re-encoded, and the reply as pretty,
+// key-sorted JSON.
 TEST(ToolHandlers, SendDecodedArgumentsAndShowTheReply) {
   struct Case {
     const char* tool;
     const char* arguments; // null: no arguments key
     const char* sent;
     const char* reply;
+    const char* shown = nullptr; // the whole result; null: the reply as pretty JSON text
   } cases[] = {
       // Keys the record does not have are dropped.
       {"velko_list", R"({"limit":5,"cursor":100,"extra":true})",
@@ -46,6 +53,24 @@ TEST(ToolHandlers, SendDecodedArgumentsAndShowTheReply) {
       // A whole number written with a fraction or an exponent still fills an integer field.
       {"velko_rate", R"({"ids":["a"],"rating":4.0})", R"(photo.rate {"ids":["a"],"rating":4})",
        R"({"updated":1,"skipped":[]})"},
+      // Edits are sent in the agent's name, without a preview unless asked for.
+      {"velko_edit_set",
+       R"({"id":"A","ops":[{"kind":"exposure","scalar":0.7},)"
+       R"({"kind":"crop","rect":[[0,0],[1,0.5]]}],"expectedVersion":4.9})",
+       R"(edit.set {"id":"A","ops":[{"kind":"exposure","scalar":0.7},)"
+       R"({"kind":"crop","rect":[[0,0],[1,0.5]]}],"maskOps":[],"expectedVersion":4,)"
+       R"("agent":"claude-mcp","preview":false})",
+       kEditSetReply},
+      // A preview puts the image first and says when it is approximated.
+      {"velko_preview_render", R"({"id":"A","longEdge":300.7})",
+       R"(preview.render {"id":"A","longEdge":300})",
+       R"({"pngBase64":"UE5H","width":512,"height":384,"appliedStackVersion":7,)"
+       R"("basedOnOriginal":false})",
+       R"j({"content":[{"type":"image","data":"UE5H","mimeType":"image/png"},)j"
+       R"j({"type":"text","text":"512\u00d7384, stack version 7 (approximated on )j"
+       R"j(the local derivative \u2014 the iCloud original isn't downloadable )j"
+       R"j(right now; detail sliders read slightly stronger than a real commit )j"
+       R"j(will)"}],"isError":false})j"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(std::string(c.tool) + " " + (c.arguments ? c.arguments : "(none)"));
@@ -53,7 +78,9 @@ TEST(ToolHandlers, SendDecodedArgumentsAndShowTheReply) {
     caller.answer(c.reply);
     const ToolResult result = invokeTool(c.tool, c.arguments, caller);
     EXPECT_EQ(caller.sent(), std::vector<std::string>{c.sent});
-    EXPECT_EQ(json::toCompact(result), json::toCompact(textResult(pretty(c.reply), false)));
+    EXPECT_EQ(json::toCompact(result),
+              c.shown ? json::toCompact(json::parse(c.shown))
+                      : json::toCompact(textResult(pretty(c.reply), false)));
   }
 }
 
@@ -139,25 +166,6 @@ TEST(ToolHandlers, ContextWithoutAPreview) {
 
 // ---- Editing tools ----
 
-constexpr const char* kEditSetReply = R"({"newVersion":5,"stack":{"values":{},"version":5}})";
-constexpr const char* kEditSetReplyWithPreview =
-    R"({"newVersion":5,"stack":{"values":{},"version":5},"preview":{"pngBase64":"UE5H",)"
-    R"("width":512,"height":341,"appliedStackVersion":5,"basedOnOriginal":false}})";
-
-TEST(EditingTools, EditSetSendsTheOpsWithTheAgentName) {
-  RecordingCaller caller;
-  caller.answer(kEditSetReply);
-  invokeTool("velko_edit_set",
-             R"({"id":"A","ops":[{"kind":"exposure","scalar":0.7},)"
-             R"({"kind":"crop","rect":[[0,0],[1,0.5]]}],"expectedVersion":4.9})",
-             caller);
-  EXPECT_EQ(caller.sent(),
-            std::vector<std::string>{
-                R"(edit.set {"id":"A","ops":[{"kind":"exposure","scalar":0.7},)"
-                R"({"kind":"crop","rect":[[0,0],[1,0.5]]}],"maskOps":[],"expectedVersion":4,)"
-                R"("agent":"claude-mcp","preview":false})"});
-}
-
 // "add" creates the mask under a fresh id ("M" below) and tunes it with one setAdjustment per
 // known numeric adjustment; the other actions address an existing mask by its id, upper-cased.
 TEST(EditingTools, MaskActionsBecomeMaskOps) {
@@ -194,22 +202,6 @@ TEST(EditingTools, MaskActionsBecomeMaskOps) {
     }
     EXPECT_EQ(sent, c.maskOps);
   }
-}
-
-TEST(EditingTools, PreviewRenderPutsTheImageFirst) {
-  RecordingCaller caller;
-  caller.answer(R"({"pngBase64":"UE5H","width":512,"height":384,"appliedStackVersion":7,)"
-                R"("basedOnOriginal":false})");
-  ToolResult approximated =
-      invokeTool("velko_preview_render", R"({"id":"A","longEdge":300.7})", caller);
-  EXPECT_EQ(caller.sent(), std::vector<std::string>{R"(preview.render {"id":"A","longEdge":300})"});
-  EXPECT_EQ(
-      json::Value(approximated),
-      json::parse(R"j({"content":[{"type":"image","data":"UE5H","mimeType":"image/png"},)j"
-                  R"j({"type":"text","text":"512\u00d7384, stack version 7 (approximated on )j"
-                  R"j(the local derivative \u2014 the iCloud original isn't downloadable )j"
-                  R"j(right now; detail sliders read slightly stronger than a real commit )j"
-                  R"j(will)"}],"isError":false})j"));
 }
 
 // The look tools: the ops they send (after the lut.list lookup of velko_lut) and the summary shown
