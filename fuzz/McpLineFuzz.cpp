@@ -131,20 +131,17 @@ extern "C" passwd* getpwnam(const char*) {
 // Relative paths a tool is given resolve in the scratch directory, so the working directory
 // moves there; the paths on the command line are made absolute first.
 extern "C" int LLVMFuzzerInitialize(int* argc, char*** argv) {
-  static std::vector<std::string> rewritten;
-  rewritten.reserve(static_cast<std::size_t>(*argc));
+  static std::vector<std::string> rewritten(static_cast<std::size_t>(*argc));
   for (int i = 1; i < *argc; ++i) {
-    std::string arg = (*argv)[i];
-    const std::string prefixFlag = "-artifact_prefix=";
-    if (arg.rfind(prefixFlag, 0) == 0 && arg.size() > prefixFlag.size() &&
-        arg[prefixFlag.size()] != '/') {
-      arg = prefixFlag + std::filesystem::current_path().string() + "/" +
-            arg.substr(prefixFlag.size());
-    } else if (!arg.empty() && arg[0] != '-') {
-      arg = std::filesystem::absolute(arg).string();
+    std::string& arg = rewritten[i] = (*argv)[i];
+    // Where the path starts: after the flag's "=", at 0 for a corpus, nowhere for other flags.
+    const std::size_t at = arg.starts_with("-artifact_prefix=") ? 17
+                           : arg.starts_with('-')               ? std::string::npos
+                                                                : 0;
+    if (at < arg.size() && arg[at] != '/') {
+      arg = arg.substr(0, at) + std::filesystem::current_path().string() + "/" + arg.substr(at);
     }
-    rewritten.push_back(std::move(arg));
-    (*argv)[i] = rewritten.back().data();
+    (*argv)[i] = arg.data();
   }
   std::filesystem::create_directories(scratch().file("work"));
   velko::fuzz::check(::chdir(scratch().file("work").c_str()) == 0, "cannot work in the scratch");
@@ -181,10 +178,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       arguments = std::move((*parsed)["a"]);
     } // else the call goes out without arguments
     blankStrings(arguments);
-    json::Object params{{"name", table[mode].name}, {"arguments", std::move(arguments)}};
-    json::Object message{
-        {"jsonrpc", "2.0"}, {"id", 1}, {"method", "tools/call"}, {"params", std::move(params)}};
-    checkWritable(d.handle(json::Value(std::move(message))));
+    checkWritable(d.handle(json::Object{
+        {"jsonrpc", "2.0"}, {"id", 1}, {"method", "tools/call"},
+        {"params", json::Object{{"name", table[mode].name}, {"arguments", std::move(arguments)}}}}));
     return 0;
   }
   std::optional<json::Object> message = server::parseMessage(first);
@@ -192,12 +188,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     checkWritable(d.handleLine(first));
     return 0;
   }
-  if (json::Value* params = message->if_contains("params")) {
-    if (json::Object* p = params->if_object()) {
-      if (json::Value* arguments = p->if_contains("arguments")) {
-        blankStrings(*arguments);
-      }
-    }
+  json::Value* params = message->if_contains("params");
+  json::Object* p = params != nullptr ? params->if_object() : nullptr;
+  if (json::Value* arguments = p != nullptr ? p->if_contains("arguments") : nullptr) {
+    blankStrings(*arguments);
   }
   checkWritable(d.handle(json::Value(std::move(*message))));
   return 0;

@@ -5,19 +5,17 @@
 // environment variable to move it. Each test therefore starts the programs through a wrapper
 // script that runs them in a private mount namespace with a scratch directory bind-mounted over
 // that home, so the real ~/.velko is never read or written. Where mount namespaces are not
-// permitted the test exits with kSkipExitCode, which CTest reports as skipped.
+// permitted the test reports itself skipped.
 import { spawnSync } from 'node:child_process';
 import { chmodSync, mkdirSync, mkdtempSync, readFileSync, rmSync, writeFileSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import path from 'node:path';
 
-/// The exit status CTest's SKIP_RETURN_CODE is set to.
-export const kSkipExitCode = 77;
-
-/// Ends the process as skipped, with the reason on standard output.
+/// Ends the process as skipped (the exit status CTest's SKIP_RETURN_CODE is set to), with the
+/// reason on standard output.
 export function skip(reason) {
   console.log(`SKIPPED: ${reason}`);
-  process.exit(kSkipExitCode);
+  process.exit(77);
 }
 
 /// Runs one test body; a thrown error ends the process with status 1 and the error's text.
@@ -40,27 +38,21 @@ function quote(text) {
 
 // Inside the namespace the home is looked up again: with a user namespace the uid is 0 there,
 // and the server will look up the same entry.
-const kMountAndRun =
-  'home=$(getent passwd "$(id -u)" | cut -d: -f6) && mount --bind "$1" "$home" && shift && exec "$@"';
+const kMount = 'home=$(getent passwd "$(id -u)" | cut -d: -f6) && mount --bind "$1" "$home"';
 
 /// The unshare flags with which the wrapper's mount works here, or null: a plain mount namespace
 /// when running as root, else one inside a user namespace mapped to root. The probe does exactly
 /// what the wrapper does, with `true` in place of the server.
 function namespaceFlags(home) {
-  for (const flags of [['--mount'], ['--user', '--map-root-user', '--mount']]) {
-    const probe = spawnSync('unshare', [...flags, 'sh', '-c', kMountAndRun, 'sh', home, 'true'], {
-      stdio: 'ignore',
-    });
-    if (probe.status === 0) return flags;
-  }
-  return null;
+  const probe = (flags) => spawnSync('unshare', [...flags, 'sh', '-c', `${kMount} && exec true`, 'sh', home]);
+  return [['--mount'], ['--user', '--map-root-user', '--mount']].find((f) => probe(f).status === 0) ?? null;
 }
 
 // The real application and a command in one namespace: the application in the background over
 // the library, the command in the foreground once the socket is there and the endpoint file names
 // the application's pid; when the command ends, the application is stopped. Arguments: home,
 // velko-headless, library, its log file, then the command and its arguments.
-const kMountAndRunPair = `home=$(getent passwd "$(id -u)" | cut -d: -f6) && mount --bind "$1" "$home" || exit 97
+const kMountAndRunPair = `${kMount} || exit 97
 "$2" --library "$3" --allow-saving --allow-delete </dev/null >"$4" 2>&1 &
 app=$! log=$4
 shift 4

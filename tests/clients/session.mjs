@@ -22,7 +22,7 @@ const kDemoLibraryScript = path.resolve(here, '..', '..', 'scripts', 'demo-libra
 /// Where the demo library's photographs come from (Debian's mate-backgrounds package).
 export const kNaturePhotos = '/usr/share/backgrounds/mate/nature';
 /// How many photographs demo-library.sh puts in the library.
-export const kLibraryPhotos = 8;
+const kLibraryPhotos = 8;
 
 // A warm look: reds lifted, blues cut. Rows run red fastest, as the .cube format has them.
 const kWarmCube = [
@@ -35,12 +35,8 @@ const kWarmCube = [
 ].join('\n');
 
 /// Width and height from a PNG's IHDR; throws when the bytes are not a PNG.
-export function pngSize(bytes) {
-  assert.ok(
-    bytes.length > 24 && bytes.subarray(0, 8).equals(Buffer.from([0x89, 0x50, 0x4e, 0x47, 0x0d, 0x0a, 0x1a, 0x0a])),
-    'not a PNG',
-  );
-  assert.equal(bytes.toString('latin1', 12, 16), 'IHDR');
+function pngSize(bytes) {
+  assert.equal(bytes.toString('latin1', 0, 16), '\x89PNG\r\n\x1a\n\0\0\0\rIHDR', 'not a PNG');
   return { width: bytes.readUInt32BE(16), height: bytes.readUInt32BE(20) };
 }
 
@@ -110,8 +106,6 @@ export async function openSession(mcp, headless, { client: kind = 'sdk' } = {}) 
 
 // ---- The session --------------------------------------------------------------------------------
 
-const sleep = (ms) => new Promise((resolve) => setTimeout(resolve, ms));
-
 /// Runs the session on an open one. `onStep({ index, tool, args, outcome, images })` hears of each
 /// call once its checks have passed (`images` are PNG buffers); a failed check throws, after
 /// `onStep` has heard of it with `failed` set. Exports go to `exportDir` (default: in the scratch
@@ -123,18 +117,12 @@ export async function runSession({ client, sandbox }, { onStep = () => {}, expor
   async function callTool(tool, args) {
     const result = await client.callTool({ name: tool, arguments: args }, CallToolResultSchema);
     const texts = result.content.filter((c) => c.type === 'text').map((c) => c.text);
-    const images = result.content
-      .filter((c) => c.type === 'image')
-      .map((c) => {
-        assert.equal(c.mimeType, 'image/png', `${tool}: image type`);
-        return Buffer.from(c.data, 'base64');
-      });
-    let json = null;
-    try {
-      json = JSON.parse(texts[0]);
-    } catch {
-      // a sentence, not JSON
-    }
+    const images = result.content.filter((c) => c.type === 'image').map((c) => {
+      assert.equal(c.mimeType, 'image/png', `${tool}: image type`);
+      return Buffer.from(c.data, 'base64');
+    });
+    let json = null; // stays null when the text is a sentence
+    try { json = JSON.parse(texts[0]); } catch {}
     return { isError: result.isError === true, texts, text: texts.join('\n'), images, json };
   }
 
@@ -169,7 +157,7 @@ export async function runSession({ client, sandbox }, { onStep = () => {}, expor
     for (let tries = 0; tries < 600; ++tries) {
       r = await callTool(tool, args);
       if (!r.isError && r.json && done(r.json)) break;
-      await sleep(100);
+      await new Promise((resolve) => setTimeout(resolve, 100));
     }
     return step(tool, args, check, r);
   }

@@ -7,7 +7,6 @@
 #include "support/ServerProcess.h"
 #include "support/TestPeer.h"
 
-#include <filesystem>
 #include <gtest/gtest.h>
 #include <sstream>
 
@@ -16,7 +15,6 @@ namespace {
 
 using namespace std::chrono_literals;
 using velko::testing::PeerStep;
-using velko::testing::readFile;
 using velko::testing::ServerProcess;
 using velko::testing::TempDir;
 using velko::testing::TestPeer;
@@ -31,49 +29,21 @@ std::string reply(std::string_view resultJson) {
   return R"({"jsonrpc":"2.0","id":1,"result":)" + std::string(resultJson) + "}";
 }
 
-/// Splits what the server wrote into lines, each ending in a line feed.
-std::vector<json::Value> protocolLines(const std::string& output) {
-  std::vector<json::Value> lines;
-  EXPECT_TRUE(output.empty() || output.back() == '\n') << "output does not end in a line feed";
-  std::istringstream stream(output);
-  for (std::string line; std::getline(stream, line);) {
-    // One JSON object, written compactly: no pretty printing and no carriage return.
-    const json::Value value = json::parse(line);
-    EXPECT_TRUE(value.is_object()) << line;
-    EXPECT_EQ(json::toCompact(value), line);
-    lines.push_back(value);
-  }
-  return lines;
+/// The text of a tools/call reply's first content item.
+std::string firstText(const json::Value& reply) {
+  return std::string(reply.at("result").at("content").at(0).at("text").as_string());
 }
-
-class BinaryTest : public ::testing::Test {
-protected:
-  void SetUp() override {
-    static const std::string reason = velko::testing::privateHomeUnavailableReason();
-    if (!reason.empty()) {
-      GTEST_SKIP() << reason;
-    }
-  }
-
-  /// The home as the server sees it; the files are in fakeHome.
-  const std::string home = velko::testing::passwordHome();
-  TempDir fakeHome;
-
-  std::unique_ptr<ServerProcess> start() {
-    return std::make_unique<ServerProcess>(
-        velko::testing::withPrivateHome(fakeHome.path(), VELKO_MCP_PATH));
-  }
-
-  /// The text of a tools/call reply's first content item.
-  static std::string firstText(const json::Value& reply) {
-    return std::string(reply.at("result").at("content").at(0).at("text").as_string());
-  }
-};
 
 // A host session: tools and prompts are listed before initialize, lines that are not requests
 // are skipped, notifications get no reply, the last line may lack its line feed, and tool calls
 // reach the application at the socket under the password home, one request (id 1) per connection.
-TEST_F(BinaryTest, ServesAHostSessionThroughTheSocketUnderThePasswordHome) {
+// At the end of its input the server exits with 0 and leaves no process behind.
+TEST(BinaryTest, ServesAHostSessionThroughTheSocketUnderThePasswordHome) {
+  if (const std::string reason = velko::testing::privateHomeUnavailableReason(); !reason.empty()) {
+    GTEST_SKIP() << reason;
+  }
+  const std::string home = velko::testing::passwordHome(); // as the server sees it
+  TempDir fakeHome;                                          // where its files are
   TestPeer peer(fakeHome.file(".velko/ipc.sock"));
   peer.push(PeerStep::line(reply(R"({"appVersion":"3.0","buildStamp":"x1","protocolVersion":1,)"
                                  R"("libraryAuthorized":true,"photoCount":7})")));
@@ -84,8 +54,8 @@ TEST_F(BinaryTest, ServesAHostSessionThroughTheSocketUnderThePasswordHome) {
   peer.push(PeerStep::line(reply(R"({"pngBase64":")" + png +
                                  R"(","width":1024,"height":2000,"appliedStackVersion":3,)"
                                  R"("basedOnOriginal":true})")));
-  auto server = start();
-  EXPECT_EQ(server->readErrorLine(), "velko-mcp: ready (socket: " + home + "/.velko/ipc.sock)\n");
+  ServerProcess server(velko::testing::withPrivateHome(fakeHome.path(), VELKO_MCP_PATH));
+  EXPECT_EQ(server.readErrorLine(), "velko-mcp: ready (socket: " + home + "/.velko/ipc.sock)\n");
   for (const std::string& line : {
            std::string(R"({"jsonrpc":"2.0","id":3,"method":"tools/list","params":{"cursor":"x"}})"),
            std::string(R"({"jsonrpc":"2.0","id":1,"method":"initialize","params":{}})") + "\r",
@@ -99,13 +69,25 @@ TEST_F(BinaryTest, ServesAHostSessionThroughTheSocketUnderThePasswordHome) {
            toolCall(7, "velko_get", R"({"id":"p0"})"),
            toolCall(8, "velko_preview_render", R"({"id":"p9"})"),
        }) {
-    server->send(line);
+    server.send(line);
   }
-  server->write(R"({"jsonrpc":"2.0","id":9,"method":"ping"})"); // no final line feed
-  server->closeInput();
-  const std::vector<json::Value> replies = protocolLines(server->readToEnd());
-  EXPECT_EQ(server->waitExit(60s), 0);
-  EXPECT_EQ(server->readErrorLine(), ""); // nothing else reached standard error
+  server.write(R"({"jsonrpc":"2.0","id":9,"method":"ping"})"); // no final line feed
+  server.closeInput();
+  // What the server wrote: lines, each ending in a line feed and holding one JSON object written
+  // compactly (no pretty printing and no carriage return).
+  const std::string output = server.readToEnd();
+  EXPECT_TRUE(output.empty() || output.back() == '\n') << "output does not end in a line feed";
+  std::vector<json::Value> replies;
+  std::istringstream stream(output);
+  for (std::string line; std::getline(stream, line);) {
+    replies.push_back(json::parse(line));
+    EXPECT_TRUE(replies.back().is_object()) << line;
+    EXPECT_EQ(json::toCompact(replies.back()), line);
+  }
+  // A generous bound: this catches a server that waits for more input, not a slow one.
+  EXPECT_EQ(server.waitExit(60s), 0);
+  EXPECT_FALSE(server.groupAlive()) << "a process of the server's group outlived it";
+  EXPECT_EQ(server.readErrorLine(), ""); // nothing else reached standard error
 
   ASSERT_EQ(replies.size(), 8u);
   const json::Object& tools = replies[0].at("result").as_object();
@@ -129,49 +111,6 @@ TEST_F(BinaryTest, ServesAHostSessionThroughTheSocketUnderThePasswordHome) {
             (std::vector<std::string>{head + R"("system.ping"})",
                                       head + R"("photo.get","params":{"id":"p0"}})",
                                       head + R"("preview.render","params":{"id":"p9"}})"}));
-}
-
-// Paths under ~ are the password home's: export moves the application's render there, import
-// stages a copy in its exchange folder. Fresh names and failures are the handlers' own tests.
-TEST_F(BinaryTest, ExportAndImportWorkOnFilesUnderTheHome) {
-  TestPeer peer(fakeHome.file(".velko/ipc.sock"));
-  peer.setHandler([&](const std::string& request) {
-    if (json::parse(request).at("method") == "library.import") {
-      return reply(R"({"importedIDs":["NEW-1/L0/001"],"failed":[]})");
-    }
-    fakeHome.write("render/r.heic", "pixels");
-    return reply(R"({"path":")" + home +
-                 R"(/render/r.heic","format":"heic","suggestedFilename":"IMG_1.HEIC","bytes":6})");
-  });
-  fakeHome.write("Pictures/IMG_1.JPG", "jpeg bytes");
-  auto server = start();
-  server->send(toolCall(6, "velko_export", R"({"ids":["a"],"directory":"~/Out/Keepers"})"));
-  server->send(toolCall(7, "velko_import", R"({"paths":["~/Pictures/IMG_1.JPG"]})"));
-  server->closeInput();
-  const std::vector<json::Value> replies = protocolLines(server->readToEnd());
-  EXPECT_EQ(server->waitExit(60s), 0);
-  ASSERT_EQ(replies.size(), 2u);
-  EXPECT_EQ(json::parse(firstText(replies[0])).at("written"),
-            json::Array{home + "/Out/Keepers/IMG_1.HEIC"});
-  EXPECT_EQ(readFile(fakeHome.file("Out/Keepers/IMG_1.HEIC")), "pixels");
-  EXPECT_FALSE(std::filesystem::exists(fakeHome.file("render/r.heic")));
-
-  EXPECT_EQ(replies[1].at("result").at("isError"), false) << firstText(replies[1]);
-  const std::string staged(
-      json::parse(peer.requests().back()).at("params").at("paths").at(0).as_string());
-  const std::string exchange = home + "/.velko/exchange/";
-  ASSERT_EQ(staged.rfind(exchange, 0), 0u) << staged;
-  EXPECT_EQ(readFile(fakeHome.file(".velko/exchange/" + staged.substr(exchange.size()))),
-            "jpeg bytes");
-}
-
-TEST_F(BinaryTest, ExitsWithZeroWhenInputEndsAtOnce) {
-  auto server = start();
-  server->closeInput();
-  // A generous bound: this catches a server that waits for more input, not a slow one.
-  EXPECT_EQ(server->waitExit(60s), 0);
-  EXPECT_EQ(server->readToEnd(), "");
-  EXPECT_FALSE(server->groupAlive()) << "a process of the server's group outlived it";
 }
 
 } // namespace

@@ -108,6 +108,12 @@ TEST(Dispatcher, ToolFailuresBecomeErrorResults) {
        "No such file or directory"},
       {"something that is no exception", [](RecordingCaller& c) { c.fail(42); },
        "The operation couldn\u2019t be completed."},
+      {"application of another protocol version",
+       [](RecordingCaller& c) {
+         c.answer(R"({"appVersion":"2","buildStamp":"b","protocolVersion":2,)"
+                  R"("libraryAuthorized":true,"photoCount":1})");
+       },
+       "protocol mismatch: app speaks v2, this tool speaks v1 \u2014 update the older side"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);

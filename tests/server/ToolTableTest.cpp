@@ -1,9 +1,14 @@
+// The tool table: its rows, the portability of its schemas, the kinds its descriptions name, and
+// docs/tools.md, which must match what the table says now.
 #include "server/ToolTable.h"
 
 #include "core/AdjustmentKind.h"
 #include "json/Writer.h"
+#include "server/ToolReference.h"
 
+#include <fstream>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <map>
 #include <regex>
 #include <set>
@@ -107,6 +112,18 @@ TEST(ToolTable, EveryKindTheEditingDescriptionsNameExists) {
     }
   }
   EXPECT_GT(checked, 60); // the lists were found
+}
+
+constexpr const char* kRegenerate = "cmake --build build --target velko_tool_reference && "
+                                    "build/src/server/velko_tool_reference > docs/tools.md";
+
+TEST(ToolReference, DocsFileIsCurrent) {
+  std::ifstream file(VELKO_SOURCE_DIR "/docs/tools.md", std::ios::binary);
+  ASSERT_TRUE(file) << "docs/tools.md is missing; create it from the source tree with: "
+                    << kRegenerate;
+  const std::string onDisk{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+  EXPECT_TRUE(onDisk == renderToolReference())
+      << "docs/tools.md is stale; regenerate it from the source tree with: " << kRegenerate;
 }
 
 } // namespace

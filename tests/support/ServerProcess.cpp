@@ -1,5 +1,6 @@
 #include "support/ServerProcess.h"
 
+#include <algorithm>
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
@@ -61,13 +62,9 @@ std::string privateHomeUnavailableReason() {
 
 ServerProcess::ServerProcess(const std::vector<std::string>& argv) {
   int pipes[3][2]; // standard input, output and error
-  for (int i = 0; i < 3; ++i) {
-    if (::pipe2(pipes[i], O_CLOEXEC) != 0) {
-      for (int j = 0; j < i; ++j) {
-        ::close(pipes[j][0]);
-        ::close(pipes[j][1]);
-      }
-      throw std::runtime_error("pipe failed");
+  for (auto& pipe : pipes) {
+    if (::pipe2(pipe, O_CLOEXEC) != 0) {
+      throw std::runtime_error("pipe failed"); // leaves the earlier pipes open: a test fails anyway
     }
   }
   posix_spawn_file_actions_t actions;
@@ -135,10 +132,18 @@ void ServerProcess::closeInput() {
   closeFd(toChild_);
 }
 
-bool ServerProcess::waitReadable(int fd, Clock::time_point deadline) const {
+std::size_t ServerProcess::readSome(int fd, Clock::time_point deadline, std::string& into,
+                                    const char* late, std::size_t most) {
   const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
   pollfd entry{fd, POLLIN, 0};
-  return left.count() > 0 && ::poll(&entry, 1, static_cast<int>(left.count())) > 0;
+  if (left.count() <= 0 || ::poll(&entry, 1, static_cast<int>(left.count())) <= 0) {
+    throw std::runtime_error(late);
+  }
+  // As much as a widened pipe holds, in one read.
+  static thread_local char chunk[1 << 20];
+  const ssize_t n = ::read(fd, chunk, std::min(most, sizeof chunk));
+  into.append(chunk, n > 0 ? static_cast<std::size_t>(n) : 0);
+  return n > 0 ? static_cast<std::size_t>(n) : 0;
 }
 
 std::string ServerProcess::readLine(std::chrono::milliseconds limit) {
@@ -150,58 +155,33 @@ std::string ServerProcess::readLine(std::chrono::milliseconds limit) {
 void ServerProcess::readLine(std::string& line, std::chrono::milliseconds limit) {
   const auto deadline = Clock::now() + limit;
   // Only new bytes are searched, so a multi-megabyte line costs one pass.
-  std::size_t scanned = 0;
-  for (;;) {
+  for (std::size_t scanned = 0;;) {
     if (const auto nl = buffer_.find('\n', scanned); nl != std::string::npos) {
       line.assign(buffer_, 0, nl);
       buffer_.erase(0, nl + 1);
       return;
     }
-    if (!waitReadable(fromChild_, deadline)) {
-      throw std::runtime_error("no line from the server in time");
-    }
     scanned = buffer_.size();
-    // As much as a widened pipe holds, in one read.
-    static thread_local char chunk[1 << 20];
-    const ssize_t n = ::read(fromChild_, chunk, sizeof chunk);
-    if (n <= 0) {
+    if (readSome(fromChild_, deadline, buffer_, "no line from the server in time") == 0) {
       throw std::runtime_error("the server closed its output");
     }
-    buffer_.append(chunk, static_cast<std::size_t>(n));
   }
 }
 
 std::string ServerProcess::readToEnd(std::chrono::milliseconds limit) {
   const auto deadline = Clock::now() + limit;
-  for (;;) {
-    if (!waitReadable(fromChild_, deadline)) {
-      throw std::runtime_error("the server did not close its output in time");
-    }
-    char chunk[65536];
-    const ssize_t n = ::read(fromChild_, chunk, sizeof chunk);
-    if (n <= 0) {
-      return std::exchange(buffer_, {});
-    }
-    buffer_.append(chunk, static_cast<std::size_t>(n));
+  while (readSome(fromChild_, deadline, buffer_, "the server did not close its output in time")) {
   }
+  return std::exchange(buffer_, {});
 }
 
 std::string ServerProcess::readErrorLine(std::chrono::milliseconds limit) {
   const auto deadline = Clock::now() + limit;
+  const char* late = "no line on the server's standard error in time";
   std::string line;
-  for (;;) {
-    if (!waitReadable(errFromChild_, deadline)) {
-      throw std::runtime_error("no line on the server's standard error in time");
-    }
-    char c = 0;
-    if (::read(errFromChild_, &c, 1) != 1) {
-      return line;
-    }
-    line += c;
-    if (c == '\n') {
-      return line;
-    }
+  while ((line.empty() || line.back() != '\n') && readSome(errFromChild_, deadline, line, late, 1)) {
   }
+  return line;
 }
 
 std::optional<int> ServerProcess::waitExit(std::chrono::milliseconds limit) {

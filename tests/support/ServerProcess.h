@@ -69,7 +69,10 @@ public:
 
 private:
   using Clock = std::chrono::steady_clock;
-  bool waitReadable(int fd, Clock::time_point deadline) const;
+  /// Appends at most `most` bytes read from `fd` to `into`; how many, 0 at end of file. Throws
+  /// std::runtime_error(late) when nothing is readable before `deadline`.
+  static std::size_t readSome(int fd, Clock::time_point deadline, std::string& into,
+                              const char* late, std::size_t most = SIZE_MAX);
 
   pid_t pid_ = -1;
   int toChild_ = -1;

@@ -62,9 +62,7 @@ struct PeerStep {
   /// them in separate reads (lines after the first, to test that they are ignored).
   static PeerStep raw(std::vector<std::string> chunks) { return {.writes = std::move(chunks)}; }
   static PeerStep closeWithoutReply() { return {}; }
-  /// Closes the connection without reading anything, so a long request meets a closed socket.
   static PeerStep closeUnread() { return {.kind = Kind::CloseUnread}; }
-  /// `bytes` of 'x' and no newline.
   static PeerStep unterminated(std::size_t bytes) { return raw({std::string(bytes, 'x')}); }
   /// Writes `partialReply` and then neither writes nor closes.
   static PeerStep hang(std::string partialReply) {
@@ -77,10 +75,9 @@ public:
   /// Computes the reply line (without its newline) for a request line.
   using Handler = std::function<std::string(const std::string& requestLine)>;
 
-  /// Listens at "ipc.sock" in its own temporary directory.
+  /// Listens at "ipc.sock" in its own temporary directory, or at `socketPath` (creating its
+  /// parent directories, which are left to the caller; the socket file is removed on stop).
   TestPeer();
-  /// Listens at `socketPath`, creating its parent directories; the socket file is removed on
-  /// stop, the directories are left to the caller.
   explicit TestPeer(std::string socketPath);
   ~TestPeer();
   TestPeer(const TestPeer&) = delete;
@@ -93,9 +90,8 @@ public:
   /// Answers connections once the script is used up.
   void setHandler(Handler handler);
 
-  /// Every request line received so far, in order, without newlines.
+  /// Every request line received so far, in order, without newlines; connections accepted.
   std::vector<std::string> requests() const;
-  /// Connections accepted so far.
   std::size_t connectionCount() const;
 
   /// Stops accepting, ends a hanging connection, joins the thread and removes the socket file.

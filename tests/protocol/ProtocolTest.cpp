@@ -1,13 +1,16 @@
-// The tools' and the application's tests pin most records' keys from either side (the server's
-// handler tests the unfocused context and the edit results); these are the forms they do not
-// reach.
+// Framing, JSON-RPC envelopes and records. The tools' and the application's tests pin most
+// records' keys from either side (the server's handler tests the unfocused context and the edit
+// results); these are the forms they do not reach.
 #include "core/PhotoAIAnnotation.h"
+#include "json/Errors.h"
 #include "json/RecordText.h"
 #include "json/Writer.h"
 #include "protocol/DeliveryRecords.h"
 #include "protocol/EditingRecords.h"
+#include "protocol/FrameCodec.h"
 #include "protocol/IPCEndpoint.h"
 #include "protocol/LibraryRecords.h"
+#include "protocol/Rpc.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -19,6 +22,7 @@ using namespace std::chrono_literals;
 using std::chrono::May;
 using std::chrono::sys_days;
 using ::testing::ThrowsMessage;
+using namespace rpc;
 
 // Decodes `text` into T and compares with `expected`, then encodes `expected` and compares with
 // `text` character for character, so a mistyped key or a wrong key order shows up.
@@ -152,6 +156,103 @@ TEST(RecordText, DecodesKeysInAnyOrder) {
             json::decodeAs<SnapshotInfo>(json::parse(inOrder)));
   EXPECT_EQ(json::decodeAs<ListParams>(json::parse(R"({"cursor":5,"limit":2})")),
             (ListParams{2, 5}));
+}
+
+/// Matches a call that throws exactly `error`.
+auto throwsError(const FrameError& error) {
+  return ::testing::Throws<FrameError>(::testing::Eq(error));
+}
+
+TEST(FrameCodec, EncodeAppendsOneNewlineWithinTheLimit) {
+  EXPECT_EQ(encodeFrame("{\"a\":1}\r"), "{\"a\":1}\r\n");
+  const std::string atLimit(kMaxFrameBytes, 'a');
+  EXPECT_EQ(encodeFrame(atLimit).size(), atLimit.size() + 1);
+
+  std::string overLimit(kMaxFrameBytes + 1, 'a');
+  const auto encodeOverLimit = [&] { encodeFrame(overLimit); };
+  EXPECT_THAT(encodeOverLimit, throwsError(FrameError::frameTooLarge(8388609)));
+  EXPECT_THAT(encodeOverLimit,
+              ThrowsMessage<FrameError>("frame too large: 8388609 bytes (limit 8388608)"));
+
+  EXPECT_THAT([] { encodeFrame("a\nb"); }, throwsError(FrameError::interiorNewline()));
+  // The newline test runs first, over the whole payload.
+  overLimit.back() = '\n';
+  EXPECT_THAT(encodeOverLimit, throwsError(FrameError::interiorNewline()));
+}
+
+// fuzz_line_scanner checks the splitting for any chunking, and the client's hostile-application
+// test a reply at and one byte past the limit.
+TEST(FrameCodec, ScannerLimitsOnlyTheUnterminatedRemainder) {
+  // A line far past the limit whose newline is in the same chunk is returned whole.
+  const std::string nineMiB(9u << 20, 'z');
+  LineScanner scanner;
+  const std::vector<std::string> frames = scanner.append(nineMiB + "\n");
+  ASSERT_EQ(frames.size(), 1u);
+  EXPECT_EQ(frames[0].size(), nineMiB.size());
+
+  // A completed line in the chunk that overflows is consumed with the error; the remainder stays.
+  LineScanner dropping;
+  const std::string overflowing = "done\n" + std::string(kMaxFrameBytes + 10, 'r');
+  EXPECT_THAT([&] { dropping.append(overflowing); },
+              throwsError(FrameError::frameTooLarge(kMaxFrameBytes + 10)));
+  EXPECT_EQ(dropping.bufferedBytes(), static_cast<std::size_t>(kMaxFrameBytes + 10));
+  EXPECT_EQ(dropping.scannedBytes(), dropping.bufferedBytes());
+}
+
+// The client's tests and the server's binary test read plain results and errors; these are the
+// replies that are neither.
+TEST(Rpc, DecodesResponseOutcomes) {
+  struct Case {
+    const char* name;
+    const char* line;
+    Outcome<json::Value> outcome;
+  } cases[] = {
+      {"error wins over result",
+       R"({"id":1,"result":{"updated":1,"skipped":[]},"error":{"code":-32001,"message":"x"}})",
+       RPCError{-32001, "x"}},
+      {"neither", R"({"jsonrpc":"2.0","id":1})",
+       RPCError{-32603, "response carried neither result nor error"}},
+      {"other id accepted", R"({"jsonrpc":"2.0","id":"zz","result":[]})",
+       json::Value(json::Array{})},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(decodeResponse(c.line), c.outcome);
+  }
+  // Only the response fuzzer reads typed results.
+  EXPECT_EQ(std::get<UpdatedResult>(decodeResponse<UpdatedResult>(
+                R"({"id":1,"result":{"updated":1,"skipped":["a"]}})")),
+            (UpdatedResult{1, {"a"}}));
+}
+
+TEST(Rpc, IdsDecodeIntegerFirstThenString) {
+  EXPECT_EQ(json::decodeAs<RPCID>(json::parse("7")), RPCID(std::int64_t{7}));
+  EXPECT_EQ(json::decodeAs<RPCID>(json::parse(R"("7")")), RPCID(std::string("7")));
+  EXPECT_EQ(json::decodeAs<RPCID>(json::parse(R"("abc")")), RPCID(std::string("abc")));
+  // The string attempt's error is the one reported.
+  EXPECT_THAT([] { json::decodeAs<RPCID>(json::parse("1.0"), json::Path("id")); },
+              ThrowsMessage<json::DecodeError>(::testing::HasSubstr("id: expected a string")));
+}
+
+TEST(Rpc, ApplicationHalfReadsParamsAndWritesRepliesOrFallbacks) {
+  EXPECT_EQ(
+      decodeParams<RateParams>(
+          R"({"jsonrpc":"2.0","id":1,"method":"photo.rate","params":{"ids":["a"],"rating":2}})"),
+      (RateParams{{"a"}, 2}));
+  EXPECT_EQ(decodeParams<RateParams>(R"({"id":1,"method":"x","params":null})"), std::nullopt);
+  // The application's tests read its replies to numbered requests.
+  EXPECT_EQ(encodeResult(std::nullopt, json::Value(true)), R"({"jsonrpc":"2.0","result":true})");
+  EXPECT_EQ(encodeError(RPCID(std::string("q")), RPCErrorCode::MethodNotFound, "no such method"),
+            R"({"jsonrpc":"2.0","id":"q","error":{"code":-32601,"message":"no such method"}})");
+  // The reply encoders fall back instead of failing.
+  // A non-finite number cannot be written as JSON.
+  json::Value nan(std::numeric_limits<double>::quiet_NaN());
+  EXPECT_EQ(
+      encodeResult(RPCID(std::int64_t{1}), nan),
+      R"({"jsonrpc":"2.0","id":1,"error":{"code":-32603,"message":"result encoding failed"}})");
+  // Neither can a message that is not UTF-8; the fallback writes the id as null.
+  EXPECT_EQ(encodeError(RPCID(std::int64_t{1}), RPCErrorCode::InternalError, "bad \xff byte"),
+            R"({"jsonrpc":"2.0","id":null,"error":{"code":-32603,"message":"encoding failed"}})");
 }
 
 } // namespace
