@@ -455,8 +455,10 @@ int main(int argc, char** argv) {
           continue;
         }
         const int rounds = label.find("preview") != std::string::npos ? 30 : 300;
+        // clang before 16 cannot capture a structured binding in a lambda.
+        const std::string& request = call;
         const Timing theirs = onProcess(node, rounds, 10, [&] {
-          node.send(call);
+          node.send(request);
           node.readLine(reply);
         });
         table += "| " + label + " | " + timeText(ours.median) + " | " + timeText(theirs.median) +
