@@ -457,7 +457,9 @@ void labRowToLinear(const float* lab, std::size_t n, float* r, float* g, float* 
   });
 }
 
-/// A table index: `v` scaled by `steps`, rounded, and held within the table.
+/// A table index: `v` scaled by `steps`, rounded, and held within the table. It is clamped as a
+/// float (NaN to 0) and converted through int: a float to std::size_t conversion has no single
+/// instruction and costs a branch.
 inline std::size_t entry(float v, int steps, int entries) {
   const float i = std::min(static_cast<float>(entries - 1),
                            std::max(0.0F, v * static_cast<float>(steps) + 0.5F));
@@ -1505,7 +1507,7 @@ public:
     return encoder;
   }
 
-  std::uint8_t operator()(float linear) const { return table_[index(linear)]; }
+  std::uint8_t operator()(float linear) const { return table_[entry(linear, kSteps - 1, kSteps)]; }
 
   /// `n` pixels of three planes into interleaved 8-bit R, G, B: eight at a time where the
   /// processor has AVX2, one at a time otherwise.
@@ -1530,13 +1532,6 @@ private:
       table_[static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(
           std::lround(255 * toPerceptual(static_cast<double>(i) / (kSteps - 1))));
     }
-  }
-
-  /// The table entry of a linear value: clamped first (NaN to 0), then converted through int, as
-  /// a float to std::size_t conversion has no single instruction and costs a branch.
-  static unsigned index(float linear) {
-    const float i = std::min(kSteps - 1.0F, std::max(0.0F, linear * (kSteps - 1) + 0.5F));
-    return static_cast<unsigned>(static_cast<int>(i));
   }
 
 #if defined(__x86_64__)
